@@ -1,0 +1,43 @@
+#include "support/StderrCapture.h"
+
+#include "support/Files.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <fcntl.h>
+#include <filesystem>
+#include <stdexcept>
+#include <unistd.h>
+
+namespace ovtest {
+
+FdCapture::FdCapture(int fd) : mFd(fd) {
+    std::string pattern =
+        (std::filesystem::temp_directory_path() / "ovbase-capture-XXXXXX").string();
+    int file = mkstemp(pattern.data());
+    if (file < 0)
+        throw std::runtime_error("mkstemp failed");
+    mFile = pattern;
+    std::fflush(nullptr);
+    mSaved = dup(mFd);
+    dup2(file, mFd);
+    close(file);
+}
+
+FdCapture::~FdCapture() {
+    std::fflush(nullptr);
+    dup2(mSaved, mFd);
+    close(mSaved);
+    unlink(mFile.c_str());
+}
+
+std::string FdCapture::text() {
+    std::fflush(nullptr);
+    return readFile(mFile);
+}
+
+StderrCapture::StderrCapture() : FdCapture(STDERR_FILENO) {}
+
+StdoutCapture::StdoutCapture() : FdCapture(STDOUT_FILENO) {}
+
+} // namespace ovtest

@@ -1,0 +1,38 @@
+// Captures what the process writes to standard error (fd 2) between construction and
+// text(), so tests can check the library's diagnostic lines.
+#ifndef OVBASE_TESTS_SUPPORT_STDERRCAPTURE_H
+#define OVBASE_TESTS_SUPPORT_STDERRCAPTURE_H
+
+#include <string>
+
+namespace ovtest {
+
+class FdCapture {
+public:
+    explicit FdCapture(int fd);
+    ~FdCapture();
+    FdCapture(const FdCapture&) = delete;
+    FdCapture& operator=(const FdCapture&) = delete;
+
+    // Everything written so far; capture goes on.
+    std::string text();
+
+private:
+    int mFd;
+    int mSaved;
+    std::string mFile;
+};
+
+class StderrCapture : public FdCapture {
+public:
+    StderrCapture();
+};
+
+class StdoutCapture : public FdCapture {
+public:
+    StdoutCapture();
+};
+
+} // namespace ovtest
+
+#endif

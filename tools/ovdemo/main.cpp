@@ -1,0 +1,27 @@
+// ovdemo: the road of a news item through the library, told step by step on a temporary
+// device root. The library's own diagnostics go to a log file whose path is printed.
+#include "OVPlatform.h"
+#include "types/FnLog.h"
+
+#include <cstdio>
+#include <string>
+
+int main(int argc, char** argv) {
+    if (argc != 2) {
+        std::fprintf(stderr, "usage: ovdemo DEVICE_ROOT\n");
+        return 2;
+    }
+    std::string root = argv[1];
+    ovplatform::setDeviceRoot(root);
+    std::string logPath = root + "/ovdemo.log";
+    std::printf("device root: %s\nlibrary diagnostics: %s\n", root.c_str(), logPath.c_str());
+    if (!std::freopen(logPath.c_str(), "w", stderr)) {
+        std::printf("cannot open the log file\n");
+        return 1;
+    }
+    {
+        OV_FNLOG(5);
+        std::printf("traced one call into the log\n");
+    }
+    return 0;
+}
