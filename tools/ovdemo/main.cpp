@@ -1,5 +1,6 @@
 // ovdemo: the road of a news item through the library, told step by step on a temporary
 // device root. The library's own diagnostics go to a log file whose path is printed.
+#include "Demo.h"
 #include "OVPlatform.h"
 #include "types/FnLog.h"
 

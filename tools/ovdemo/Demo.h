@@ -1,0 +1,8 @@
+// The steps of the demo, one per subsystem. Each prints its account to standard output and
+// returns false when something did not go as it should.
+#ifndef OVBASE_TOOLS_OVDEMO_DEMO_H
+#define OVBASE_TOOLS_OVDEMO_DEMO_H
+
+#include <string>
+
+#endif
