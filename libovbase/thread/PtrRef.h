@@ -1,0 +1,97 @@
+// PtrRef<T>: the library's shared-ownership handle. The count lives in a separately
+// allocated plain int shared by every handle to the object; it is neither atomic nor locked,
+// so a handle and its copies must be made, copied and released by one thread at a time (or
+// under a lock the user holds).
+#ifndef OVBASE_THREAD_PTRREF_H
+#define OVBASE_THREAD_PTRREF_H
+
+#include <cstddef>
+#include <new>
+#include <type_traits>
+
+template <class T> class PtrRef {
+public:
+    constexpr PtrRef() : mpObj(nullptr), mpCount(nullptr) {}
+
+    // Takes ownership of OBJ; a count of 1 is allocated when it is not null.
+    PtrRef(T* obj) : mpObj(obj), mpCount(obj ? new int(1) : nullptr) {}
+
+    PtrRef(const PtrRef& other) : mpObj(nullptr), mpCount(nullptr) {
+        assign(other.mpObj, other.mpCount);
+    }
+
+    // Shares OTHER's object and count when U* converts to T*.
+    template <class U, class = std::enable_if_t<std::is_convertible<U*, T*>::value>>
+    PtrRef(const PtrRef<U>& other) : mpObj(nullptr), mpCount(nullptr) {
+        assign(other.mpObj, other.mpCount);
+    }
+
+    PtrRef& operator=(const PtrRef& other) {
+        assign(other.mpObj, other.mpCount);
+        return *this;
+    }
+
+    template <class U, class = std::enable_if_t<std::is_convertible<U*, T*>::value>>
+    PtrRef& operator=(const PtrRef<U>& other) {
+        assign(other.mpObj, other.mpCount);
+        return *this;
+    }
+
+    virtual ~PtrRef() { release(); }
+
+    T* operator->() const { return mpObj; }
+    T& operator*() const { return *mpObj; }
+    T* get() const { return mpObj; }
+    explicit operator bool() const { return mpObj != nullptr; }
+    bool operator==(const PtrRef& other) const { return mpObj == other.mpObj; }
+    bool operator!=(const PtrRef& other) const { return mpObj != other.mpObj; }
+    bool operator==(std::nullptr_t) const { return mpObj == nullptr; }
+    bool operator!=(std::nullptr_t) const { return mpObj != nullptr; }
+
+    // The shared count (0 when the handle has none), and whether a count was allocated.
+    int refCount() const { return mpCount ? *mpCount : 0; }
+    bool hasCount() const { return mpCount != nullptr; }
+
+private:
+    template <class U> friend class PtrRef;
+
+    // The equality test is made on the object pointer: two handles to one object never
+    // reassign, even when they were made separately and hold different counts.
+    void assign(T* obj, int* count) {
+        if (obj == mpObj)
+            return;
+        release();
+        mpObj = obj;
+        mpCount = count;
+        if (mpObj && !mpCount)
+            mpCount = new int(0);
+        if (mpCount)
+            ++*mpCount;
+    }
+
+    void release() {
+        if (mpCount && mpObj) {
+            if (--*mpCount == 0) {
+                destroy(mpObj);
+                delete mpCount;
+            }
+        }
+        mpObj = nullptr;
+        mpCount = nullptr;
+    }
+
+    // A polymorphic type without a virtual destructor (IHandler) has its storage freed
+    // without any destructor running, which is what deleting it through the base amounts
+    // to; everything else is deleted normally.
+    static void destroy(T* obj) {
+        if constexpr (std::is_polymorphic<T>::value && !std::has_virtual_destructor<T>::value)
+            ::operator delete(static_cast<void*>(obj));
+        else
+            delete obj;
+    }
+
+    T* mpObj;
+    int* mpCount;
+};
+
+#endif
