@@ -1,0 +1,97 @@
+// The typed property bag: categories of key to list-of-text maps, typed get and put on top of
+// text values, and a line-oriented UTF-8 stream form ("[category]" headers, key=value lines)
+// that is both the settings file format and the stored form of news objects.
+#ifndef OVBASE_TYPES_ATTRMAP_H
+#define OVBASE_TYPES_ATTRMAP_H
+
+#include "types/UTF_8Util.h"
+#include "types/ovTypes.h"
+
+#include <iosfwd>
+#include <map>
+#include <vector>
+
+class AttrMap {
+public:
+    typedef std::vector<ovTypes::String> Values;
+    typedef std::map<ovTypes::ID, Values> KeyMap;
+    typedef std::map<ovTypes::ID, KeyMap> CategoryMap;
+
+    static const char* const DEFAULT_CATEGORY;  // "_default_"
+    static const char* const NESTING_SEPARATOR; // "."
+
+    // In list mode a value is a list of strings, streamed comma-separated; otherwise only the
+    // first string of each value is streamed.
+    explicit AttrMap(bool listMode);
+
+    bool isListMode() const { return mListMode; }
+
+    // Getters store in *FOUND (when given) whether the key is present in the category; DEF is
+    // returned when it is absent, and for the typed getters also when its text is empty.
+    ovTypes::String getString(const ovTypes::ID& key,
+                              const ovTypes::String& def = ovTypes::String(), bool* found = nullptr,
+                              const ovTypes::ID& category = DEFAULT_CATEGORY) const;
+    // wcstol in base 0 ("0x" hexadecimal, leading "0" octal, garbage 0), clamped to int.
+    int getInt(const ovTypes::ID& key, int def = 0, bool* found = nullptr,
+               const ovTypes::ID& category = DEFAULT_CATEGORY) const;
+    long getLong(const ovTypes::ID& key, long def = 0, bool* found = nullptr,
+                 const ovTypes::ID& category = DEFAULT_CATEGORY) const;
+    // Stored milliseconds read back as seconds.
+    long getTimestamp(const ovTypes::ID& key, long def = 0, bool* found = nullptr,
+                      const ovTypes::ID& category = DEFAULT_CATEGORY) const;
+    // Exactly "true" is true; any other non-empty text is false.
+    bool getBool(const ovTypes::ID& key, bool def = false, bool* found = nullptr,
+                 const ovTypes::ID& category = DEFAULT_CATEGORY) const;
+    // Appends every string of the key's list to OUT (not cleared first).
+    void getIDs(const ovTypes::ID& key, std::vector<ovTypes::ID>& out, bool* found = nullptr,
+                const ovTypes::ID& category = DEFAULT_CATEGORY) const;
+    // Copies the entries KEY + "." + k of the category into OUT as k (OUT not cleared first).
+    // FOUND tells whether any entry matched.
+    void getAttrMap(const ovTypes::ID& key, AttrMap& out, bool* found = nullptr,
+                    const ovTypes::ID& category = DEFAULT_CATEGORY) const;
+
+    void putString(const ovTypes::ID& key, const ovTypes::String& value,
+                   const ovTypes::ID& category = DEFAULT_CATEGORY);
+    void putInt(const ovTypes::ID& key, int value, const ovTypes::ID& category = DEFAULT_CATEGORY);
+    // Always writes into the default category; CATEGORY is ignored (getLong honours it). Kept
+    // that way because stored objects depend on it.
+    void putLong(const ovTypes::ID& key, long value,
+                 const ovTypes::ID& category = DEFAULT_CATEGORY);
+    // Stored as milliseconds: SECONDS followed by "000", or "0" for zero.
+    void putTimestamp(const ovTypes::ID& key, long seconds,
+                      const ovTypes::ID& category = DEFAULT_CATEGORY);
+    void putBool(const ovTypes::ID& key, bool value,
+                 const ovTypes::ID& category = DEFAULT_CATEGORY);
+    // Appends to the key's list without clearing it.
+    void putIDs(const ovTypes::ID& key, const std::vector<ovTypes::ID>& values,
+                const ovTypes::ID& category = DEFAULT_CATEGORY);
+    // Copies every entry k of SRC's category in as KEY + "." + k.
+    void putAttrMap(const ovTypes::ID& key, const AttrMap& src,
+                    const ovTypes::ID& category = DEFAULT_CATEGORY);
+
+    // The category's keys, or null when it is absent.
+    KeyMap* categoryAt(const ovTypes::ID& category);
+    const KeyMap* categoryAt(const ovTypes::ID& category) const;
+    KeyMap* defaultCategory();
+    const KeyMap* defaultCategory() const;
+
+    const CategoryMap& categories() const { return mCategories; }
+    void clear() { mCategories.clear(); }
+
+    void store(std::ostream& out) const;
+    // Clears the map and reads the stream form. Accepts any bytes.
+    void load(std::istream& in);
+
+private:
+    const Values* find(const ovTypes::ID& key, bool* found, const ovTypes::ID& category) const;
+    // The non-empty first string, or null.
+    const ovTypes::String* text(const ovTypes::ID& key, bool* found,
+                                const ovTypes::ID& category) const;
+    void storeEntries(UTF_8Util::LineWriter& writer, const KeyMap& keys) const;
+    void loadLine(const ovTypes::String& line, ovTypes::ID& category, KeyMap*& keys);
+
+    CategoryMap mCategories;
+    bool mListMode;
+};
+
+#endif
