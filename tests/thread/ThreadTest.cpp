@@ -1,0 +1,91 @@
+#include "thread/Thread.h"
+#include "thread/Handler.h"
+
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <pthread.h>
+#include <regex>
+#include <string>
+
+namespace {
+
+struct Worker {
+    virtual ~Worker() {}
+    virtual void work() {
+        mThread = pthread_self();
+        mRuns += 1;
+    }
+    pthread_t mThread{};
+    int mRuns = 0;
+    Semaphore mDone{1};
+};
+
+struct SpecialWorker : Worker {
+    void work() override {
+        Worker::work();
+        mSpecial = true;
+        mDone.notify();
+    }
+    bool mSpecial = false;
+};
+
+TEST(Thread, RunsTheHandlerOnANewThreadThatCanBeJoined) {
+    Worker worker;
+    PtrRef<Thread> thread = Thread::createThread();
+    ASSERT_TRUE(thread->create(new Handler<Worker>(&worker, &Worker::work), false));
+    thread->join();
+    EXPECT_EQ(worker.mRuns, 1);
+    EXPECT_FALSE(pthread_equal(worker.mThread, pthread_self()));
+}
+
+TEST(Thread, DetachedThreadRunsAndVirtualTargetsDispatchToTheObject) {
+    SpecialWorker worker;
+    // The thread runs the handler the PThread holds, so the caller keeps its own handle to
+    // it while it may still run; the thread handle itself may go at once.
+    PtrRef<IHandler> handler(new Handler<Worker>(&worker, &Worker::work));
+    {
+        PtrRef<Thread> thread = Thread::createThread();
+        ASSERT_TRUE(thread->create(handler, true));
+        EXPECT_EQ(handler.refCount(), 2);
+    }
+    ASSERT_TRUE(worker.mDone.wait(0));
+    EXPECT_TRUE(worker.mSpecial);
+    EXPECT_EQ(worker.mRuns, 1);
+    EXPECT_EQ(handler.refCount(), 1);
+}
+
+TEST(Handler, EmptyHandlerReportsInsteadOfCalling) {
+    Worker worker;
+    Handler<Worker> handler(&worker, &Worker::work);
+    handler.destroy();
+    Handler<Worker> noObject(nullptr, &Worker::work);
+
+    ovtest::StderrCapture capture;
+    handler.handle();
+    noObject.handle();
+    std::string text = capture.text();
+    EXPECT_EQ(worker.mRuns, 0);
+
+    std::smatch match;
+    std::regex cleared("\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!\n"
+                       "\\{3\\} Handler\\.h:\\d+, handle\\(\\)\tSomething is empty obj:0, "
+                       "func:0\n"
+                       "\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!\n"
+                       "\\{3\\} Handler\\.h:\\d+, handle\\(\\)\tSomething is empty obj:0, "
+                       "func:(-?\\d+)\n");
+    ASSERT_TRUE(std::regex_match(text, match, cleared)) << text;
+    EXPECT_NE(match[1].str(), "0"); // a set member function does not print as empty
+}
+
+TEST(ThreadSlow, SleepCoversWholeSecondsAndTheRemainder) {
+    auto start = std::chrono::steady_clock::now();
+    Thread::sleep(1200);
+    std::chrono::duration<double> slept = std::chrono::steady_clock::now() - start;
+    EXPECT_GE(slept.count(), 1.19);
+    EXPECT_LT(slept.count(), 2.0);
+}
+
+} // namespace
