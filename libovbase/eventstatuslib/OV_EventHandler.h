@@ -1,0 +1,27 @@
+// Base of every subscriber: registers with the facade for one topic for as long as it lives.
+// It keeps a reference to the topic, so the topic string must outlive the handler (topics
+// are program-lifetime constants).
+#ifndef OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
+#define OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
+
+#include <string>
+
+class OV_Event;
+
+class OV_EventHandler {
+public:
+    explicit OV_EventHandler(const std::string& topic);
+    virtual ~OV_EventHandler();
+
+    virtual void handleEvent(OV_Event& event) = 0;
+
+    const std::string& topic() const { return mTopic; }
+
+private:
+    OV_EventHandler(const OV_EventHandler&) = delete;
+    OV_EventHandler& operator=(const OV_EventHandler&) = delete;
+
+    const std::string& mTopic;
+};
+
+#endif

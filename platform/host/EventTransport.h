@@ -1,0 +1,36 @@
+// How bus events travel between processes. The bus keeps the subscriptions and delivers on
+// its own thread; a transport only carries events to every process listening to a topic and
+// hands those that reach this process to the bus's sink. Loopback stays inside the process.
+#ifndef OVPLATFORM_HOST_EVENTTRANSPORT_H
+#define OVPLATFORM_HOST_EVENTTRANSPORT_H
+
+#include "ES_Event.h"
+
+#include <functional>
+#include <string>
+
+namespace ovplatform {
+
+class EventTransport {
+public:
+    // Takes an arriving event into the bus's delivery queue; may be called from any thread.
+    typedef std::function<void(const ES_Event&)> Sink;
+
+    virtual ~EventTransport() {}
+
+    virtual void start(Sink sink) = 0;
+    // After stop() the sink is not called any more.
+    virtual void stop() = 0;
+
+    // This process starts or stops listening to TOPIC.
+    virtual void listen(const std::string& topic) = 0;
+    virtual void unlisten(const std::string& topic) = 0;
+
+    // Sends EVENT to every listening process, this one included when LISTENEDHERE.
+    // ES_OK, or ES_ERR_NO_SUBSCRIBER when no process listens.
+    virtual int send(const ES_Event& event, bool listenedHere) = 0;
+};
+
+} // namespace ovplatform
+
+#endif

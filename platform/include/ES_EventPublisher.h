@@ -1,0 +1,15 @@
+// Publishing on the platform bus. The event is copied and delivered later on the bus's
+// delivery thread to the handlers subscribed to its topic when it is delivered.
+#ifndef OVPLATFORM_ES_EVENTPUBLISHER_H
+#define OVPLATFORM_ES_EVENTPUBLISHER_H
+
+#include "ES_Event.h"
+
+class ES_EventPublisher {
+public:
+    // ES_OK when queued for delivery, ES_ERR_NO_SUBSCRIBER when no handler listens to the
+    // topic (nothing is queued), ES_ERR_INVALID_TOPIC or ES_ERR_BUS_DOWN.
+    static int publish(const ES_Event& event);
+};
+
+#endif
