@@ -1,0 +1,270 @@
+#include "types/AttrMap.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <random>
+#include <sstream>
+
+using ovTypes::ID;
+using ovTypes::String;
+
+namespace {
+
+std::string stored(const AttrMap& map) {
+    std::ostringstream out;
+    map.store(out);
+    return out.str();
+}
+
+AttrMap loaded(const std::string& bytes, bool listMode) {
+    AttrMap map(listMode);
+    std::istringstream in(bytes);
+    map.load(in);
+    return map;
+}
+
+AttrMap::Values values(const AttrMap& map, const ID& key,
+                       const ID& category = AttrMap::DEFAULT_CATEGORY) {
+    const AttrMap::KeyMap* keys = map.categoryAt(category);
+    if (!keys || keys->find(key) == keys->end())
+        return {L"<absent>"};
+    return keys->at(key);
+}
+
+TEST(AttrMapStore, ListModeBytesAndRoundTrip) {
+    AttrMap map(true);
+    map.putIDs("a", {ID("x,y"), ID("z")});
+    map.putString("b", L"1", "c");
+    const std::string bytes = stored(map);
+    EXPECT_EQ(bytes, "a=x\\,y,z\n[c]\nb=1\n");
+
+    AttrMap back = loaded(bytes, true);
+    EXPECT_EQ(values(back, "a"), (AttrMap::Values{L"x,y", L"z"}));
+    EXPECT_EQ(values(back, "b", "c"), (AttrMap::Values{L"1"}));
+    EXPECT_EQ(stored(back), bytes);
+}
+
+TEST(AttrMapStore, DefaultCategoryFirstThenOthersInByteOrder) {
+    AttrMap map(false);
+    map.putString("k", L"v", "zeta");
+    map.putString("k", L"v", "Alpha");
+    map.putString("k", L"v", "_");
+    map.putString("z", L"1");
+    map.putString("a", L"2");
+    AttrMap withEmpty = map;
+    withEmpty.putAttrMap("n", AttrMap(false), "empty"); // creates nothing
+    EXPECT_EQ(stored(map), "a=2\nz=1\n[Alpha]\nk=v\n[_]\nk=v\n[zeta]\nk=v\n");
+    EXPECT_EQ(stored(withEmpty), stored(map));
+}
+
+TEST(AttrMapStore, EscapingAndEncodingRules) {
+    AttrMap list(true);
+    list.putIDs("k", {ID("a\\"), ID("b")});
+    list.putIDs("empty", {});
+    list.putString("\xE9", L"\u20AC"); // key bytes are widened, then written as UTF-8
+    list.putString("x", L"1", "\xE9"); // category bytes are written raw
+    EXPECT_EQ(stored(list), "empty=\nk=a\\,b\n\xC3\xA9=\xE2\x82\xAC\n[\xE9]\nx=1\n");
+
+    AttrMap plain(false);
+    plain.putIDs("k", {ID("a,b"), ID("c")});
+    EXPECT_EQ(stored(plain), "k=a,b\n"); // first string only, nothing escaped
+
+    AttrMap back = loaded(stored(list), true);
+    EXPECT_EQ(back.getString("\xE9"), L"\u20AC");
+    // The raw category byte E9 reads back as the lead of a sequence: only ASCII names survive.
+    EXPECT_EQ(back.categoryAt("\xE9"), nullptr);
+    // Backslashes are not escaped, so a string ending in one swallows the separator.
+    EXPECT_EQ(values(back, "k"), (AttrMap::Values{L"a,b"}));
+    EXPECT_EQ(values(back, "empty"), (AttrMap::Values{L""}));
+}
+
+TEST(AttrMapLoad, LineRules) {
+    AttrMap map = loaded("# comment\r\n"
+                         "  k  =  v  \r\n"
+                         "novalue\n"
+                         "\n"
+                         "=anonymous\n"
+                         "[sec]trailing\n"
+                         "a=b=c\n"
+                         "[x\n"
+                         "y=1\n"
+                         "[\n"
+                         "z=2",
+                         false);
+    bool found = false;
+    EXPECT_EQ(map.getString("  k", L"", &found), L"v  ");
+    EXPECT_TRUE(found);
+    EXPECT_EQ(map.getString("novalue", L"def", &found), L"def");
+    EXPECT_FALSE(found);
+    EXPECT_EQ(map.getString("", L"def"), L"anonymous");
+    EXPECT_EQ(map.getString("a", L"", nullptr, "sec"), L"b=c");
+    EXPECT_EQ(map.getString("y", L"", nullptr, "x"), L"1");
+    EXPECT_EQ(map.getString("z", L"", nullptr, ""), L"2");
+    EXPECT_EQ(map.categoryAt("# comment"), nullptr);
+    EXPECT_EQ(map.categories().size(), 4u);
+}
+
+TEST(AttrMapLoad, RepeatedKeysListsAndClearing) {
+    AttrMap plain = loaded("k=first\nk=second,third\n", false);
+    EXPECT_EQ(values(plain, "k"), (AttrMap::Values{L"first", L"second,third"}));
+    EXPECT_EQ(plain.getString("k"), L"first");
+
+    AttrMap list = loaded("t=a,,b,\ne=\nesc=\\,x\\\\,y\nk=1\nk=2,3\n", true);
+    EXPECT_EQ(values(list, "t"), (AttrMap::Values{L"a", L"", L"b", L""}));
+    EXPECT_EQ(values(list, "e"), (AttrMap::Values{L""}));
+    EXPECT_EQ(values(list, "esc"), (AttrMap::Values{L",x\\,y"}));
+    EXPECT_EQ(values(list, "k"), (AttrMap::Values{L"1", L"2", L"3"}));
+
+    // A header alone creates no category; load replaces what was there.
+    std::istringstream in("[only]\n");
+    list.load(in);
+    EXPECT_TRUE(list.categories().empty());
+}
+
+TEST(AttrMapLoad, AnyBytesAreAccepted) {
+    // NUL kept, stray continuation bytes skipped, a sequence cut off at the end dropped.
+    AttrMap map = loaded(std::string("k=v\0w\n", 6) + "\x80\x80k2=x\n" + "k3=\xC3", false);
+    EXPECT_EQ(map.getString("k"), String(std::wstring(L"v\0w", 3)));
+    EXPECT_EQ(map.getString("k2"), L"x");
+    bool found = false;
+    EXPECT_EQ(map.getString("k3", L"def", &found), L"");
+    EXPECT_TRUE(found);
+
+    std::mt19937 random(7);
+    for (int round = 0; round < 300; ++round) {
+        std::string bytes(random() % 400, '\0');
+        for (char& c : bytes)
+            c = static_cast<char>(random() % 6 == 0 ? "\n=[],\\"[random() % 6] : random());
+        for (bool listMode : {false, true}) {
+            AttrMap map = loaded(bytes, listMode);
+            // Loading never leaves a key without a string.
+            for (const auto& category : map.categories())
+                for (const auto& entry : category.second)
+                    EXPECT_FALSE(entry.second.empty());
+        }
+    }
+}
+
+TEST(AttrMapGet, NumbersClampLikeWcstol) {
+    AttrMap map(false);
+    map.putString("oct", L"010");
+    map.putString("hex", L"0x1F");
+    map.putString("junk", L"abc");
+    map.putString("big", L"99999999999");
+    map.putString("small", L"-99999999999");
+    map.putString("huge", L"99999999999999999999999");
+    map.putString("empty", L"");
+    bool found = false;
+    EXPECT_EQ(map.getInt("oct"), 8);
+    EXPECT_EQ(map.getInt("hex"), 31);
+    EXPECT_EQ(map.getInt("junk", 5, &found), 0);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(map.getInt("empty", 5, &found), 5);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(map.getInt("absent", 6, &found), 6);
+    EXPECT_FALSE(found);
+    EXPECT_EQ(map.getInt("big"), INT_MAX);
+    EXPECT_EQ(map.getInt("small"), INT_MIN);
+    EXPECT_EQ(map.getLong("big"), 99999999999L);
+    EXPECT_EQ(map.getLong("huge"), LONG_MAX);
+    EXPECT_EQ(map.getLong("oct", 0, nullptr, "other"), 0);
+}
+
+TEST(AttrMapGet, BoolsAndTimestamps) {
+    AttrMap map(false);
+    map.putBool("t", true);
+    map.putBool("f", false);
+    map.putString("upper", L"TRUE");
+    map.putString("empty", L"");
+    EXPECT_TRUE(map.getBool("t"));
+    EXPECT_FALSE(map.getBool("f", true));
+    EXPECT_FALSE(map.getBool("upper", true));
+    EXPECT_TRUE(map.getBool("empty", true));
+    EXPECT_TRUE(map.getBool("absent", true));
+
+    map.putTimestamp("five", 5);
+    map.putTimestamp("zero", 0);
+    map.putTimestamp("neg", -2);
+    EXPECT_EQ(map.getString("five"), L"5000");
+    EXPECT_EQ(map.getTimestamp("five"), 5);
+    EXPECT_EQ(map.getString("zero"), L"0");
+    EXPECT_EQ(map.getTimestamp("zero", 9), 0);
+    EXPECT_EQ(map.getTimestamp("neg"), -2);
+    EXPECT_EQ(map.getTimestamp("absent", 9), 9);
+}
+
+TEST(AttrMapPut, ReplacingAppendingAndTheLongQuirk) {
+    AttrMap map(true);
+    map.putIDs("ids", {ID("a")});
+    map.putIDs("ids", {ID("b"), ID("\xE9")});
+    std::vector<ID> out{ID("pre")};
+    bool found = false;
+    map.getIDs("ids", out, &found);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(out, (std::vector<ID>{ID("pre"), ID("a"), ID("b"), ID("\xE9")}));
+    map.getIDs("none", out, &found);
+    EXPECT_FALSE(found);
+    EXPECT_EQ(out.size(), 4u);
+
+    map.putString("ids", L"only");
+    EXPECT_EQ(values(map, "ids"), (AttrMap::Values{L"only"}));
+    map.putInt("n", -42, "c");
+    EXPECT_EQ(map.getString("n", L"", nullptr, "c"), L"-42");
+
+    map.putLong("l", 7, "c");
+    EXPECT_EQ(map.getLong("l", 0, &found, "c"), 0);
+    EXPECT_FALSE(found);
+    EXPECT_EQ(map.getLong("l", 0, &found), 7);
+    EXPECT_TRUE(found);
+
+    map.putIDs("emptylist", {});
+    EXPECT_EQ(map.getString("emptylist", L"def", &found), L"def");
+    EXPECT_TRUE(found);
+}
+
+TEST(AttrMapNested, PutAndGetAttrMap) {
+    AttrMap inner(true);
+    inner.putIDs("x", {ID("1"), ID("2")});
+    inner.putString("y", L"3");
+    inner.putString("other", L"4", "c");
+
+    AttrMap outer(true);
+    outer.putString("img", L"keep");
+    outer.putString("imgz", L"not nested");
+    outer.putAttrMap("img", inner);
+    outer.putAttrMap("img", inner, "absent"); // inner lacks it: nothing
+    EXPECT_EQ(outer.categoryAt("absent"), nullptr);
+    EXPECT_EQ(values(outer, "img.x"), (AttrMap::Values{L"1", L"2"}));
+
+    AttrMap back(true);
+    back.putString("old", L"stays");
+    bool found = false;
+    outer.getAttrMap("img", back, &found);
+    EXPECT_TRUE(found);
+    EXPECT_EQ(values(back, "x"), (AttrMap::Values{L"1", L"2"}));
+    EXPECT_EQ(back.getString("y"), L"3");
+    EXPECT_EQ(back.getString("old"), L"stays");
+    EXPECT_EQ(back.defaultCategory()->size(), 3u);
+
+    // The category exists but nothing matches: OUT gets the empty category, found is false.
+    AttrMap none(true);
+    outer.getAttrMap("nothing", none, &found);
+    EXPECT_FALSE(found);
+    ASSERT_NE(none.categoryAt(AttrMap::DEFAULT_CATEGORY), nullptr);
+    EXPECT_TRUE(none.defaultCategory()->empty());
+    EXPECT_EQ(stored(none), ""); // the default category never gets a header
+    AttrMap header(true);
+    outer.putString("k", L"v", "sec");
+    outer.getAttrMap("nothing", header, &found, "sec");
+    EXPECT_EQ(stored(header), "[sec]\n"); // an empty category still does
+
+    // The category is absent: OUT is untouched.
+    AttrMap untouched(true);
+    found = true;
+    outer.getAttrMap("img", untouched, &found, "c");
+    EXPECT_FALSE(found);
+    EXPECT_TRUE(untouched.categories().empty());
+}
+
+} // namespace

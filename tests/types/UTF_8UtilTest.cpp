@@ -1,0 +1,176 @@
+#include "types/UTF_8Util.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <streambuf>
+#include <vector>
+
+using ovTypes::String;
+
+namespace {
+
+// Hands out its bytes one per refill, so every multi-byte sequence and line feed straddles
+// the end of the stream buffer's get area.
+class TrickleBuf : public std::streambuf {
+public:
+    explicit TrickleBuf(const std::string& bytes) : mBytes(bytes), mPos(0) {}
+
+protected:
+    int_type underflow() override {
+        if (gptr() < egptr())
+            return traits_type::to_int_type(*gptr());
+        if (mPos >= mBytes.size())
+            return traits_type::eof();
+        mCurrent = mBytes[mPos++];
+        setg(&mCurrent, &mCurrent, &mCurrent + 1);
+        return traits_type::to_int_type(mCurrent);
+    }
+
+private:
+    std::string mBytes;
+    size_t mPos;
+    char mCurrent = 0;
+};
+
+// Every line up to and including the first one with the end flag set.
+std::vector<String> readAll(std::istream& in, bool* endedProperly = nullptr) {
+    UTF_8Util::LineReader reader(in);
+    std::vector<String> lines;
+    bool end = false;
+    for (int guard = 0; guard < 100000; ++guard) {
+        String line = reader.readLine(end);
+        if (end) {
+            if (endedProperly)
+                *endedProperly = line.empty();
+            return lines;
+        }
+        lines.push_back(line);
+    }
+    ADD_FAILURE() << "reader never reported the end";
+    return lines;
+}
+
+std::vector<String> readAll(const std::string& bytes) {
+    std::istringstream in(bytes);
+    return readAll(in);
+}
+
+std::string written(const String& text) {
+    std::ostringstream out;
+    UTF_8Util::LineWriter writer(out);
+    writer.write(text);
+    return out.str();
+}
+
+TEST(LineReader, EndProtocol) {
+    std::istringstream in("a\nb");
+    UTF_8Util::LineReader reader(in);
+    bool end = true;
+    EXPECT_EQ(reader.readLine(end), L"a");
+    EXPECT_FALSE(end);
+    EXPECT_EQ(reader.readLine(end), L"b"); // meets the end: still clear
+    EXPECT_FALSE(end);
+    EXPECT_EQ(reader.readLine(end), L"");
+    EXPECT_TRUE(end);
+    EXPECT_EQ(reader.readLine(end), L"");
+    EXPECT_TRUE(end);
+
+    // A final line feed leaves one empty line before the end.
+    EXPECT_EQ(readAll("a\n"), (std::vector<String>{L"a", L""}));
+    EXPECT_EQ(readAll(""), (std::vector<String>{L""}));
+}
+
+TEST(LineReader, StartSkipsWhiteSpaceAndByteOrderMark) {
+    EXPECT_EQ(readAll("\xEF\xBB\xBFk=v\n")[0], L"k=v");
+    EXPECT_EQ(readAll("\n\n  \tk=v\nx")[0], L"k=v");
+    // The two bytes after EF are dropped unchecked.
+    EXPECT_EQ(readAll("\xEF"
+                      "abk=v")[0],
+              L"k=v");
+    // Later blank lines are kept.
+    EXPECT_EQ(readAll("a\n\nb"), (std::vector<String>{L"a", L"", L"b"}));
+}
+
+TEST(LineReader, CarriageReturnsDroppedAnywhere) {
+    EXPECT_EQ(readAll("a\rb\r\nc\r"), (std::vector<String>{L"ab", L"c"}));
+}
+
+TEST(LineReader, DecodesMultiByteAcrossBufferBoundaries) {
+    std::string text = "caf\xC3\xA9\r\n\xE4\xB8\xAD\xE6\x96\x87\n\xF0\x9F\x98\x80 end";
+    std::vector<String> expected{L"caf\u00E9", L"\u4E2D\u6587", L"\U0001F600 end"};
+    EXPECT_EQ(readAll(text), expected);
+    TrickleBuf trickle(text);
+    std::istream in(&trickle);
+    bool ended = false;
+    EXPECT_EQ(readAll(in, &ended), expected);
+    EXPECT_TRUE(ended);
+}
+
+TEST(LineReader, AcceptsAnyBytes) {
+    // Stray continuation bytes are skipped, NUL is kept, a cut-off sequence at the end goes.
+    std::vector<String> lines = readAll(std::string("a\x80\xBF"
+                                                    "b\0c\n\xE2\x82",
+                                                    9));
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[0], String(std::wstring(L"ab\0c", 4)));
+    EXPECT_EQ(lines[1], L"");
+
+    // An overlong line feed is a line feed: lines end at the code point.
+    EXPECT_EQ(readAll("a\xC0\x8A"
+                      "b"),
+              (std::vector<String>{L"a", L"b"}));
+
+    std::string huge(3 << 20, 'x');
+    huge[1000] = '\xC3';
+    huge[1001] = '\xA9';
+    std::vector<String> big = readAll(huge);
+    ASSERT_EQ(big.size(), 1u);
+    EXPECT_EQ(big[0].size(), huge.size() - 1);
+    EXPECT_EQ(big[0][1000], L'\u00E9');
+}
+
+TEST(LineReader, ReadGivesCodePointsThenMinusOne) {
+    std::istringstream in("x\xE2\x82\xAC");
+    UTF_8Util::LineReader reader(in);
+    EXPECT_EQ(reader.read(), 'x');
+    EXPECT_EQ(reader.read(), 0x20AC);
+    EXPECT_EQ(reader.read(), -1);
+    EXPECT_EQ(reader.read(), -1);
+
+    std::istringstream failed("abc");
+    failed.setstate(std::ios::failbit);
+    EXPECT_EQ(UTF_8Util::LineReader(failed).read(), -1);
+}
+
+TEST(LineWriter, EncodesAndDropsBeyondUnicode) {
+    EXPECT_EQ(written(L"\u20AC"), "\xE2\x82\xAC");
+    EXPECT_EQ(written(std::wstring(1, static_cast<wchar_t>(0x110000))), "");
+    EXPECT_EQ(written(std::wstring(1, static_cast<wchar_t>(-1))), "");
+    EXPECT_EQ(written(L"a\u007F\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF"),
+              "a\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
+
+    std::ostringstream out;
+    std::unique_ptr<UTF_8Util::LineWriter> writer = UTF_8Util::getWriter(out);
+    writer->write(L'\u00E9');
+    writer->writeLine();
+    writer->flush();
+    EXPECT_EQ(out.str(), "\xC3\xA9\n");
+}
+
+TEST(LineWriter, LongTextRoundTripsThroughTheReader) {
+    // Longer than the writer's encoding block, with sequences across its edge.
+    String text;
+    for (int i = 0; i < 3000; ++i)
+        text += (i % 3 == 0) ? L'\u4E2D' : (i % 3 == 1 ? L'a' : L'\U0001F600');
+    std::stringstream io;
+    UTF_8Util::LineWriter writer(io);
+    writer.write(text);
+    writer.writeLine();
+    std::unique_ptr<UTF_8Util::LineReader> reader = UTF_8Util::getReader(io);
+    bool end = false;
+    EXPECT_EQ(reader->readLine(end), text);
+    EXPECT_FALSE(end);
+}
+
+} // namespace

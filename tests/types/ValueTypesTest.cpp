@@ -1,0 +1,215 @@
+#include "types/MString.h"
+#include "types/ovTypes.h"
+
+#include <gtest/gtest.h>
+
+#include <climits>
+#include <cstdlib>
+#include <ctime>
+#include <map>
+#include <sstream>
+
+using ovTypes::ID;
+using ovTypes::String;
+using ovTypes::Time;
+using ovTypes::TimeSpan;
+
+namespace {
+
+// Sets the local time zone for one test and puts the previous one back.
+class ZoneGuard {
+public:
+    explicit ZoneGuard(const char* zone) {
+        const char* old = std::getenv("TZ");
+        mHadZone = old != nullptr;
+        if (old)
+            mOld = old;
+        setenv("TZ", zone, 1);
+        tzset();
+    }
+    ~ZoneGuard() {
+        if (mHadZone)
+            setenv("TZ", mOld.c_str(), 1);
+        else
+            unsetenv("TZ");
+        tzset();
+    }
+
+private:
+    bool mHadZone;
+    std::string mOld;
+};
+
+TEST(ID, DefaultContentPrefix) {
+    EXPECT_TRUE(ID("dc:logo").isDefaultContentID());
+    EXPECT_TRUE(ID("dc:").isDefaultContentID());
+    EXPECT_FALSE(ID("xdc:logo").isDefaultContentID());
+    EXPECT_FALSE(ID("dc").isDefaultContentID());
+    EXPECT_FALSE(ID("DC:logo").isDefaultContentID());
+
+    EXPECT_EQ(ID("dc:logo").eraseProtocol(), "logo");
+    EXPECT_EQ(ID("abcdef").eraseProtocol(), "def");
+    EXPECT_EQ(ID("ab").eraseProtocol(), "");
+    EXPECT_EQ(ID("abc").eraseProtocol(), "");
+}
+
+TEST(ID, ConversionWithStringIsPerElementNotUtf8) {
+    EXPECT_EQ(ID(String(L"\u20AC")), ID("\xAC"));
+    EXPECT_EQ(String(ID("\xE9")), String(L"\u00E9"));
+    EXPECT_EQ(ID(String(L"a\U0001F600b")), ID("a\x00"
+                                              "b",
+                                              3));
+
+    std::string all;
+    for (int b = 0; b < 256; ++b)
+        all.push_back(static_cast<char>(b));
+    String wide = ID(all);
+    ASSERT_EQ(wide.size(), 256u);
+    for (int b = 0; b < 256; ++b)
+        EXPECT_EQ(static_cast<int>(wide[b]), b);
+    EXPECT_EQ(ID(wide), ID(all));
+}
+
+TEST(ID, OrderingIsBytewiseWithPrefixFirst) {
+    std::map<ID, int> keys{{ID("b"), 0}, {ID("\xE9"), 0}, {ID("ab"), 0}, {ID("a"), 0}};
+    std::vector<ID> order;
+    for (const auto& k : keys)
+        order.push_back(k.first);
+    EXPECT_EQ(order, (std::vector<ID>{ID("a"), ID("ab"), ID("b"), ID("\xE9")}));
+}
+
+TEST(TypesFunctions, FromMillisSinceEpoch) {
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"999"), 0);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L""), 0);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"1000"), 1);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"1999"), 1);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"1170000000000"), 1170000000);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"0x1F000"), 31);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"0100000"), 64); // octal "0100"
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"12ab000"), 12);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"abcd"), 0);
+    EXPECT_EQ(ovTypes::fromMillisSinceEpoch(L"-5000"), -5);
+}
+
+TEST(TypesFunctions, ToStringIsUtcAsctimeWithNewline) {
+    ZoneGuard zone("EST5");
+    EXPECT_EQ(ovTypes::toString(0), "Thu Jan  1 00:00:00 1970\n");
+    EXPECT_EQ(ovTypes::toString(1170000000), "Sun Jan 28 16:00:00 2007\n");
+    EXPECT_EQ(ovTypes::toString(LONG_MAX), "");
+}
+
+TEST(TypesFunctions, StreamOperators) {
+    std::ostringstream narrowed;
+    narrowed << String(L"a\u20ACb");
+    EXPECT_EQ(narrowed.str(), "a\xAC"
+                              "b");
+
+    std::ostringstream iso;
+    iso << Time(0);
+    EXPECT_EQ(iso.str(), Time(0).toISO8601());
+
+    // Whatever the text, reading yields the epoch; up to 256 bytes are consumed.
+    std::istringstream in(" 107- 0-28T16- 0- 0" + std::string(300, 'x'));
+    Time t(12345);
+    in >> t;
+    EXPECT_EQ(t, Time(0));
+    EXPECT_EQ(in.tellg(), 256);
+
+    std::istringstream shortIn("1170000000");
+    Time u(5);
+    shortIn >> u;
+    EXPECT_EQ(u, Time(0));
+    EXPECT_TRUE(shortIn.eof());
+}
+
+TEST(Time, Iso8601IsTheSpacePaddedTmForm) {
+    EXPECT_EQ(Time(0).toISO8601(), "  70- 0- 1T 0- 0- 0");
+    EXPECT_EQ(Time(1170000000 + 3723).toISO8601(), " 107- 0-28T17- 2- 3");
+    EXPECT_EQ(Time::from(MString("2007-01-28T16:00:00")), Time(0));
+}
+
+TEST(Time, GettersAreUtcWhileSixFieldConstructorIsLocal) {
+    ZoneGuard zone("EST5");
+    Time t(107, 0, 28, 16, 0, 0);
+    EXPECT_EQ(t.getCount(), 1170000000 + 5 * 3600);
+    EXPECT_EQ(t.getYear(), 107);
+    EXPECT_EQ(t.getMonth(), 0);
+    EXPECT_EQ(t.getDay(), 28);
+    EXPECT_EQ(t.getHour(), 21);
+    EXPECT_EQ(t.getMin(), 0);
+    EXPECT_EQ(t.getSec(), 0);
+    EXPECT_EQ(t.toString(), "Sun Jan 28 16:00:00 2007\n"); // ctime is local again
+}
+
+TEST(Time, OutOfThirtyTwoBitRangeIsMinusOne) {
+    ZoneGuard zone("UTC0");
+    EXPECT_EQ(Time(200, 0, 1, 0, 0, 0).getCount(), -1); // 2100
+    EXPECT_EQ(Time(138, 0, 19, 3, 14, 7).getCount(), INT32_MAX);
+    // The count is 32 bits wide: larger seconds wrap as they would on the device.
+    EXPECT_EQ(Time(0x100000005L).getCount(), 5);
+}
+
+TEST(Time, ArithmeticAndSignedComparison) {
+    Time a(100), b(40);
+    EXPECT_EQ(a - b, TimeSpan(60L));
+    EXPECT_EQ(b - a, TimeSpan(-60L));
+    EXPECT_EQ(a + TimeSpan(5L), Time(105));
+    EXPECT_EQ(a - TimeSpan(5L), Time(95));
+    a += TimeSpan(10L);
+    EXPECT_EQ(a.getCount(), 110);
+    a -= TimeSpan(20L);
+    EXPECT_EQ(a.getCount(), 90);
+    a = 7L;
+    EXPECT_EQ(a.getCount(), 7);
+
+    EXPECT_LT(Time(-1), Time(0));
+    EXPECT_GT(Time(INT32_MAX), Time(INT32_MIN));
+    EXPECT_LE(Time(3), Time(3));
+    EXPECT_GE(Time(3), Time(3));
+    EXPECT_NE(Time(3), Time(4));
+}
+
+TEST(TimeSpan, FourFieldConstructorLandsInNineteenHundred) {
+    ZoneGuard zone("UTC0");
+    EXPECT_EQ(TimeSpan(0, 0, 0, 0).getCount(), -1);
+    EXPECT_EQ(TimeSpan(1, 2, 3, 4).getCount(), -1);
+    // 25567 days after 1900-01-01 is the epoch: the range check is a check, not a constant.
+    EXPECT_EQ(TimeSpan(25568, 0, 0, 10).getCount(), 10);
+}
+
+TEST(TimeSpan, GettersReadCalendarFieldsOfTheCount) {
+    TimeSpan zero(0L);
+    EXPECT_EQ(zero.getDays(), 1);
+    EXPECT_EQ(zero.getHours(), 0);
+    EXPECT_EQ(zero.getTotalHours(), 24);
+    EXPECT_EQ(zero.getTotalMinutes(), 1440);
+    EXPECT_EQ(zero.getTotalSeconds(), 86400);
+
+    TimeSpan span(90061L); // one day, one hour, one minute, one second
+    EXPECT_EQ(span.getDays(), 2);
+    EXPECT_EQ(span.getHours(), 1);
+    EXPECT_EQ(span.getMinutes(), 1);
+    EXPECT_EQ(span.getSeconds(), 1);
+    EXPECT_EQ(span.getTotalHours(), 49);
+    EXPECT_EQ(span.getTotalMinutes(), 49 * 60 + 1);
+    EXPECT_EQ(span.getTotalSeconds(), (49 * 60 + 1) * 60 + 1);
+
+    // 32 days wrap into February: the totals ignore the month.
+    TimeSpan month(32L * 86400);
+    EXPECT_EQ(month.getDays(), 2);
+    EXPECT_EQ(month.getTotalHours(), 48);
+}
+
+TEST(TimeSpan, Arithmetic) {
+    TimeSpan a(10L), b(3L);
+    EXPECT_EQ((a + b).getCount(), 13);
+    EXPECT_EQ((a - b).getCount(), 7);
+    a += b;
+    EXPECT_EQ(a.getCount(), 13);
+    a -= TimeSpan(20L);
+    EXPECT_EQ(a.getCount(), -7);
+    EXPECT_LT(a, b);
+    EXPECT_GT(b, a);
+}
+
+} // namespace
