@@ -1,0 +1,41 @@
+// The attributes of one start tag, in document order.
+#ifndef OVBASE_DPTEMPLATE_ATTRIBUTELIST_H
+#define OVBASE_DPTEMPLATE_ATTRIBUTELIST_H
+
+#include "types/MString.h"
+
+#include <deque>
+
+namespace DPTemplate {
+
+struct Attribute {
+    Attribute() {}
+    Attribute(const MString& name, const MString& value) : mName(name), mValue(value) {}
+
+    MString mName;
+    MString mValue;
+};
+
+class AttributeList {
+public:
+    typedef std::deque<Attribute>::const_iterator const_iterator;
+
+    void add(const MString& name, const MString& value) { mAttributes.emplace_back(name, value); }
+
+    // The value of the first attribute named exactly NAME; "" when there is none, so an absent
+    // attribute and an empty one look the same to every reader.
+    const MString& getAttribute(const MString& name) const;
+
+    unsigned int size() const { return static_cast<unsigned int>(mAttributes.size()); }
+    bool empty() const { return mAttributes.empty(); }
+    const Attribute& operator[](unsigned int index) const { return mAttributes[index]; }
+    const_iterator begin() const { return mAttributes.begin(); }
+    const_iterator end() const { return mAttributes.end(); }
+
+private:
+    std::deque<Attribute> mAttributes;
+};
+
+} // namespace DPTemplate
+
+#endif

@@ -1,0 +1,78 @@
+#include "dptemplate/Component.h"
+
+#include <algorithm>
+#include <climits>
+#include <cstdint>
+
+namespace DPTemplate {
+
+const char* const Component::COMPONENT_TYPE_TRANS_STRING = "box image layout scrooler spacer text";
+const EnumAndText Component::mTransType(COMPONENT_TYPE_TRANS_STRING, -1);
+
+Component::Component(int type) : mType(type) {}
+
+const MString& Component::getTypeName() const {
+    return mTransType.lookUpText(static_cast<unsigned int>(mType));
+}
+
+void Component::setAttributes(const AttributeList& attributes) {
+    mAttributes = attributes;
+}
+
+int Component::spanOf(const char* name) const {
+    const MString& value = getAttribute(name);
+    // toInt reads only leading digits, and more than nine of them could overflow.
+    if (value.empty() || !MString::isDigit(value[0]) || value.size() > 9) {
+        return 1;
+    }
+    int span = value.toInt();
+    return span > 0 ? span : 1;
+}
+
+namespace {
+
+// Sums of spans are taken wide and clamped, so that no document can overflow them.
+int clamped(std::int64_t value) {
+    return value > INT_MAX ? INT_MAX : static_cast<int>(value);
+}
+
+} // namespace
+
+int Sequence::getGridColumns() const {
+    std::int64_t columns = 0;
+    for (const std::unique_ptr<Component>& component : mComponents) {
+        std::int64_t span = component->getColSpan();
+        columns = mColumn ? std::max(columns, span) : columns + span;
+    }
+    return clamped(columns);
+}
+
+int Sequence::getGridRows() const {
+    std::int64_t rows = 0;
+    for (const std::unique_ptr<Component>& component : mComponents) {
+        std::int64_t span = component->getRowSpan();
+        rows = mColumn ? rows + span : std::max(rows, span);
+    }
+    return clamped(rows);
+}
+
+void Container::setComponent(Component* component) {
+    // Held until attached, so that a failed allocation frees rather than leaks.
+    std::unique_ptr<Component> owned(component);
+    std::unique_ptr<Sequence> row(new Sequence(false));
+    row->addComponent(owned.release());
+    addSequence(row.release());
+}
+
+void Container::init() {
+    std::int64_t rows = 0;
+    int columns = 0;
+    for (const std::unique_ptr<Sequence>& sequence : mSequences) {
+        rows += sequence->getGridRows();
+        columns = std::max(columns, sequence->getGridColumns());
+    }
+    mGridRows = clamped(rows);
+    mGridColumns = columns;
+}
+
+} // namespace DPTemplate

@@ -1,0 +1,403 @@
+#include "dptemplate/SaxParser.h"
+
+#include <libxml/parser.h>
+#include <libxml/parserInternals.h>
+
+#include <cstdarg>
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <istream>
+
+namespace DPTemplate {
+
+namespace {
+
+// libxml2 hands texts as xmlChar; ours are narrow strings of the same bytes.
+MString text(const xmlChar* value) {
+    return value ? MString(reinterpret_cast<const char*>(value)) : MString();
+}
+
+SaxParser* parserOf(void* context) {
+    return static_cast<SaxParser*>(context);
+}
+
+// Messages are formatted into 1024 bytes; longer ones are cut.
+MString format(const char* fmt, va_list args) {
+    char buffer[1024];
+    std::vsnprintf(buffer, sizeof buffer, fmt, args);
+    return MString(buffer);
+}
+
+} // namespace
+
+// Every trampoline shields libxml2's C frames from exceptions: a failure is handed to
+// handleException, which stops the parser; the parse call raises it again. Once a failure is
+// pending no further event is delivered (libxml2's whole-document parse still ends the
+// document after a stop).
+#define OV_SAX_GUARDED(parser, call)                                                               \
+    do {                                                                                           \
+        if ((parser)->hasPendingException()) {                                                     \
+            break;                                                                                 \
+        }                                                                                          \
+        try {                                                                                      \
+            call;                                                                                  \
+        } catch (...) {                                                                            \
+            (parser)->handleException(std::current_exception());                                   \
+        }                                                                                          \
+    } while (0)
+
+void SaxParserCallback::internalSubset(void* context, const xmlChar* name,
+                                       const xmlChar* externalId, const xmlChar* systemId) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onInternalSubset(text(name), text(externalId), text(systemId)));
+}
+
+void SaxParserCallback::entityDecl(void* context, const xmlChar* name, int type,
+                                   const xmlChar* publicId, const xmlChar* systemId,
+                                   xmlChar* content) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onEntityDeclaration(text(name), type, text(publicId),
+                                                       text(systemId), text(content)));
+}
+
+xmlEntity* SaxParserCallback::getEntity(void* context, const xmlChar* name) {
+    SaxParser* parser = parserOf(context);
+    xmlEntity* entity = nullptr;
+    OV_SAX_GUARDED(parser, entity = parser->onGetEntity(text(name)));
+    return entity;
+}
+
+void SaxParserCallback::startDocument(void* context) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onStartDocument());
+}
+
+void SaxParserCallback::endDocument(void* context) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onEndDocument());
+}
+
+void SaxParserCallback::startElement(void* context, const xmlChar* name,
+                                     const xmlChar** attributes) {
+    SaxParser* parser = parserOf(context);
+    if (parser->hasPendingException()) {
+        return;
+    }
+    try {
+        AttributeList list;
+        if (attributes) {
+            for (const xmlChar** pair = attributes; pair[0]; pair += 2) {
+                list.add(text(pair[0]), text(pair[1]));
+            }
+        }
+        parser->onStartElement(text(name), list);
+    } catch (...) {
+        parser->handleException(std::current_exception());
+    }
+}
+
+void SaxParserCallback::endElement(void* context, const xmlChar* name) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onEndElement(text(name)));
+}
+
+void SaxParserCallback::characters(void* context, const xmlChar* bytes, int length) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onCharacters(MString(reinterpret_cast<const char*>(bytes),
+                                                        static_cast<size_t>(length))));
+}
+
+void SaxParserCallback::comment(void* context, const xmlChar* value) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onComment(text(value)));
+}
+
+void SaxParserCallback::cdataBlock(void* context, const xmlChar* bytes, int length) {
+    SaxParser* parser = parserOf(context);
+    OV_SAX_GUARDED(parser, parser->onCdataBlock(MString(reinterpret_cast<const char*>(bytes),
+                                                        static_cast<size_t>(length))));
+}
+
+void SaxParserCallback::warning(void* context, const char* fmt, ...) {
+    SaxParser* parser = parserOf(context);
+    va_list args;
+    va_start(args, fmt);
+    MString message = format(fmt, args);
+    va_end(args);
+    OV_SAX_GUARDED(parser, parser->onWarning(message));
+}
+
+void SaxParserCallback::error(void* context, const char* fmt, ...) {
+    SaxParser* parser = parserOf(context);
+    va_list args;
+    va_start(args, fmt);
+    MString message = format(fmt, args);
+    va_end(args);
+    OV_SAX_GUARDED(parser, parser->onError(message));
+}
+
+void SaxParserCallback::fatalError(void* context, const char* fmt, ...) {
+    SaxParser* parser = parserOf(context);
+    va_list args;
+    va_start(args, fmt);
+    MString message = format(fmt, args);
+    va_end(args);
+    OV_SAX_GUARDED(parser, parser->onFatalError(message));
+}
+
+void SaxParserCallback::validityError(void* context, const char* fmt, ...) {
+    SaxParser* parser = parserOf(context);
+    va_list args;
+    va_start(args, fmt);
+    MString message = format(fmt, args);
+    va_end(args);
+    OV_SAX_GUARDED(parser, parser->onValidityError(message));
+}
+
+void SaxParserCallback::validityWarning(void* context, const char* fmt, ...) {
+    SaxParser* parser = parserOf(context);
+    va_list args;
+    va_start(args, fmt);
+    MString message = format(fmt, args);
+    va_end(args);
+    OV_SAX_GUARDED(parser, parser->onValidityWarning(message));
+}
+
+#undef OV_SAX_GUARDED
+
+SaxParser::SaxParser(bool useEntityHook)
+    : mpContext(nullptr), mValidate(false), mSubstituteEntities(false),
+      mpSaxHandler(new xmlSAXHandler) {
+    // Zeroed, and left a SAX1 record, so that libxml2 reports start tags through startElement
+    // with the plain array of attribute names and values.
+    std::memset(mpSaxHandler, 0, sizeof(xmlSAXHandler));
+    mpSaxHandler->internalSubset = SaxParserCallback::internalSubset;
+    mpSaxHandler->entityDecl = SaxParserCallback::entityDecl;
+    mpSaxHandler->startDocument = SaxParserCallback::startDocument;
+    mpSaxHandler->endDocument = SaxParserCallback::endDocument;
+    mpSaxHandler->startElement = SaxParserCallback::startElement;
+    mpSaxHandler->endElement = SaxParserCallback::endElement;
+    mpSaxHandler->characters = SaxParserCallback::characters;
+    mpSaxHandler->comment = SaxParserCallback::comment;
+    mpSaxHandler->warning = SaxParserCallback::warning;
+    mpSaxHandler->error = SaxParserCallback::error;
+    mpSaxHandler->fatalError = SaxParserCallback::fatalError;
+    mpSaxHandler->cdataBlock = SaxParserCallback::cdataBlock;
+    if (useEntityHook) {
+        mpSaxHandler->getEntity = SaxParserCallback::getEntity;
+    }
+}
+
+SaxParser::~SaxParser() {
+    if (mpContext) {
+        SaxParser::releaseUnderlying();
+    }
+    delete mpSaxHandler;
+}
+
+void SaxParser::setValidate(bool validate) {
+    mValidate = validate;
+}
+bool SaxParser::getValidate() const {
+    return mValidate;
+}
+void SaxParser::setSubstituteEntities(bool substitute) {
+    mSubstituteEntities = substitute;
+}
+bool SaxParser::getSubstituteEntities() const {
+    return mSubstituteEntities;
+}
+
+void SaxParser::onStartElement(const MString&, const AttributeList&) {}
+void SaxParser::onEndElement(const MString&) {}
+void SaxParser::onCharacters(const MString&) {}
+void SaxParser::onComment(const MString&) {}
+void SaxParser::onWarning(const MString&) {}
+void SaxParser::onError(const MString&) {}
+void SaxParser::onFatalError(const MString&) {}
+void SaxParser::onCdataBlock(const MString&) {}
+void SaxParser::onInternalSubset(const MString&, const MString&, const MString&) {}
+xmlEntity* SaxParser::onGetEntity(const MString&) {
+    return nullptr;
+}
+void SaxParser::onEntityDeclaration(const MString&, int, const MString&, const MString&,
+                                    const MString&) {}
+
+void SaxParser::onValidityError(const MString& message) {
+    mValidityErrors += message;
+}
+void SaxParser::onValidityWarning(const MString& message) {
+    mValidityWarnings += message;
+}
+
+void SaxParser::handleException(std::exception_ptr failure) {
+    if (!mPendingException) {
+        mPendingException = failure;
+    }
+    if (mpContext) {
+        xmlStopParser(mpContext);
+    }
+}
+
+void SaxParser::checkForException() {
+    if (mPendingException) {
+        std::exception_ptr failure = mPendingException;
+        mPendingException = nullptr;
+        std::rethrow_exception(failure);
+    }
+}
+
+void SaxParser::checkForValidityMessages() {
+    if (mValidate && !mValidityErrors.empty()) {
+        throw SaxParserException(mValidityErrors);
+    }
+}
+
+void SaxParser::initializeContext() {
+    mpContext->replaceEntities = mSubstituteEntities ? 1 : 0;
+    mpContext->validate = mValidate ? 1 : 0;
+    mpContext->vctxt.error = SaxParserCallback::validityError;
+    mpContext->vctxt.warning = SaxParserCallback::validityWarning;
+    mpContext->vctxt.userData = this;
+    mValidityErrors.clear();
+    mValidityWarnings.clear();
+}
+
+void SaxParser::releaseUnderlying() {
+    if (!mpContext) {
+        return;
+    }
+    if (mpContext->myDoc) {
+        xmlFreeDoc(mpContext->myDoc);
+        mpContext->myDoc = nullptr;
+    }
+    xmlFreeParserCtxt(mpContext);
+    mpContext = nullptr;
+}
+
+void SaxParser::adoptContext(xmlParserCtxt* context) {
+    // The context owns a copy of a handler record; ours replaces its contents.
+    std::memcpy(context->sax, mpSaxHandler, sizeof(xmlSAXHandler));
+    context->userData = this;
+    mpContext = context;
+    mPendingException = nullptr;
+    initializeContext();
+}
+
+void SaxParser::parse() {
+    if (mpContext) {
+        xmlParseDocument(mpContext);
+    }
+}
+
+void SaxParser::runWholeDocument() {
+    try {
+        parse();
+    } catch (...) {
+        releaseUnderlying();
+        throw;
+    }
+    releaseUnderlying();
+    checkForException();
+    checkForValidityMessages();
+}
+
+void SaxParser::parseFile(const MString& fileName) {
+    if (mpContext) {
+        return;
+    }
+    // libxml2 would report an unreadable file on standard error; the engine writes nothing.
+    if (!std::ifstream(fileName.c_str(), std::ios::binary)) {
+        throw SaxParserException("cannot open " + fileName);
+    }
+    xmlParserCtxt* context = xmlCreateFileParserCtxt(fileName.c_str());
+    if (!context) {
+        throw SaxParserException("cannot create a parser context for " + fileName);
+    }
+    adoptContext(context);
+    runWholeDocument();
+}
+
+void SaxParser::parseMemory(const MString& text) {
+    parseMemoryRaw(reinterpret_cast<const unsigned char*>(text.data()),
+                   static_cast<unsigned int>(text.size()));
+}
+
+void SaxParser::parseMemoryRaw(const unsigned char* bytes, unsigned int length) {
+    if (mpContext) {
+        return;
+    }
+    xmlParserCtxt* context =
+        xmlCreateMemoryParserCtxt(reinterpret_cast<const char*>(bytes), static_cast<int>(length));
+    if (!context) {
+        throw SaxParserException("cannot create a parser context for a memory buffer");
+    }
+    adoptContext(context);
+    runWholeDocument();
+}
+
+void SaxParser::parseStream(std::istream& in) {
+    if (mpContext) {
+        return;
+    }
+    xmlParserCtxt* context = xmlCreatePushParserCtxt(mpSaxHandler, this, nullptr, 0, "");
+    if (!context) {
+        throw SaxParserException("cannot create a push parser context");
+    }
+    adoptContext(context);
+    try {
+        std::string line;
+        while (!mPendingException) {
+            if (!std::getline(in, line)) {
+                if (!mPendingException) {
+                    xmlParseChunk(mpContext, nullptr, 0, 1);
+                }
+                break;
+            }
+            line += '\n';
+            xmlParseChunk(mpContext, line.data(), static_cast<int>(line.size()), 0);
+        }
+    } catch (...) {
+        // A failing stream must not leave the context behind.
+        releaseUnderlying();
+        throw;
+    }
+    releaseUnderlying();
+    checkForException();
+}
+
+void SaxParser::parseChunk(const MString& chunk) {
+    if (!mpContext) {
+        xmlParserCtxt* context = xmlCreatePushParserCtxt(mpSaxHandler, this, nullptr, 0, "");
+        if (!context) {
+            throw SaxParserException("cannot create a push parser context");
+        }
+        adoptContext(context);
+    }
+    xmlParseChunk(mpContext, chunk.data(), static_cast<int>(chunk.size()), 0);
+    if (mPendingException) {
+        releaseUnderlying();
+        checkForException();
+    }
+}
+
+void SaxParser::finishChunkParsing() {
+    if (!mpContext) {
+        return;
+    }
+    if (!mPendingException) {
+        xmlParseChunk(mpContext, nullptr, 0, 1);
+    }
+    releaseUnderlying();
+    checkForException();
+}
+
+int SaxParser::getLineNumber() const {
+    if (!mpContext || !mpContext->input) {
+        return 0;
+    }
+    return mpContext->input->line;
+}
+
+} // namespace DPTemplate

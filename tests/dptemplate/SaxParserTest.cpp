@@ -1,0 +1,220 @@
+#include "dptemplate/SaxParser.h"
+
+#include "support/Files.h"
+#include "support/StderrCapture.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+using DPTemplate::AttributeList;
+using DPTemplate::SaxParser;
+using DPTemplate::SaxParserException;
+
+namespace {
+
+// Writes every event it receives as one line, so a test compares the whole sequence at once.
+class RecordingParser : public SaxParser {
+public:
+    explicit RecordingParser(bool useEntityHook = false) : SaxParser(useEntityHook) {}
+
+    std::vector<std::string> mEvents;
+    std::vector<std::string> mErrors;
+    std::vector<int> mErrorLines;
+    std::string mThrowOnElement;
+    int mEntityLookUps = 0;
+
+protected:
+    void onStartDocument() override { mEvents.push_back("start-document"); }
+    void onEndDocument() override { mEvents.push_back("end-document"); }
+    void onStartElement(const MString& name, const AttributeList& attributes) override {
+        std::string event = "<" + name;
+        for (const DPTemplate::Attribute& attribute : attributes) {
+            event += " " + attribute.mName + "=" + attribute.mValue;
+        }
+        mEvents.push_back(event + ">");
+        if (name == mThrowOnElement) {
+            throw std::runtime_error("refused " + name);
+        }
+    }
+    void onEndElement(const MString& name) override { mEvents.push_back("</" + name + ">"); }
+    void onCharacters(const MString& text) override {
+        // libxml2 may split a text run; join neighbouring pieces.
+        if (!mEvents.empty() && mEvents.back().compare(0, 5, "text:") == 0) {
+            mEvents.back() += text;
+        } else {
+            mEvents.push_back("text:" + text);
+        }
+    }
+    void onComment(const MString& text) override { mEvents.push_back("comment:" + text); }
+    void onCdataBlock(const MString& text) override { mEvents.push_back("cdata:" + text); }
+    void onError(const MString& message) override { recordError(message); }
+    void onFatalError(const MString& message) override { recordError(message); }
+    _xmlEntity* onGetEntity(const MString&) override {
+        ++mEntityLookUps;
+        return nullptr;
+    }
+
+private:
+    void recordError(const MString& message) {
+        mErrors.push_back(message);
+        mErrorLines.push_back(getLineNumber());
+    }
+};
+
+const char* const DOCUMENT = "<?xml version=\"1.0\"?>\n"
+                             "<root b=\"2\" a=\"1\">\n"
+                             "  <!--note-->\n"
+                             "  <leaf>hi &amp; there</leaf>\n"
+                             "  <![CDATA[x<y]]>\n"
+                             "</root>\n";
+
+const std::vector<std::string> EXPECTED_EVENTS = {
+    "start-document", "<root b=2 a=1>",  "text:\n  ",   "comment:note", "text:\n  ",
+    "<leaf>",         "text:hi & there", "</leaf>",     "text:\n  ",    "cdata:x<y",
+    "text:\n",        "</root>",         "end-document"};
+
+enum class Path { Stream, Memory, File, Chunks };
+
+// Runs one parse of TEXT along PATH.
+void parseAlong(Path path, SaxParser& parser, const std::string& text) {
+    switch (path) {
+    case Path::Stream: {
+        std::istringstream in(text);
+        parser.parseStream(in);
+        break;
+    }
+    case Path::Memory:
+        parser.parseMemory(text);
+        break;
+    case Path::File: {
+        ovtest::TempDir dir;
+        std::string file = dir.file("doc.xml");
+        ASSERT_TRUE(ovtest::writeFile(file, text));
+        parser.parseFile(file);
+        break;
+    }
+    case Path::Chunks:
+        // Small uneven pieces cut through tags and texts.
+        for (std::string::size_type at = 0; at < text.size(); at += 7) {
+            parser.parseChunk(text.substr(at, 7));
+        }
+        parser.finishChunkParsing();
+        break;
+    }
+}
+
+class SaxParserPaths : public ::testing::TestWithParam<Path> {};
+
+} // namespace
+
+TEST_P(SaxParserPaths, DeliversEveryEventInDocumentOrder) {
+    RecordingParser parser;
+    parseAlong(GetParam(), parser, DOCUMENT);
+    EXPECT_EQ(EXPECTED_EVENTS, parser.mEvents);
+    EXPECT_TRUE(parser.mErrors.empty());
+}
+
+TEST_P(SaxParserPaths, FailureInACallbackStopsTheParseAndIsRaisedAfterIt) {
+    RecordingParser parser;
+    parser.mThrowOnElement = "leaf";
+    try {
+        parseAlong(GetParam(), parser, DOCUMENT);
+        FAIL() << "the failure raised in onStartElement was lost";
+    } catch (const std::runtime_error& failure) {
+        EXPECT_STREQ("refused leaf", failure.what());
+    }
+    // Nothing after the failing start tag reached the parser.
+    ASSERT_FALSE(parser.mEvents.empty());
+    EXPECT_EQ("<leaf>", parser.mEvents.back());
+
+    // The same object parses again, and the old failure does not come back.
+    parser.mThrowOnElement.clear();
+    parser.mEvents.clear();
+    parseAlong(GetParam(), parser, DOCUMENT);
+    EXPECT_EQ(EXPECTED_EVENTS, parser.mEvents);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllContexts, SaxParserPaths,
+                         ::testing::Values(Path::Stream, Path::Memory, Path::File, Path::Chunks));
+
+TEST(SaxParser, MalformedInputIsReportedToTheParserAndNothingIsPrinted) {
+    RecordingParser parser;
+    ovtest::StderrCapture capture;
+    std::istringstream in("<root>\n<a>\n</b>\n</root>\n");
+    parser.parseStream(in);
+    EXPECT_EQ("", capture.text());
+    ASSERT_FALSE(parser.mErrors.empty());
+    EXPECT_NE(std::string::npos, parser.mErrors.front().find("mismatch")) << parser.mErrors.front();
+    EXPECT_EQ(3, parser.mErrorLines.front());
+    // The event stream ends early: no end of the root element.
+    ASSERT_LE(4u, parser.mEvents.size());
+    EXPECT_EQ("<a>", parser.mEvents[3]);
+    for (const std::string& event : parser.mEvents) {
+        EXPECT_NE("</root>", event);
+    }
+}
+
+TEST(SaxParser, LongMessagesAreCutAt1024Bytes) {
+    RecordingParser parser;
+    std::string name(3000, 'n');
+    parser.parseMemory("<" + name + "></x>");
+    ASSERT_FALSE(parser.mErrors.empty());
+    EXPECT_EQ(1023u, parser.mErrors.front().size());
+}
+
+TEST(SaxParser, UnreadableFileRaisesWithoutPrinting) {
+    RecordingParser parser;
+    ovtest::TempDir dir;
+    ovtest::StderrCapture capture;
+    EXPECT_THROW(parser.parseFile(dir.file("missing.xml")), SaxParserException);
+    EXPECT_EQ("", capture.text());
+    EXPECT_TRUE(parser.mEvents.empty());
+}
+
+TEST(SaxParser, EntityHookOnlyWhenAskedFor) {
+    const std::string text = "<!DOCTYPE r [<!ENTITY e \"v\">]><r>&e;</r>";
+    RecordingParser withHook(true);
+    withHook.parseMemory(text);
+    EXPECT_GT(withHook.mEntityLookUps, 0);
+
+    RecordingParser withoutHook(false);
+    withoutHook.parseMemory(text);
+    EXPECT_EQ(0, withoutHook.mEntityLookUps);
+}
+
+namespace {
+
+// A stream buffer that hands out a few bytes and then fails hard.
+class FailingBuffer : public std::streambuf {
+public:
+    FailingBuffer() : mText("<root>\n<a/>\n") {
+        setg(&mText[0], &mText[0], &mText[0] + mText.size());
+    }
+
+protected:
+    int_type underflow() override { throw std::runtime_error("device gone"); }
+
+private:
+    std::string mText;
+};
+
+} // namespace
+
+TEST(SaxParser, StreamFailureReleasesTheContext) {
+    RecordingParser parser;
+    FailingBuffer buffer;
+    std::istream in(&buffer);
+    in.exceptions(std::ios::badbit);
+    EXPECT_THROW(parser.parseStream(in), std::exception);
+    EXPECT_EQ(0, parser.getLineNumber());
+    // A context left behind would make this parse return at once without events.
+    parser.mEvents.clear();
+    std::istringstream again(DOCUMENT);
+    parser.parseStream(again);
+    EXPECT_EQ(EXPECTED_EVENTS, parser.mEvents);
+}
