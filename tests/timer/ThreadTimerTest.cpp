@@ -1,0 +1,221 @@
+// The library's timer thread, on real time. Every case waits at least one five-second
+// sleep of the thread, so all are in the slow suite. ctest runs each in its own process, so
+// the cases do not share the thread's state; when the binary runs whole, the numbers are
+// read from the registration diagnostics rather than assumed.
+#include "timer/ThreadTimer.h"
+#include "timer/ITimer.h"
+
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <mutex>
+#include <pthread.h>
+#include <regex>
+#include <string>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+struct Firing {
+    std::string tag;
+    Clock::time_point at;
+    pthread_t thread;
+};
+
+// What the timer thread ran, for the test thread to wait on.
+struct Firings {
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::vector<Firing> list;
+
+    void add(const char* tag) {
+        std::lock_guard<std::mutex> hold(mutex);
+        list.push_back(Firing{tag, Clock::now(), pthread_self()});
+        changed.notify_all();
+    }
+    // A copy of the list once it has COUNT entries, or as it is after TIMEOUT.
+    std::vector<Firing> waitFor(size_t count, std::chrono::seconds timeout) {
+        std::unique_lock<std::mutex> hold(mutex);
+        changed.wait_for(hold, timeout, [&] { return list.size() >= count; });
+        return list;
+    }
+};
+
+// Handlers are freed without a destructor, so they hold only plain pointers.
+struct RecordingHandler : IHandler {
+    RecordingHandler(Firings* firings, const char* tag) : mpFirings(firings), mpTag(tag) {}
+    void handle() override { mpFirings->add(mpTag); }
+    Firings* mpFirings;
+    const char* mpTag;
+};
+
+double secondsBetween(Clock::time_point from, Clock::time_point to) {
+    return std::chrono::duration<double>(to - from).count();
+}
+
+// The timer number of the latest registration with DELAY in the diagnostics, or -1.
+int registeredNumber(const std::string& text, unsigned int delay) {
+    std::regex line("ThreadTimer::regist:" + std::to_string(delay) + ", (\\d+)\\.\n\n");
+    int number = -1;
+    for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it)
+        number = std::stoi((*it)[1].str());
+    return number;
+}
+
+TEST(ThreadTimerSlow, EqualDelaysFireInRegistrationOrderInOnePassAfterTheSleep) {
+    Firings firings;
+    ovtest::StderrCapture capture;
+    Clock::time_point start = Clock::now();
+    ASSERT_EQ(TimerMgr::addTimer(3, new RecordingHandler(&firings, "first")), 0);
+    ASSERT_EQ(TimerMgr::addTimer(3, new RecordingHandler(&firings, "second")), 0);
+    ASSERT_EQ(TimerMgr::addTimer(0, new RecordingHandler(&firings, "never")), 0);
+
+    std::vector<Firing> fired = firings.waitFor(2, std::chrono::seconds(15));
+    ASSERT_EQ(fired.size(), 2u);
+    EXPECT_EQ(fired[0].tag, "first");
+    EXPECT_EQ(fired[1].tag, "second");
+    // Woken by the registration, the thread sleeps five seconds before it fires.
+    double after = secondsBetween(start, fired[0].at);
+    EXPECT_GE(after, 4.9);
+    EXPECT_LT(after, 9.0);
+    EXPECT_FALSE(pthread_equal(fired[0].thread, pthread_self()));
+    EXPECT_TRUE(pthread_equal(fired[0].thread, fired[1].thread));
+
+    // One pass: no wait of the thread between the two firings.
+    std::string text = capture.text();
+    int firstId = registeredNumber(text, 3);
+    ASSERT_GT(firstId, 0);
+    size_t one = text.find("ThreadTimer got a new time out:" + std::to_string(firstId - 1) + "!");
+    size_t two = text.find("ThreadTimer got a new time out:" + std::to_string(firstId) + "!");
+    ASSERT_NE(one, std::string::npos) << text;
+    ASSERT_NE(two, std::string::npos) << text;
+    EXPECT_EQ(text.find("Waiting", one), text.find("Waiting", two)) << text;
+    EXPECT_EQ(registeredNumber(text, 0), -1); // a zero delay is never registered
+
+    // The zero-delay timer stays stored but is never due.
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+    EXPECT_EQ(firings.waitFor(3, std::chrono::seconds(0)).size(), 2u);
+}
+
+TEST(ThreadTimerSlow, RemovedTimerStillWakesTheThreadButFindsNoHandler) {
+    Firings firings;
+    ovtest::StderrCapture capture;
+    ASSERT_EQ(TimerMgr::addTimer(2, new RecordingHandler(&firings, "removed")), 0);
+    int id = registeredNumber(capture.text(), 2);
+    ASSERT_GT(id, 0);
+    EXPECT_EQ(TimerMgr::removeTimer(id), 1);
+    EXPECT_EQ(TimerMgr::removeTimer(id), 0);
+
+    std::string missing = "No file the handle:" + std::to_string(id) + "\n";
+    Clock::time_point deadline = Clock::now() + std::chrono::seconds(15);
+    while (capture.text().find(missing) == std::string::npos && Clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    std::string text = capture.text();
+    EXPECT_NE(text.find("{3} ITimer.cpp:"), std::string::npos);
+    EXPECT_NE(text.find(missing), std::string::npos) << text;
+    EXPECT_TRUE(firings.waitFor(1, std::chrono::seconds(0)).empty());
+}
+
+// Runs on the timer thread with the list locked, and registers follow-ups from there: one
+// due within the five-second window of the current pass and one beyond it.
+struct ChainingHandler : IHandler {
+    ChainingHandler(Firings* firings, std::atomic<int>* result)
+        : mpFirings(firings), mpResult(result) {}
+    void handle() override {
+        mpFirings->add("outer");
+        int soon = TimerMgr::addTimer(1, new RecordingHandler(mpFirings, "soon"));
+        int late = TimerMgr::addTimer(7, new RecordingHandler(mpFirings, "late"));
+        *mpResult = soon == 0 && late == 0 ? 0 : -1;
+    }
+    Firings* mpFirings;
+    std::atomic<int>* mpResult;
+};
+
+TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
+    Firings firings;
+    std::atomic<int> result(-2);
+    std::vector<Firing> fired;
+    {
+        ovtest::StderrCapture quiet;
+        ovtest::StdoutCapture quietOut;
+        ASSERT_EQ(TimerMgr::addTimer(1, new ChainingHandler(&firings, &result)), 0);
+        fired = firings.waitFor(3, std::chrono::seconds(25));
+    }
+    ASSERT_EQ(fired.size(), 3u);
+    EXPECT_EQ(result, 0);
+    EXPECT_EQ(fired[0].tag, "outer");
+    EXPECT_EQ(fired[1].tag, "soon");
+    EXPECT_EQ(fired[2].tag, "late");
+    // Due within five seconds: fired in the same pass.
+    EXPECT_LT(secondsBetween(fired[0].at, fired[1].at), 1.0);
+    // Not yet due: the registration's wake-up is followed by the sleep, then it counts as due.
+    double late = secondsBetween(fired[0].at, fired[2].at);
+    EXPECT_GE(late, 4.9);
+    EXPECT_LT(late, 9.0);
+}
+
+// Exit with timers pending, with the thread waiting for a due time and while it sleeps
+// after a wake-up: the process must end normally and at once. Checked in a child process.
+TEST(ThreadTimerSlow, ExitWithPendingTimersEndsCleanly) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static Firings firings;
+            TimerMgr::addTimer(100, new RecordingHandler(&firings, "late"));
+            TimerMgr::addTimer(1, new RecordingHandler(&firings, "soon"));
+            std::this_thread::sleep_for(std::chrono::milliseconds(500));
+            std::exit(firings.list.empty() ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+// A handler that signals the test and then takes a while.
+struct SlowHandler : IHandler {
+    explicit SlowHandler(std::atomic<bool>* started) : mpStarted(started) {}
+    void handle() override {
+        *mpStarted = true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    }
+    std::atomic<bool>* mpStarted;
+};
+
+// Exit while a handler runs on the timer thread: the teardown waits for it and ends.
+TEST(ThreadTimerSlow, ExitDuringAHandlerEndsCleanly) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static std::atomic<bool> started(false);
+            TimerMgr::addTimer(1, new SlowHandler(&started));
+            while (!started)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            std::exit(7);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+// A ThreadTimer of its own, torn down at once: the thread may not have started yet.
+TEST(ThreadTimer, BackEndTornDownRightAfterStartIsSafe) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            for (int round = 0; round < 50; ++round) {
+                ThreadTimer* timer = new ThreadTimer();
+                timer->regist(round % 3, round);
+                delete timer;
+            }
+            int refused = TimerMgr::addTimer(1, nullptr);
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+            std::exit(refused == -1 ? 7 : 1);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+} // namespace

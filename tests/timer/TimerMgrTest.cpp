@@ -1,0 +1,113 @@
+// The manager against a recording back-end. Constructing the fake makes it the back-end in
+// place of the library's ThreadTimer; destroying it leaves the process with none, which is
+// what the last case checks. These run after the ThreadTimer cases when the whole binary runs
+// in one process.
+#include "timer/ITimer.h"
+
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <utility>
+#include <vector>
+
+namespace {
+
+class FakeTimer : public ITimer {
+public:
+    void regist(unsigned int seconds, int timerId) override {
+        mCalls.push_back(std::make_pair(seconds, timerId));
+    }
+    std::vector<std::pair<unsigned int, int>> mCalls;
+};
+
+struct CountingHandler : IHandler {
+    explicit CountingHandler(int* runs) : mpRuns(runs) {}
+    void handle() override { ++*mpRuns; }
+    int* mpRuns;
+};
+
+TEST(TimerMgr, NumbersFollowEachOtherAndReachTheBackEnd) {
+    FakeTimer fake;
+    int runs = 0;
+    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
+    ASSERT_EQ(TimerMgr::addTimer(0, new CountingHandler(&runs)), 0);
+    ASSERT_EQ(TimerMgr::addTimer(70, new CountingHandler(&runs)), 0);
+    ASSERT_EQ(fake.mCalls.size(), 3u);
+    int first = fake.mCalls[0].second;
+    EXPECT_EQ(fake.mCalls[0].first, 3u);
+    EXPECT_EQ(fake.mCalls[1], std::make_pair(0u, first + 1));
+    EXPECT_EQ(fake.mCalls[2], std::make_pair(70u, first + 2));
+    EXPECT_EQ(runs, 0); // nothing runs until the back-end says so
+}
+
+// Numbering is process-wide, so it is checked in a fresh process.
+TEST(TimerMgr, FirstTimerOfTheProcessIsNumberTwo) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            FakeTimer fake;
+            int runs = 0;
+            TimerMgr::addTimer(5, new CountingHandler(&runs));
+            std::exit(fake.mCalls.size() == 1 && fake.mCalls[0].second == 2 ? 0 : 1);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
+TEST(TimerMgr, ProcessRunsAHandlerOnceThenReportsItMissing) {
+    FakeTimer fake;
+    int runs = 0;
+    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
+    int id = fake.mCalls.back().second;
+
+    ovtest::StderrCapture capture;
+    EXPECT_EQ(fake.process(id), 1);
+    EXPECT_EQ(runs, 1);
+    EXPECT_EQ(fake.process(id), 0);
+    EXPECT_EQ(runs, 1);
+
+    std::regex lines("\\{4\\} ITimer\\.cpp:\\d+, process\\(\\)\tTimerMgr::process a time out!\n"
+                     "\\{4\\} ITimer\\.cpp:\\d+, process\\(\\)\tTimerMgr::process a time out!\n"
+                     "\\{3\\} ITimer\\.cpp:\\d+, process\\(\\)\tNo file the handle:" +
+                     std::to_string(id) + "\n");
+    std::string text = capture.text();
+    EXPECT_TRUE(std::regex_match(text, lines)) << text;
+}
+
+TEST(TimerMgr, RemovedTimerNeverRuns) {
+    FakeTimer fake;
+    int runs = 0;
+    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
+    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
+    int removed = fake.mCalls[0].second, kept = fake.mCalls[1].second;
+
+    EXPECT_EQ(TimerMgr::removeTimer(removed), 1);
+    EXPECT_EQ(TimerMgr::removeTimer(removed), 0);
+    EXPECT_EQ(TimerMgr::removeTimer(kept + 100), 0);
+
+    ovtest::StderrCapture quiet;
+    EXPECT_EQ(fake.process(removed), 0);
+    EXPECT_EQ(runs, 0);
+    EXPECT_EQ(fake.process(kept), 1);
+    EXPECT_EQ(runs, 1);
+}
+
+TEST(TimerMgr, WithoutABackEndTimersAreRefused) {
+    int runs = 0;
+    int id;
+    {
+        FakeTimer fake;
+        ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
+        id = fake.mCalls[0].second;
+    }
+    EXPECT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), -1);
+    EXPECT_EQ(TimerMgr::removeTimer(id), -1);
+
+    // The refused timer was not stored: the next number still follows the last one given.
+    FakeTimer next;
+    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
+    EXPECT_EQ(next.mCalls[0].second, id + 1);
+}
+
+} // namespace
