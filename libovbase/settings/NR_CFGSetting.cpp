@@ -1,0 +1,283 @@
+#include "settings/NR_CFGSetting.h"
+
+#include "OVPlatform.h"
+#include "eventstatuslib/OV_Event.h"
+#include "types/AttrMap.h"
+#include "types/FnLog.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+const char* const kMainSettingFile = "/qbxlocal/download/appwrite/setup/wb_orvel_setting.cfg";
+const char* const kMenuGroup = "OVCore.Menu";
+// Announcements whose echo never came back are dropped beyond this many.
+const size_t kMaxPendingEchoes = 256;
+
+bool writeAll(int fd, const std::string& data) {
+    size_t done = 0;
+    while (done < data.size()) {
+        ssize_t n = ::write(fd, data.data() + done, data.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        done += size_t(n);
+    }
+    return true;
+}
+
+// Makes a completed rename durable; failure only weakens durability, not consistency.
+void syncDirectoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    std::string dir = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (fd >= 0) {
+        ::fsync(fd);
+        ::close(fd);
+    }
+}
+
+} // namespace
+
+CFGOrvelSetting::CFGOrvelSetting(const char* path)
+    : mpAttrMap(new AttrMap(false)), mpPath(nullptr), mLoaded(false) {
+    setPath(path);
+    if (path)
+        mFileStream.open(path, std::ios::in | std::ios::out | std::ios::binary);
+    if (mFileStream.is_open()) {
+        loadFrom(mFileStream);
+        mFileStream.close();
+        mLoaded = true;
+    } else {
+        OV_LOG(3, "CFGOrvelSetting cfg file not exist %s\n\n", path ? path : "(null)");
+    }
+}
+
+CFGOrvelSetting::CFGOrvelSetting()
+    : mpAttrMap(new AttrMap(false)), mpPath(nullptr), mLoaded(false) {}
+
+CFGOrvelSetting::~CFGOrvelSetting() {
+    delete mpAttrMap;
+    delete[] mpPath;
+}
+
+void CFGOrvelSetting::setPath(const char* path) {
+    delete[] mpPath;
+    mpPath = nullptr;
+    if (path) {
+        size_t length = std::strlen(path);
+        mpPath = new char[length + 1];
+        std::memcpy(mpPath, path, length + 1);
+    }
+}
+
+void CFGOrvelSetting::loadFrom(std::istream& in) {
+    std::lock_guard<std::recursive_mutex> guard(mLock);
+    mpAttrMap->load(in);
+}
+
+int CFGOrvelSetting::init() {
+    std::string path = ovplatform::devicePath(kMainSettingFile);
+    if (mFileStream.is_open())
+        mFileStream.close();
+    mFileStream.clear();
+    mFileStream.open(path, std::ios::in | std::ios::out | std::ios::binary);
+    if (!mFileStream.is_open())
+        return 1;
+    loadFrom(mFileStream);
+    mFileStream.clear();
+    mFileStream.seekp(0);
+    // Later writes go to the file that was read.
+    if (!mpPath)
+        setPath(path.c_str());
+    mLoaded = true;
+    return 0;
+}
+
+int CFGOrvelSetting::getInt(const char* group, const char* key, int& value) {
+    if (!mLoaded)
+        return SETTING_NOT_LOADED;
+    std::lock_guard<std::recursive_mutex> guard(mLock);
+    bool found = false;
+    int result = mpAttrMap->getInt(key, value, &found, group);
+    if (!found)
+        return SETTING_KEY_ABSENT;
+    value = result;
+    return SETTING_OK;
+}
+
+int CFGOrvelSetting::getString(const char* group, const char* key, ovTypes::String& value) {
+    if (!mLoaded)
+        return SETTING_NOT_LOADED;
+    std::lock_guard<std::recursive_mutex> guard(mLock);
+    bool found = false;
+    ovTypes::String result = mpAttrMap->getString(key, ovTypes::String(), &found, group);
+    if (!found)
+        return SETTING_KEY_ABSENT;
+    value = result;
+    return SETTING_OK;
+}
+
+int CFGOrvelSetting::getString(const char* group, const char* key, char** value) {
+    ovTypes::String text;
+    int rc = getString(group, key, text);
+    if (rc != SETTING_OK)
+        return rc;
+    // One byte per character: the low byte of each code point.
+    char* copy = new char[text.size() + 1];
+    for (size_t i = 0; i < text.size(); ++i)
+        copy[i] = char(text[i]);
+    copy[text.size()] = '\0';
+    *value = copy;
+    return SETTING_OK;
+}
+
+int CFGOrvelSetting::getBoolean(const char* group, const char* key, bool& value) {
+    if (!mLoaded)
+        return SETTING_NOT_LOADED;
+    std::lock_guard<std::recursive_mutex> guard(mLock);
+    bool found = false;
+    bool result = mpAttrMap->getBool(key, value, &found, group);
+    if (!found)
+        return SETTING_KEY_ABSENT;
+    value = result;
+    return SETTING_OK;
+}
+
+int CFGOrvelSetting::setInt(const char* group, const char* key, int value) {
+    char text[16];
+    std::snprintf(text, sizeof text, "%d", value);
+    return writeValue(
+        group, key, [&](AttrMap& map) { map.putInt(key, value, group); }, text);
+}
+
+int CFGOrvelSetting::setBoolean(const char* group, const char* key, bool value) {
+    return writeValue(
+        group, key, [&](AttrMap& map) { map.putBool(key, value, group); },
+        value ? "true" : "false");
+}
+
+int CFGOrvelSetting::setString(const char* group, const char* key, const char* value) {
+    if (!value)
+        value = "";
+    return writeValue(
+        group, key,
+        [&](AttrMap& map) { map.putString(key, ovTypes::String(ovTypes::ID(value)), group); },
+        value);
+}
+
+int CFGOrvelSetting::setString(const char* group, const char* key, const ovTypes::String& value) {
+    return writeValue(
+        group, key, [&](AttrMap& map) { map.putString(key, value, group); }, ovTypes::ID(value));
+}
+
+std::string CFGOrvelSetting::announcedName(const char* group, const char* key) {
+    return std::string(group) + "." + key;
+}
+
+int CFGOrvelSetting::writeValue(const char* group, const char* key,
+                                const std::function<void(AttrMap&)>& put, const std::string& text) {
+    if (!mLoaded)
+        return SETTING_NOT_LOADED;
+    {
+        std::lock_guard<std::recursive_mutex> guard(mLock);
+        put(*mpAttrMap);
+        rewriteFile();
+        // Our own announcement comes back from the bus; remember it so that a late echo
+        // cannot overwrite a newer value written meanwhile.
+        mPendingEchoes.emplace_back(announcedName(group, key), text);
+        if (mPendingEchoes.size() > kMaxPendingEchoes)
+            mPendingEchoes.pop_front();
+    }
+    publishSettingChangeEvent(group, key, text.c_str());
+    return SETTING_OK;
+}
+
+bool CFGOrvelSetting::rewriteFile() {
+    if (!mpPath)
+        return false;
+    std::ostringstream text;
+    mpAttrMap->store(text);
+    std::string data = text.str();
+
+    std::string target = mpPath;
+    std::string temp = target + ".XXXXXX";
+    int fd = ::mkostemp(&temp[0], O_CLOEXEC);
+    if (fd < 0) {
+        OV_LOG(3, "Couldn't write setting file %s: %s\n\n", target.c_str(), std::strerror(errno));
+        return false;
+    }
+    // Keep the permissions of the file being replaced (mkstemp creates 0600).
+    struct stat st;
+    ::fchmod(fd, ::stat(target.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0644);
+    bool ok = writeAll(fd, data) && ::fsync(fd) == 0;
+    ok = ::close(fd) == 0 && ok;
+    ok = ok && ::rename(temp.c_str(), target.c_str()) == 0;
+    if (!ok) {
+        int error = errno;
+        ::unlink(temp.c_str());
+        OV_LOG(3, "Couldn't write setting file %s: %s\n\n", target.c_str(), std::strerror(error));
+        return false;
+    }
+    syncDirectoryOf(target);
+    return true;
+}
+
+bool CFGOrvelSetting::firstProperty(OV_Event& e, std::string& name, std::string& value) {
+    if (!e.mPropMap) {
+        OV_LOG(3, "Property Map is NULL. Test failed.\n\n");
+        return false;
+    }
+    if (e.mPropMap->empty()) {
+        OV_LOG(3, "Property Map is EMPTY. Test failed.\n\n");
+        return false;
+    }
+    name = e.mPropMap->begin()->first;
+    value = e.mPropMap->begin()->second;
+    return true;
+}
+
+bool CFGOrvelSetting::splitName(const std::string& name, std::string& group, std::string& key) {
+    size_t first = name.find('.');
+    size_t second = first == std::string::npos ? first : name.find('.', first + 1);
+    if (second == std::string::npos) {
+        OV_LOG(2, "Setting name %s names no key. Ignored.\n\n", name.c_str());
+        return false;
+    }
+    group = name.substr(0, second);
+    key = name.substr(second + 1);
+    return true;
+}
+
+void CFGOrvelSetting::handleEvent(OV_Event& e) {
+    OV_LOG(5, "CFGOrvelSetting:handleEvent called.\n\n");
+    if (e.mEventType != SETTING_CHANGED_TOPIC)
+        return;
+    std::string name, value, group, key;
+    if (!firstProperty(e, name, value) || !splitName(name, group, key))
+        return;
+    // The menu group lives in the menu file, never in this one.
+    if (group == kMenuGroup)
+        return;
+    applyReceived(name, group, key, value);
+}
+
+void CFGOrvelSetting::applyReceived(const std::string& name, const std::string& section,
+                                    const std::string& key, const std::string& value) {
+    std::lock_guard<std::recursive_mutex> guard(mLock);
+    for (auto it = mPendingEchoes.begin(); it != mPendingEchoes.end(); ++it) {
+        if (it->first == name && it->second == value) {
+            mPendingEchoes.erase(it);
+            return;
+        }
+    }
+    // Memory only: no file write and no announcement, so the change does not echo.
+    mpAttrMap->putString(key, ovTypes::String(ovTypes::ID(value)), section);
+}

@@ -1,0 +1,82 @@
+// CFGOrvelSetting: a setting source over one configuration file holding an attribute map, the
+// section being the setting group and the key the setting key. Reads come from the copy in
+// memory; a write updates memory, rewrites the whole file and announces the change. Changes
+// announced by other sources (other processes) are applied to memory only.
+#ifndef OVBASE_SETTINGS_NR_CFGSETTING_H
+#define OVBASE_SETTINGS_NR_CFGSETTING_H
+
+#include "settings/NR_Setting.h"
+
+#include <deque>
+#include <fstream>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <utility>
+
+class AttrMap;
+
+class CFGOrvelSetting : public OrvelSetting {
+public:
+    // Loads PATH (used as given) when it can be opened for reading and writing; a missing file
+    // is not created and leaves the source not loaded.
+    explicit CFGOrvelSetting(const char* path);
+    // An empty source without a file; init() may load the main settings file later.
+    CFGOrvelSetting();
+    ~CFGOrvelSetting() override;
+
+    void handleEvent(OV_Event& e) override;
+
+    // 8 when not loaded, 3 when the key is absent, 0 and the value otherwise.
+    int getInt(const char* group, const char* key, int& value) override;
+    int getString(const char* group, const char* key, char** value) override;
+    int getString(const char* group, const char* key, ovTypes::String& value) override;
+    int getBoolean(const char* group, const char* key, bool& value) override;
+    // 8 when not loaded; otherwise 0, also when the file could not be written (the old file
+    // then stays whole and a diagnostic is written).
+    int setInt(const char* group, const char* key, int value) override;
+    int setString(const char* group, const char* key, const char* value) override;
+    int setString(const char* group, const char* key, const ovTypes::String& value) override;
+    int setBoolean(const char* group, const char* key, bool value) override;
+
+    // Loads the main settings file on the member stream and leaves the stream open; 1 when it
+    // cannot be opened.
+    virtual int init();
+
+    bool isLoaded() const { return mLoaded; }
+    const char* path() const { return mpPath; }
+
+protected:
+    // The writing path of every setter: PUT changes the map (section GROUP), the file is
+    // rewritten and TEXT is announced for GROUP and KEY.
+    int writeValue(const char* group, const char* key, const std::function<void(AttrMap&)>& put,
+                   const std::string& text);
+    // The dotted name a write of GROUP and KEY is announced under.
+    virtual std::string announcedName(const char* group, const char* key);
+    // Applies a received "group.key" = value to memory under SECTION, unless it is the echo
+    // of a change this source announced itself.
+    void applyReceived(const std::string& name, const std::string& section, const std::string& key,
+                       const std::string& value);
+    // Splits the first property of a setting-changed event; false (with the diagnostic) when
+    // the event carries none.
+    static bool firstProperty(OV_Event& e, std::string& name, std::string& value);
+    // "OVCore.UI.Foo" into the group "OVCore.UI" and the key "Foo"; false without a second dot.
+    static bool splitName(const std::string& name, std::string& group, std::string& key);
+    // Stores the map into a temporary file beside the target, syncs it and renames it over
+    // the target, so the file is always either the old or the new one.
+    bool rewriteFile();
+    void setPath(const char* path);
+    void loadFrom(std::istream& in);
+
+    AttrMap* mpAttrMap;
+    std::fstream mFileStream;
+    char* mpPath;
+    bool mLoaded;
+
+    // Guards the map and the pending echoes: changes also arrive on the bus's thread.
+    std::recursive_mutex mLock;
+    // Announcements of this source not yet seen coming back, as (name, value).
+    std::deque<std::pair<std::string, std::string>> mPendingEchoes;
+};
+
+#endif

@@ -1,0 +1,376 @@
+// The configuration-file source: loading, typed reads, whole-file writes with their
+// announcement, changes received from the bus, and bad files.
+#include "SettingEvents.h"
+
+#include "OVPlatform.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "settings/NR_CFGSetting.h"
+#include "support/Files.h"
+#include "support/SettingsFiles.h"
+#include "support/StderrCapture.h"
+#include "support/TempDir.h"
+#include "types/AttrMap.h"
+
+#include <gtest/gtest.h>
+
+#include <condition_variable>
+#include <csignal>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+using settingstest::SettingRecorder;
+
+namespace {
+
+const char* const kUI = "OVCore.UI";
+const char* const kStorage = "OVCore.Storage";
+
+const char* const kSample = "[OVCore.Storage]\n"
+                            "MaxSize=0x100\n"
+                            "[OVCore.UI]\n"
+                            "Greeting=Hello, world\n"
+                            "Octal=010\n"
+                            "ScreenSaver=true\n"
+                            "Shout=TRUE\n";
+
+class CFGSettingTest : public settingstest::SettingsTest {
+protected:
+    CFGOrvelSetting& open(const std::string& content) {
+        EXPECT_TRUE(ovtest::writeMainSettings(content));
+        return openExisting();
+    }
+    CFGOrvelSetting& openExisting() {
+        EXPECT_TRUE(drainAll());
+        auto source = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+        CFGOrvelSetting& result = *source;
+        keep(std::move(source));
+        return result;
+    }
+};
+
+TEST_F(CFGSettingTest, ReadsTypedValuesOfTheGroupSection) {
+    CFGOrvelSetting& s = open(kSample);
+    ASSERT_TRUE(s.isLoaded());
+
+    int number = -1;
+    EXPECT_EQ(0, s.getInt(kStorage, "MaxSize", number));
+    EXPECT_EQ(256, number);
+    EXPECT_EQ(0, s.getInt(kUI, "Octal", number));
+    EXPECT_EQ(8, number);
+
+    bool flag = false;
+    EXPECT_EQ(0, s.getBoolean(kUI, "ScreenSaver", flag));
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(0, s.getBoolean(kUI, "Shout", flag));
+    EXPECT_FALSE(flag) << "only the exact text true is true";
+
+    ovTypes::String text;
+    EXPECT_EQ(0, s.getString(kUI, "Greeting", text));
+    EXPECT_EQ(ovTypes::String(L"Hello, world"), text);
+
+    char* narrow = nullptr;
+    ASSERT_EQ(0, s.getString(kUI, "Greeting", &narrow));
+    EXPECT_STREQ("Hello, world", narrow);
+    delete[] narrow;
+}
+
+TEST_F(CFGSettingTest, AbsentKeyGives3AndLeavesTheOutputAlone) {
+    CFGOrvelSetting& s = open(kSample);
+    int number = 77;
+    bool flag = true;
+    ovTypes::String text(L"keep");
+    char* narrow = nullptr;
+    // A key of another group is absent too: the group is the section.
+    EXPECT_EQ(3, s.getInt(kUI, "MaxSize", number));
+    EXPECT_EQ(3, s.getBoolean("OVCore.Nothing", "ScreenSaver", flag));
+    EXPECT_EQ(3, s.getString(kUI, "Missing", text));
+    EXPECT_EQ(3, s.getString(kUI, "Missing", &narrow));
+    EXPECT_EQ(77, number);
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(ovTypes::String(L"keep"), text);
+    EXPECT_EQ(nullptr, narrow);
+}
+
+TEST_F(CFGSettingTest, MissingFileGives8ForEverythingAndPublishesNothing) {
+    ovtest::StderrCapture err;
+    CFGOrvelSetting& s = openExisting();
+    EXPECT_NE(std::string::npos,
+              err.text().find("CFGOrvelSetting cfg file not exist " + ovtest::mainSettingsPath()));
+    EXPECT_FALSE(s.isLoaded());
+    recorder();
+
+    int number = 5;
+    EXPECT_EQ(8, s.getInt(kUI, "A", number));
+    EXPECT_EQ(5, number);
+    EXPECT_EQ(8, s.setInt(kUI, "A", 1));
+    EXPECT_EQ(8, s.setBoolean(kUI, "A", true));
+    EXPECT_EQ(8, s.setString(kUI, "A", "x"));
+    EXPECT_EQ(8, s.setString(kUI, "A", ovTypes::String(L"x")));
+
+    ASSERT_TRUE(recorder().drain());
+    EXPECT_TRUE(recorder().changes().empty());
+    EXPECT_FALSE(ovtest::fileExists(ovtest::mainSettingsPath())) << "a write must not create it";
+}
+
+TEST_F(CFGSettingTest, SetRewritesTheWholeFileAndAnnouncesOnce) {
+    CFGOrvelSetting& s = open("[OVCore.UI]\nA=1\n[OVCore.Storage]\nZ=z\n");
+    recorder();
+
+    EXPECT_EQ(0, s.setInt(kUI, "B", 42));
+    EXPECT_EQ("[OVCore.Storage]\nZ=z\n[OVCore.UI]\nA=1\nB=42\n",
+              ovtest::readFile(ovtest::mainSettingsPath()));
+
+    ASSERT_TRUE(recorder().drain());
+    auto changes = recorder().changes();
+    ASSERT_EQ(1u, changes.size());
+    EXPECT_EQ("OVCore.UI.B", changes[0].name);
+    EXPECT_EQ("42", changes[0].value);
+    EXPECT_EQ(1u, changes[0].propertyCount);
+
+    int number = 0;
+    EXPECT_EQ(0, s.getInt(kUI, "B", number));
+    EXPECT_EQ(42, number);
+}
+
+TEST_F(CFGSettingTest, EachSetterAnnouncesItsValueAsText) {
+    CFGOrvelSetting& s = open("");
+    recorder();
+    EXPECT_EQ(0, s.setInt(kUI, "N", -7));
+    EXPECT_EQ(0, s.setBoolean(kUI, "T", true));
+    EXPECT_EQ(0, s.setBoolean(kUI, "F", false));
+    EXPECT_EQ(0, s.setString(kUI, "C", "plain"));
+    EXPECT_EQ(0, s.setString(kUI, "W", ovTypes::String(L"wide")));
+
+    ASSERT_TRUE(recorder().drain());
+    auto changes = recorder().changes();
+    ASSERT_EQ(5u, changes.size());
+    const char* expected[][2] = {{"OVCore.UI.N", "-7"},
+                                 {"OVCore.UI.T", "true"},
+                                 {"OVCore.UI.F", "false"},
+                                 {"OVCore.UI.C", "plain"},
+                                 {"OVCore.UI.W", "wide"}};
+    for (size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(expected[i][0], changes[i].name);
+        EXPECT_EQ(expected[i][1], changes[i].value);
+    }
+    EXPECT_EQ("[OVCore.UI]\nC=plain\nF=false\nN=-7\nT=true\nW=wide\n",
+              ovtest::readFile(ovtest::mainSettingsPath()));
+}
+
+TEST_F(CFGSettingTest, WritesLeaveNoTemporaryFileAndKeepThePermissions) {
+    CFGOrvelSetting& s = open("[OVCore.UI]\nA=1\n");
+    ASSERT_EQ(0, ::chmod(ovtest::mainSettingsPath().c_str(), 0640));
+    for (int i = 0; i < 5; ++i)
+        ASSERT_EQ(0, s.setInt(kUI, "A", i));
+
+    namespace fs = std::filesystem;
+    std::vector<std::string> names;
+    for (const auto& entry :
+         fs::directory_iterator(fs::path(ovtest::mainSettingsPath()).parent_path()))
+        names.push_back(entry.path().filename().string());
+    EXPECT_EQ(std::vector<std::string>{"wb_orvel_setting.cfg"}, names);
+    struct stat st;
+    ASSERT_EQ(0, ::stat(ovtest::mainSettingsPath().c_str(), &st));
+    EXPECT_EQ(0640u, st.st_mode & 07777);
+}
+
+TEST_F(CFGSettingTest, FailedWriteLeavesTheOldFileWhole) {
+    const std::string original = std::string(kSample) + "Padding=" + std::string(200, 'p') + "\n";
+    CFGOrvelSetting& s = open(original);
+
+    // A file-size limit below the file's size makes the rewrite fail part-way, as a full
+    // device would.
+    struct rlimit saved;
+    ASSERT_EQ(0, ::getrlimit(RLIMIT_FSIZE, &saved));
+    auto oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    struct rlimit small = saved;
+    small.rlim_cur = 64;
+    ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &small));
+    int rc = s.setInt(kUI, "Octal", 9);
+    ::setrlimit(RLIMIT_FSIZE, &saved);
+    std::signal(SIGXFSZ, oldHandler);
+
+    EXPECT_EQ(0, rc) << "write failures are not reported to the caller";
+    EXPECT_EQ(original, ovtest::readFile(ovtest::mainSettingsPath()));
+    int number = 0;
+    EXPECT_EQ(0, s.getInt(kUI, "Octal", number));
+    EXPECT_EQ(9, number) << "memory holds the new value";
+
+    // The next write that can succeed carries it to the file.
+    ASSERT_EQ(0, s.setInt(kUI, "Other", 1));
+    EXPECT_NE(std::string::npos, ovtest::readFile(ovtest::mainSettingsPath()).find("Octal=9\n"));
+}
+
+TEST_F(CFGSettingTest, ReceivedChangeGoesToMemoryOnlyAndDoesNotEcho) {
+    CFGOrvelSetting& s = open("[OVCore.UI]\nFoo=1\n");
+    recorder();
+    const std::string before = ovtest::readFile(ovtest::mainSettingsPath());
+
+    settingstest::publishChange("OVCore.UI.Foo", "7");
+    settingstest::publishChange("OVCore.Storage.Deep.Key", "x");
+    ASSERT_TRUE(recorder().drain());
+
+    ovTypes::String text;
+    EXPECT_EQ(0, s.getString(kUI, "Foo", text));
+    EXPECT_EQ(ovTypes::String(L"7"), text);
+    // The key is everything after the second dot.
+    EXPECT_EQ(0, s.getString(kStorage, "Deep.Key", text));
+    EXPECT_EQ(ovTypes::String(L"x"), text);
+
+    EXPECT_EQ(before, ovtest::readFile(ovtest::mainSettingsPath()));
+    EXPECT_EQ(2u, recorder().changes().size()) << "the source must not announce again";
+}
+
+TEST_F(CFGSettingTest, MalformedChangesAreIgnoredWithTheirDiagnostics) {
+    CFGOrvelSetting& s = open("[OVCore.UI]\nFoo=1\n");
+    ovtest::StderrCapture err;
+
+    OV_Event noMap(OrvelSetting::SETTING_CHANGED_TOPIC);
+    OV_EventAndStatusFacade::instance()->notify(noMap);
+    EXPECT_NE(std::string::npos, err.text().find("Property Map is NULL. Test failed."));
+
+    OV_Event emptyMap(OrvelSetting::SETTING_CHANGED_TOPIC);
+    emptyMap.setProperty("x", "y");
+    emptyMap.mPropMap->clear();
+    s.handleEvent(emptyMap);
+    EXPECT_NE(std::string::npos, err.text().find("Property Map is EMPTY. Test failed."));
+
+    OV_Event noKey(OrvelSetting::SETTING_CHANGED_TOPIC);
+    noKey.setProperty("OVCore.UI", "2");
+    s.handleEvent(noKey);
+    OV_Event otherTopic("/kestrix/orvel/platform/other");
+    otherTopic.setProperty("OVCore.UI.Foo", "3");
+    s.handleEvent(otherTopic);
+
+    EXPECT_NE(std::string::npos, err.text().find("CFGOrvelSetting:handleEvent called."));
+    int number = 0;
+    EXPECT_EQ(0, s.getInt(kUI, "Foo", number));
+    EXPECT_EQ(1, number);
+}
+
+// Holds the delivery thread at the first setting change (markers pass) until released.
+class Gate : public OV_EventHandler {
+public:
+    Gate() : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC) {}
+    void handleEvent(OV_Event& e) override {
+        if (e.getProperty(settingstest::kMarker, nullptr))
+            return;
+        std::unique_lock<std::mutex> guard(mLock);
+        mOpened.wait_for(guard, std::chrono::seconds(10), [this] { return mOpen; });
+    }
+    void open() {
+        std::lock_guard<std::mutex> guard(mLock);
+        mOpen = true;
+        mOpened.notify_all();
+    }
+
+private:
+    std::mutex mLock;
+    std::condition_variable mOpened;
+    bool mOpen = false;
+};
+
+TEST_F(CFGSettingTest, LateEchoOfOwnWriteDoesNotUndoANewerOne) {
+    // Handlers run in order of subscription: the gate, the source, the recorder. The gate
+    // holds the echo of the first write until the second write is done.
+    auto gate = std::make_unique<Gate>();
+    Gate& gateRef = *gate;
+    keep(std::move(gate));
+    CFGOrvelSetting& s = open("");
+    std::vector<int> seen;
+    recorder().onChange = [&](const settingstest::Change&) {
+        int value = -1;
+        s.getInt(kUI, "K", value);
+        seen.push_back(value);
+    };
+    ASSERT_EQ(0, s.setInt(kUI, "K", 1));
+    ASSERT_EQ(0, s.setInt(kUI, "K", 2));
+    gateRef.open();
+    ASSERT_TRUE(recorder().waitForChanges(2));
+    ASSERT_TRUE(recorder().drain());
+    EXPECT_EQ((std::vector<int>{2, 2}), seen);
+}
+
+// Settings files as they are found in the field: none of these may crash, and each gives the
+// documented results.
+TEST_F(CFGSettingTest, ToleratesBadFiles) {
+    {
+        SCOPED_TRACE("CRLF line ends");
+        CFGOrvelSetting& s = open("[OVCore.UI]\r\nA=5\r\nB=x\r\n");
+        int number = 0;
+        EXPECT_EQ(0, s.getInt(kUI, "A", number));
+        EXPECT_EQ(5, number);
+        ASSERT_EQ(0, s.setString(kUI, "B", "y"));
+        EXPECT_EQ("[OVCore.UI]\nA=5\nB=y\n", ovtest::readFile(ovtest::mainSettingsPath()));
+    }
+    {
+        SCOPED_TRACE("no sections");
+        CFGOrvelSetting& s = open("A=5\nB=6\n");
+        int number = 0;
+        EXPECT_EQ(3, s.getInt(kUI, "A", number));
+        ASSERT_EQ(0, s.setInt(kUI, "A", 1));
+        EXPECT_EQ("A=5\nB=6\n[OVCore.UI]\nA=1\n", ovtest::readFile(ovtest::mainSettingsPath()));
+    }
+    {
+        SCOPED_TRACE("duplicate keys");
+        CFGOrvelSetting& s = open("[OVCore.UI]\nA=first\nA=second\n");
+        ovTypes::String text;
+        EXPECT_EQ(0, s.getString(kUI, "A", text));
+        EXPECT_EQ(ovTypes::String(L"first"), text);
+        ASSERT_EQ(0, s.setString(kUI, "A", "third"));
+        EXPECT_EQ("[OVCore.UI]\nA=third\n", ovtest::readFile(ovtest::mainSettingsPath()));
+    }
+    {
+        SCOPED_TRACE("invalid UTF-8");
+        // The lenient UTF-8 reader may swallow what follows a bad lead byte, so the bad value
+        // stands last; everything before it must load and survive a rewrite.
+        CFGOrvelSetting& s = open("[OVCore.UI]\nB=2\nBad=x\xff\xfe\xc3\x80\n");
+        int number = 0;
+        EXPECT_EQ(0, s.getInt(kUI, "B", number));
+        EXPECT_EQ(2, number);
+        ovTypes::String text;
+        s.getString(kUI, "Bad", text);
+        EXPECT_EQ(0, s.setInt(kUI, "B", 3));
+        CFGOrvelSetting& reread = openExisting();
+        EXPECT_EQ(0, reread.getInt(kUI, "B", number));
+        EXPECT_EQ(3, number);
+    }
+    {
+        SCOPED_TRACE("missing directory");
+        std::filesystem::remove_all(mRoot.file("/qbxlocal"));
+        CFGOrvelSetting& s = openExisting();
+        EXPECT_EQ(8, s.setInt(kUI, "A", 1));
+        EXPECT_FALSE(ovtest::fileExists(ovtest::mainSettingsPath()));
+    }
+    {
+        SCOPED_TRACE("a directory where the file should be");
+        std::filesystem::create_directories(ovtest::mainSettingsPath());
+        CFGOrvelSetting& s = openExisting();
+        int number = 0;
+        EXPECT_EQ(8, s.getInt(kUI, "A", number));
+    }
+}
+
+TEST_F(CFGSettingTest, InitLoadsTheMainFileAndWritesBackToIt) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.UI]\nA=1\n"));
+    auto s = std::make_unique<CFGOrvelSetting>();
+    int number = 0;
+    EXPECT_EQ(8, s->getInt(kUI, "A", number));
+    ASSERT_EQ(0, s->init());
+    EXPECT_EQ(0, s->getInt(kUI, "A", number));
+    EXPECT_EQ(1, number);
+    ASSERT_EQ(0, s->setInt(kUI, "A", 2));
+    EXPECT_EQ("[OVCore.UI]\nA=2\n", ovtest::readFile(ovtest::mainSettingsPath()));
+
+    std::filesystem::remove(ovtest::mainSettingsPath());
+    auto other = std::make_unique<CFGOrvelSetting>();
+    EXPECT_EQ(1, other->init());
+    keep(std::move(s));
+    keep(std::move(other));
+}
+
+} // namespace

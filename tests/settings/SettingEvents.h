@@ -1,0 +1,89 @@
+// Test helpers for setting-changed events: a recorder that waits for deliveries from the bus,
+// and a marker event that proves earlier publications have been delivered.
+#ifndef OVBASE_TESTS_SETTINGS_SETTINGEVENTS_H
+#define OVBASE_TESTS_SETTINGS_SETTINGEVENTS_H
+
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventHandler.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace settingstest {
+
+// A setting-changed event as seen by a subscriber: its first property.
+struct Change {
+    std::string name;
+    std::string value;
+    size_t propertyCount;
+};
+
+// The name of the marker event; it has no second dot, so setting sources ignore it.
+extern const char* const kMarker;
+
+class SettingRecorder : public OV_EventHandler {
+public:
+    SettingRecorder();
+
+    void handleEvent(OV_Event& e) override;
+
+    // Waits until the marker published by publishMarker() has come back; false on time-out.
+    // Every change published before the marker has then been delivered.
+    bool drain();
+    // Waits until at least COUNT changes (markers excluded) were seen; false on time-out.
+    bool waitForChanges(size_t count);
+    std::vector<Change> changes();
+
+    // Runs on the delivery thread right after each change is recorded.
+    std::function<void(const Change&)> onChange;
+
+private:
+    bool waitUntil(const std::function<bool()>& ready);
+
+    std::mutex mLock;
+    std::condition_variable mChanged;
+    std::vector<Change> mChanges;
+    int mMarkersSeen = 0;
+    int mMarkersSent = 0;
+};
+
+// A test on a temporary device root with a recorder of setting changes. The facade keeps a
+// handler that was not its topic's only one even after it unsubscribes, so handlers must live
+// until no delivery can reach them: the fixture drains the bus, frees the handlers it owns,
+// then replaces the facade.
+class SettingsTest : public ::testing::Test {
+protected:
+    void TearDown() override;
+    // Frees what a test made besides the handlers it keeps; runs once the bus is drained.
+    virtual void freeHandlers() {}
+    // Created on first use; subscribed after the sources made before that call, so that
+    // when it has seen an event, they have handled it too.
+    SettingRecorder& recorder();
+    // Handlers (sources) that must live until TearDown.
+    void keep(std::unique_ptr<OV_EventHandler> handler) { mKept.push_back(std::move(handler)); }
+    // Returns once every handler has finished with everything published so far, so that no
+    // delivery runs while a handler is being built or freed. False on time-out.
+    bool drainAll();
+
+    ovtest::TempDeviceRoot mRoot;
+
+private:
+    std::unique_ptr<SettingRecorder> mRecorder;
+    std::vector<std::unique_ptr<OV_EventHandler>> mKept;
+};
+
+// Publishes a setting-changed event NAME = VALUE through the facade, as another process would.
+void publishChange(const std::string& name, const std::string& value);
+
+} // namespace settingstest
+
+#endif

@@ -1,0 +1,180 @@
+// The setting manager: the group table and its shared source, forwarding with the group's
+// name, and the name helpers.
+#include "SettingEvents.h"
+
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "settings/NR_CFGSetting.h"
+#include "settings/NR_MenuCFGSetting.h"
+#include "settings/NR_SettingMgr.h"
+#include "support/Files.h"
+#include "support/SettingsFiles.h"
+#include "support/StderrCapture.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <memory>
+
+namespace {
+
+class SettingMgrTest : public settingstest::SettingsTest {
+protected:
+    void freeHandlers() override { mMgr.reset(); }
+
+    OrvelSettingMgr& mgr() {
+        if (!mMgr)
+            mMgr = std::make_unique<OrvelSettingMgr>();
+        return *mMgr;
+    }
+
+    std::unique_ptr<OrvelSettingMgr> mMgr;
+};
+
+TEST_F(SettingMgrTest, TenGroupsShareOneSourceAndTheMenuHasItsOwn) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.HttpTransport]\nTimeout=30\n"));
+    OrvelSetting* http = mgr().getSetting(OrvelSettingMgr::GROUP_HTTP_TRANSPORT);
+    ASSERT_NE(nullptr, http);
+    EXPECT_NE(nullptr, dynamic_cast<CFGOrvelSetting*>(http));
+    for (int group = 0; group < OrvelSettingMgr::GROUP_COUNT; ++group) {
+        if (group != OrvelSettingMgr::GROUP_MENU) {
+            EXPECT_EQ(http, mgr().getSetting(group)) << group;
+        }
+    }
+    OrvelSetting* menu = mgr().getSetting(OrvelSettingMgr::GROUP_MENU);
+    EXPECT_NE(nullptr, dynamic_cast<MenuCFGOrvelSetting*>(menu));
+    EXPECT_NE(http, menu);
+    EXPECT_EQ(menu, mgr().getSetting(OrvelSettingMgr::GROUP_MENU));
+    EXPECT_EQ(nullptr, mgr().getSetting(11));
+    // TearDown deletes the manager: the shared source must be freed once (checked under ASan).
+}
+
+TEST_F(SettingMgrTest, ForwardsWithTheGroupName) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Service]\nDownloadOption=2\n"
+                                          "[OVCore.UI]\nDownloadOption=9\nName=ui\n"
+                                          "[OVNewsReader.UI]\nOn=true\n"));
+    int option = -1;
+    EXPECT_EQ(0, mgr().getInt(OrvelSettingMgr::GROUP_SERVICE, "DownloadOption", option));
+    EXPECT_EQ(2, option);
+    EXPECT_EQ(0, mgr().getInt(OrvelSettingMgr::GROUP_UI, "DownloadOption", &option));
+    EXPECT_EQ(9, option);
+    bool on = false;
+    EXPECT_EQ(0, mgr().getBoolean(OrvelSettingMgr::GROUP_NEWSREADER_UI, "On", on));
+    EXPECT_TRUE(on);
+    ovTypes::String name;
+    EXPECT_EQ(0, mgr().getString(OrvelSettingMgr::GROUP_UI, "Name", &name));
+    EXPECT_EQ(ovTypes::String(L"ui"), name);
+    EXPECT_EQ(3, mgr().getString(OrvelSettingMgr::GROUP_STORAGE, "Name", name));
+}
+
+TEST_F(SettingMgrTest, GroupAboveTenGives1AndLeavesTheOutputAlone) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.UI]\nA=1\n"));
+    int number = 123;
+    bool flag = true;
+    ovTypes::String text(L"keep");
+    EXPECT_EQ(1, mgr().getInt(11, "A", number));
+    EXPECT_EQ(1, mgr().getBoolean(11, "A", flag));
+    EXPECT_EQ(1, mgr().getString(11, "A", text));
+    EXPECT_EQ(1, mgr().setInt(11, "A", 5));
+    EXPECT_EQ(1, mgr().setBoolean(11, "A", false));
+    EXPECT_EQ(1, mgr().setString(11, "A", text));
+    EXPECT_EQ(1, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", static_cast<int*>(nullptr)));
+    EXPECT_EQ(123, number);
+    EXPECT_TRUE(flag);
+    EXPECT_EQ(ovTypes::String(L"keep"), text);
+    EXPECT_EQ("[OVCore.UI]\nA=1\n", ovtest::readFile(ovtest::mainSettingsPath()));
+}
+
+TEST_F(SettingMgrTest, MissingSettingsFileGives8) {
+    int number = 4;
+    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", number));
+    EXPECT_EQ(8, mgr().setInt(OrvelSettingMgr::GROUP_UI, "A", 1));
+    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_MENU, "A", number));
+    EXPECT_EQ(4, number);
+}
+
+TEST_F(SettingMgrTest, WriteIsAnnouncedOnceUnderGroupDotKey) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nMax=1\n"));
+    settingstest::SettingRecorder& recorder = this->recorder();
+    ASSERT_EQ(0, mgr().setInt(OrvelSettingMgr::GROUP_STORAGE, "Max", 500));
+    ASSERT_EQ(
+        0, mgr().setString(OrvelSettingMgr::GROUP_SYSTEM, "MSISDN", ovTypes::String(L"+15550100")));
+    ASSERT_TRUE(recorder.drain());
+    auto changes = recorder.changes();
+    ASSERT_EQ(2u, changes.size());
+    EXPECT_EQ("OVCore.Storage.Max", changes[0].name);
+    EXPECT_EQ("500", changes[0].value);
+    EXPECT_EQ(1u, changes[0].propertyCount);
+    EXPECT_EQ("OVCore.System.MSISDN", changes[1].name);
+    EXPECT_EQ("+15550100", changes[1].value);
+    EXPECT_EQ("[OVCore.Storage]\nMax=500\n[OVCore.System]\nMSISDN=+15550100\n",
+              ovtest::readFile(ovtest::mainSettingsPath()));
+}
+
+TEST_F(SettingMgrTest, CategoryOfDottedNames) {
+    struct {
+        const wchar_t* name;
+        int group;
+    } cases[] = {
+        {L"OVCore.UI.Foo", 9},
+        {L"OVCore.UI.Foo.Bar", 9},
+        {L"OVCore.ConnectionProfiles.Profile1", 0},
+        {L"OVNewsReader.UI.Theme", 10},
+        {L"OVCore.Menu", 12}, // no second dot: the category is "OVCore"
+        {L"OVCore.Menu.Title", 5},
+        {L"Other.X.Y", 12},
+        {L"OVCore.UIX.Foo", 12},
+        {L"OVCore", 12},
+        {L"", 12},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.group, mgr().getCategory(ovTypes::String(c.name))) << ovTypes::ID(c.name);
+}
+
+TEST_F(SettingMgrTest, SettingItemOfDeviceManagementPaths) {
+    struct {
+        const char* path;
+        const char* item;
+    } cases[] = {
+        {"./DevDetail/Ext", "./DevDetail/Ext"},
+        {"./DevDetail/Ext/Conf/Orvel/UI", "/UI"},
+        {"./DevDetail/Ext/Conf", "/Conf"},
+        {"/a/b", "/a/b"},
+        {"/a/b/", "/"},
+        {"", ""},
+    };
+    for (const auto& c : cases) {
+        char path[64];
+        std::snprintf(path, sizeof path, "%s", c.path);
+        char* item = mgr().convertDMPathToOrvelSettingItemID(path);
+        ASSERT_NE(nullptr, item);
+        EXPECT_STREQ(c.item, item) << c.path;
+        EXPECT_STREQ(c.path, path) << "the path itself is not changed";
+        EXPECT_NE(path, item) << "the result is a copy";
+        delete[] item;
+    }
+    EXPECT_EQ(nullptr, mgr().convertDMPathToOrvelSettingItemID(nullptr));
+}
+
+TEST_F(SettingMgrTest, ProcessNameIsTheProgramPath) {
+    ovtest::StderrCapture err;
+    const char* name = mgr().getProcessName();
+    ASSERT_NE(nullptr, name);
+    EXPECT_STREQ(program_invocation_name, name);
+    EXPECT_NE(std::string::npos, err.text().find(std::string("Process full path is ") + name));
+    EXPECT_NE(std::string::npos, err.text().find("getpid() returns "));
+    delete[] name;
+    EXPECT_FALSE(mgr().isPhoneProcess());
+}
+
+TEST_F(SettingMgrTest, SingletonIsCreatedOnceOnTheDeviceRoot) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.UI]\nA=3\n"));
+    OrvelSettingMgr* first = OrvelSettingMgr::getSettingMgrInstance();
+    ASSERT_NE(nullptr, first);
+    EXPECT_EQ(first, OrvelSettingMgr::getSettingMgrInstance());
+    int number = 0;
+    EXPECT_EQ(0, first->getInt(OrvelSettingMgr::GROUP_UI, "A", number));
+    EXPECT_EQ(3, number);
+}
+
+} // namespace
