@@ -5,4 +5,6 @@
 
 #include <string>
 
+bool demoSettings(const std::string& root);
+
 #endif

@@ -24,5 +24,6 @@ int main(int argc, char** argv) {
         OV_FNLOG(5);
         std::printf("traced one call into the log\n");
     }
-    return 0;
+    bool ok = demoSettings(root);
+    return ok ? 0 : 1;
 }
