@@ -29,6 +29,24 @@ MString format(const char* fmt, va_list args) {
     return MString(buffer);
 }
 
+// Points libxml2's generic error channel at PARSER for as long as it lives, and back at
+// whatever it was before. libxml2 keeps that channel per thread.
+class GenericErrorRedirect {
+public:
+    explicit GenericErrorRedirect(SaxParser* parser)
+        : mpPrevious(xmlGenericError), mpPreviousContext(xmlGenericErrorContext) {
+        xmlSetGenericErrorFunc(parser, SaxParserCallback::genericError);
+    }
+    ~GenericErrorRedirect() { xmlSetGenericErrorFunc(mpPreviousContext, mpPrevious); }
+
+    GenericErrorRedirect(const GenericErrorRedirect&) = delete;
+    GenericErrorRedirect& operator=(const GenericErrorRedirect&) = delete;
+
+private:
+    xmlGenericErrorFunc mpPrevious;
+    void* mpPreviousContext;
+};
+
 } // namespace
 
 // Every trampoline shields libxml2's C frames from exceptions: a failure is handed to
@@ -162,6 +180,15 @@ void SaxParserCallback::validityWarning(void* context, const char* fmt, ...) {
     MString message = format(fmt, args);
     va_end(args);
     OV_SAX_GUARDED(parser, parser->onValidityWarning(message));
+}
+
+void SaxParserCallback::genericError(void* context, const char* fmt, ...) {
+    SaxParser* parser = parserOf(context);
+    va_list args;
+    va_start(args, fmt);
+    MString message = format(fmt, args);
+    va_end(args);
+    OV_SAX_GUARDED(parser, parser->onError(message));
 }
 
 #undef OV_SAX_GUARDED
@@ -307,6 +334,7 @@ void SaxParser::parseFile(const MString& fileName) {
     if (mpContext) {
         return;
     }
+    GenericErrorRedirect redirect(this);
     // libxml2 would report an unreadable file on standard error; the engine writes nothing.
     if (!std::ifstream(fileName.c_str(), std::ios::binary)) {
         throw SaxParserException("cannot open " + fileName);
@@ -328,6 +356,7 @@ void SaxParser::parseMemoryRaw(const unsigned char* bytes, unsigned int length) 
     if (mpContext) {
         return;
     }
+    GenericErrorRedirect redirect(this);
     xmlParserCtxt* context =
         xmlCreateMemoryParserCtxt(reinterpret_cast<const char*>(bytes), static_cast<int>(length));
     if (!context) {
@@ -341,6 +370,7 @@ void SaxParser::parseStream(std::istream& in) {
     if (mpContext) {
         return;
     }
+    GenericErrorRedirect redirect(this);
     xmlParserCtxt* context = xmlCreatePushParserCtxt(mpSaxHandler, this, nullptr, 0, "");
     if (!context) {
         throw SaxParserException("cannot create a push parser context");
@@ -368,6 +398,7 @@ void SaxParser::parseStream(std::istream& in) {
 }
 
 void SaxParser::parseChunk(const MString& chunk) {
+    GenericErrorRedirect redirect(this);
     if (!mpContext) {
         xmlParserCtxt* context = xmlCreatePushParserCtxt(mpSaxHandler, this, nullptr, 0, "");
         if (!context) {
@@ -386,6 +417,7 @@ void SaxParser::finishChunkParsing() {
     if (!mpContext) {
         return;
     }
+    GenericErrorRedirect redirect(this);
     if (!mPendingException) {
         xmlParseChunk(mpContext, nullptr, 0, 1);
     }

@@ -52,6 +52,10 @@ public:
     static void cdataBlock(void* context, const unsigned char* bytes, int length);
     static void validityError(void* context, const char* format, ...);
     static void validityWarning(void* context, const char* format, ...);
+    // libxml2's messages that carry no parser context (encoding conversion, for one) go to its
+    // generic error channel, which would print them; during a parse they come here instead
+    // and reach onError.
+    static void genericError(void* context, const char* format, ...);
 };
 
 class SaxParser {

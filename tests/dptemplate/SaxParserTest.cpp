@@ -159,6 +159,20 @@ TEST(SaxParser, MalformedInputIsReportedToTheParserAndNothingIsPrinted) {
     }
 }
 
+TEST(SaxParser, EncodingFailuresReachTheParserInsteadOfStandardError) {
+    RecordingParser parser;
+    ovtest::StderrCapture capture;
+    std::istringstream in(std::string("<?xml version=\"1.0\" encoding=\"SHIFT_JIS\"?>\n"
+                                      "<root>\x9b\xff\xfe</root>\n"));
+    parser.parseStream(in);
+    EXPECT_EQ("", capture.text());
+    bool reported = false;
+    for (const std::string& error : parser.mErrors) {
+        reported = reported || error.find("conversion failed") != std::string::npos;
+    }
+    EXPECT_TRUE(reported);
+}
+
 TEST(SaxParser, LongMessagesAreCutAt1024Bytes) {
     RecordingParser parser;
     std::string name(3000, 'n');
