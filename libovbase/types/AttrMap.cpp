@@ -28,12 +28,10 @@ ID narrowKey(const String& line, size_t length) {
     return key;
 }
 
-// The key's list in KEYS, created when missing. Files are mostly written in key order, so a
-// key beyond the last one goes in at the end without a search.
+// The key's list in KEYS, created when missing. Files are mostly written in key order, so the
+// end is the hint: a key beyond the last one goes in without a search.
 AttrMap::Values& valuesFor(AttrMap::KeyMap& keys, ID&& key) {
-    if (keys.empty() || keys.rbegin()->first < key)
-        return keys.emplace_hint(keys.end(), std::move(key), AttrMap::Values())->second;
-    return keys[std::move(key)];
+    return keys.emplace_hint(keys.end(), std::move(key), AttrMap::Values())->second;
 }
 
 } // namespace
@@ -238,7 +236,7 @@ void AttrMap::loadLine(const String& line, ID& category, KeyMap*& keys) {
     if (!keys)
         keys = &mCategories[category];
     Values& values = valuesFor(*keys, narrowKey(line, equals));
-    if (!mListMode) {
+    if (!mListMode || line.find(L',', valueStart) == String::npos) {
         values.emplace_back(line.data() + valueStart, line.size() - valueStart);
         return;
     }
@@ -251,11 +249,11 @@ void AttrMap::loadLine(const String& line, ID& category, KeyMap*& keys) {
         } else if (!piece.empty() && piece.back() == L'\\') {
             piece.back() = L',';
         } else {
-            values.push_back(piece);
+            values.push_back(std::move(piece));
             piece.clear();
         }
     }
-    values.push_back(piece);
+    values.push_back(std::move(piece));
 }
 
 void AttrMap::load(std::istream& in) {

@@ -30,14 +30,6 @@ void advance(std::streambuf* buf, size_t n) {
     }
 }
 
-void appendAscii(ovTypes::String& line, const char* from, const char* to) {
-    size_t old = line.size();
-    line.resize(old + static_cast<size_t>(to - from));
-    wchar_t* out = &line[old];
-    for (const char* p = from; p < to; ++p)
-        *out++ = static_cast<wchar_t>(*p);
-}
-
 } // namespace
 
 UTF_8Util::LineReader::LineReader(std::istream& in) : mIn(in), mEndSeen(false) {
@@ -98,22 +90,76 @@ void UTF_8Util::LineReader::readLine(ovTypes::String& line, bool& end) {
         return;
     std::streambuf* buf = mIn.rdbuf();
     for (;;) {
-        // Plain ASCII runs are taken straight from the get area; everything else (multi-byte
-        // sequences, carriage returns, refills) goes through read().
-        if (buf && mIn.good()) {
-            const char* from = (buf->*kGptr)();
-            const char* to = (buf->*kEgptr)();
-            const char* p = from;
-            while (p < to && *p != '\n' && *p != '\r' && static_cast<signed char>(*p) >= 0)
-                ++p;
-            if (p != from) {
-                appendAscii(line, from, p);
-                if (p < to && *p == '\n') {
-                    advance(buf, static_cast<size_t>(p + 1 - from));
-                    return;
+        // Whole sequences are decoded straight from the get area, up to the first line feed
+        // byte; a sequence that runs past the area's end, and every refill, go through read().
+        while (buf && mIn.good()) {
+            const unsigned char* from = reinterpret_cast<const unsigned char*>((buf->*kGptr)());
+            const unsigned char* to = reinterpret_cast<const unsigned char*>((buf->*kEgptr)());
+            if (from == to)
+                break;
+            const unsigned char* p = from;
+            const void* found = std::memchr(p, '\n', static_cast<size_t>(to - p));
+            const unsigned char* feed = found ? static_cast<const unsigned char*>(found) : to;
+            // A line holds no more code points than bytes: decode in place, then trim.
+            size_t old = line.size();
+            line.resize(old + static_cast<size_t>(feed - p));
+            wchar_t* out = &line[old];
+            bool overlongFeed = false;
+            while (p < feed) {
+                uint32_t cp = *p;
+                if (cp < 0x80) {
+                    ++p;
+                    if (cp != '\r')
+                        *out++ = static_cast<wchar_t>(cp);
+                    continue;
                 }
-                advance(buf, static_cast<size_t>(p - from));
+                if (cp < 0xC0) { // a stray continuation byte
+                    ++p;
+                    continue;
+                }
+                // Two- and three-byte forms are most of non-Latin text: decode them directly.
+                if (cp < 0xE0) {
+                    if (to - p < 2)
+                        break;
+                    cp = ((cp & 0x1F) << 6) | (p[1] & 0x3Fu);
+                    p += 2;
+                } else if (cp < 0xF0) {
+                    if (to - p < 3)
+                        break;
+                    cp = ((cp & 0x0F) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
+                    p += 3;
+                } else {
+                    int count = utf8codec::continuationCount(static_cast<unsigned char>(cp));
+                    if (to - p <= count)
+                        break;
+                    cp = utf8codec::leadBits(static_cast<unsigned char>(cp), count);
+                    for (int i = 1; i <= count; ++i)
+                        cp = (cp << 6) | (p[i] & 0x3Fu);
+                    cp = static_cast<uint32_t>(utf8codec::finish(cp));
+                    p += count + 1;
+                }
+                // Overlong forms of the line feed and carriage return count as those.
+                if (cp == '\n') {
+                    overlongFeed = true;
+                    break;
+                }
+                if (cp != '\r')
+                    *out++ = static_cast<wchar_t>(cp);
             }
+            line.resize(static_cast<size_t>(out - line.data()));
+            if (overlongFeed) {
+                advance(buf, static_cast<size_t>(p - from));
+                return;
+            }
+            if (p == feed && feed < to) {
+                advance(buf, static_cast<size_t>(p + 1 - from));
+                return;
+            }
+            advance(buf, static_cast<size_t>(p - from));
+            // Past the feed byte (a sequence took it as a continuation): scan on. Anything
+            // else (the area's end, a sequence cut by it) is for read().
+            if (!(p > feed && feed < to))
+                break;
         }
         int cp = read();
         if (cp == -1) {

@@ -42,10 +42,8 @@ inline bool isContinuation(unsigned char b) {
 
 // Continuation bytes that follow a lead byte: the leading one bits after the first.
 inline int continuationCount(unsigned char lead) {
-    int ones = 0;
-    while (ones < 8 && (lead & (0x80 >> ones)))
-        ++ones;
-    return ones - 1;
+    // The complement has a zero bit below the lead byte, so it is never zero.
+    return __builtin_clz(~(static_cast<uint32_t>(lead) << 24)) - 1;
 }
 
 // The payload bits of a lead byte with COUNT continuation bytes.

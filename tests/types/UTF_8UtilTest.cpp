@@ -116,10 +116,17 @@ TEST(LineReader, AcceptsAnyBytes) {
     EXPECT_EQ(lines[0], String(std::wstring(L"ab\0c", 4)));
     EXPECT_EQ(lines[1], L"");
 
-    // An overlong line feed is a line feed: lines end at the code point.
-    EXPECT_EQ(readAll("a\xC0\x8A"
-                      "b"),
-              (std::vector<String>{L"a", L"b"}));
+    // Lines end at the line feed code point: an overlong one ends a line, and a feed byte
+    // taken as a continuation byte does not.
+    const std::string tricky = "a\xC0\x8A"
+                               "b\n"
+                               "c\xE2\n\x41"
+                               "d\ne";
+    const std::vector<String> expected{L"a", L"b", L"c\u2281d", L"e"};
+    EXPECT_EQ(readAll(tricky), expected);
+    TrickleBuf trickle(tricky);
+    std::istream trickleIn(&trickle);
+    EXPECT_EQ(readAll(trickleIn), expected);
 
     std::string huge(3 << 20, 'x');
     huge[1000] = '\xC3';
