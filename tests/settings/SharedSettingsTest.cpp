@@ -18,13 +18,10 @@
 #include <memory>
 #include <random>
 #include <signal.h>
-#include <spawn.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-
-extern char** environ;
 
 namespace {
 
@@ -109,30 +106,19 @@ int checkWholeFile(const std::string& content) {
     return counter;
 }
 
+// Starts this test program again as the writer of ROOTDIR, its output discarded.
 pid_t spawnWriter(const std::string& rootDir) {
-    std::string filter = "--gtest_filter=CFGSettingChild.DISABLED_WritesUntilKilled";
-    std::string disabled = "--gtest_also_run_disabled_tests";
-    char self[] = "/proc/self/exe";
-    char* argv[] = {self, filter.data(), disabled.data(), nullptr};
-
-    std::vector<std::string> env;
-    for (char** e = environ; *e; ++e)
-        env.push_back(*e);
-    env.push_back(std::string(kChildRootVariable) + "=" + rootDir);
-    std::vector<char*> envp;
-    for (auto& e : env)
-        envp.push_back(e.data());
-    envp.push_back(nullptr);
-
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, 1, "/dev/null", O_WRONLY, 0);
-    posix_spawn_file_actions_addopen(&actions, 2, "/dev/null", O_WRONLY, 0);
-    pid_t pid = -1;
-    if (posix_spawn(&pid, self, &actions, nullptr, argv, envp.data()) != 0)
-        pid = -1;
-    posix_spawn_file_actions_destroy(&actions);
-    return pid;
+    pid_t pid = ::fork();
+    if (pid != 0)
+        return pid;
+    ::setenv(kChildRootVariable, rootDir.c_str(), 1);
+    int devNull = ::open("/dev/null", O_WRONLY);
+    ::dup2(devNull, 1);
+    ::dup2(devNull, 2);
+    ::execl("/proc/self/exe", "/proc/self/exe",
+            "--gtest_filter=CFGSettingChild.DISABLED_WritesUntilKilled",
+            "--gtest_also_run_disabled_tests", static_cast<char*>(nullptr));
+    ::_exit(127);
 }
 
 TEST(CFGSettingSlow, WriterKilledMidWriteNeverLeavesABrokenFile) {
