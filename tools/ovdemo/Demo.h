@@ -5,6 +5,9 @@
 
 #include <string>
 
+// A settings-style attribute map written, loaded back and read (types).
+bool demoAttrMap();
+
 bool demoSettings(const std::string& root);
 
 #endif

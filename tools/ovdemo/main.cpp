@@ -24,6 +24,9 @@ int main(int argc, char** argv) {
         OV_FNLOG(5);
         std::printf("traced one call into the log\n");
     }
+    if (!demoAttrMap()) {
+        return 1;
+    }
     bool ok = demoSettings(root);
     return ok ? 0 : 1;
 }
