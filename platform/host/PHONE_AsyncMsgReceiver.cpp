@@ -59,3 +59,6 @@ void PHONE_AsyncMsgReceiver::postLowBatteryStatusChanged() {
 void PHONE_AsyncMsgReceiver::postChargeStatus(TAPI_CHARGER_STATUS_E status) {
     postToAll([status](PHONE_AsyncMsgReceiver* r) { emit r->signalChargeStatus(status); });
 }
+
+// The moc output for the header in platform/include, which AUTOMOC finds through this include.
+#include "moc_PHONE_AsyncMsgReceiver.cpp"

@@ -67,3 +67,6 @@ bool QCopChannel::isRegistered(const QCString& channel) {
     }
     return false;
 }
+
+// The moc output for the header in platform/include, which AUTOMOC finds through this include.
+#include "moc_QCopChannel.cpp"

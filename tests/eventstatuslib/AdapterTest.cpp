@@ -1,0 +1,413 @@
+// The platform adapter against the host platform: routing of subscriptions, system-channel
+// messages, the wire form, push renaming and the status getters over the simulated phone.
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_WBEventStatusAdapter.h"
+
+#include "support/QtLoop.h"
+#include "support/StderrCapture.h"
+#include "support/TempDir.h"
+
+#include "ES_EventPublisher.h"
+#include "ES_EventSubscriber.h"
+#include "OVPlatform.h"
+#include "QCopChannel.h"
+
+#include <QDataStream>
+#include <QDateTime>
+#include <QIODevice>
+#include <gtest/gtest.h>
+
+#include <mutex>
+
+namespace {
+
+typedef OV_WBEventStatusAdapter Adapter;
+
+// Keeps what the adapter notifies (from whichever thread).
+class RecordingCallback : public OV_EventAdapterCallback {
+public:
+    void notify(OV_Event& event) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mTopics.push_back(event.mEventType);
+        mValues.push_back(event.mValue);
+        std::string type;
+        mContentTypes.push_back(event.getProperty("Content-Type", &type) ? type : "<none>");
+    }
+    size_t count() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mTopics.size();
+    }
+    bool waitFor(size_t n) {
+        return ovtest::runQtUntil([&] { return count() >= n; });
+    }
+
+    std::mutex mMutex;
+    std::vector<std::string> mTopics;
+    std::vector<int> mValues;
+    std::vector<std::string> mContentTypes;
+};
+
+class AdapterTest : public ::testing::Test {
+protected:
+    void SetUp() override { ovtest::ensureQtApp(); }
+
+    static size_t occurrences(const std::string& text, const std::string& part) {
+        size_t n = 0;
+        for (size_t pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + 1))
+            ++n;
+        return n;
+    }
+
+    static QByteArray encode(const std::function<void(QDataStream&)>& write) {
+        QByteArray data;
+        QDataStream out(&data, QIODevice::WriteOnly);
+        out.setVersion(QDataStream::Qt_6_0);
+        write(out);
+        return data;
+    }
+
+    ovtest::TempDeviceRoot mRoot;
+    RecordingCallback mCallback;
+};
+
+TEST_F(AdapterTest, SystemChannelIsSharedByTopicsAndGoesWithTheLast) {
+    ovtest::StderrCapture capture;
+    {
+        Adapter adapter(&mCallback);
+        adapter.subscribe(Adapter::EVENT_FLIP_STATUS_CHANGED);
+        adapter.subscribe(Adapter::EVENT_BACKLIGHT_STATUS_CHANGED);
+        EXPECT_TRUE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
+        adapter.unsubscribe(Adapter::EVENT_FLIP_STATUS_CHANGED);
+        EXPECT_TRUE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
+        // The flip connection is gone, the backlight one stays.
+        QCopChannel::send(SYSTEM_CHANNEL, "FlipOpened");
+        QCopChannel::send(SYSTEM_CHANNEL, "DPL_BKLGT_RESTORED");
+        ASSERT_TRUE(mCallback.waitFor(1));
+        ovtest::runQtFor(50);
+        EXPECT_EQ(mCallback.mTopics,
+                  std::vector<std::string>{Adapter::EVENT_BACKLIGHT_STATUS_CHANGED});
+        adapter.unsubscribe(Adapter::EVENT_BACKLIGHT_STATUS_CHANGED);
+        EXPECT_FALSE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
+        adapter.unsubscribe(Adapter::EVENT_BACKLIGHT_STATUS_CHANGED); // once too often
+    }
+    std::string log = capture.text();
+    EXPECT_EQ(occurrences(log, "Creating an instance of a QCopChannel for SYSTEM_CHANNEL.\n\n"),
+              1u);
+    EXPECT_NE(log.find("Exiting initSystemChannel. Event counter = 2\n\n"), std::string::npos);
+    EXPECT_NE(log.find("Counter decremented. Event counter = 1\n\n"), std::string::npos);
+    EXPECT_EQ(occurrences(log, "Deleting mpSystemChannel and setting pointer to NULL.\n\n"), 1u);
+}
+
+TEST_F(AdapterTest, DimmedBacklightGivesTwoEventsAndRestoredTheOpposite) {
+    Adapter adapter(&mCallback);
+    adapter.subscribe(Adapter::EVENT_BACKLIGHT_STATUS_CHANGED);
+    adapter.subscribe(Adapter::EVENT_USER_ACTIVITY_STATUS_CHANGED);
+    QCopChannel::send(SYSTEM_CHANNEL, "DPL_BKLGT_DIMMED");
+    QCopChannel::send(SYSTEM_CHANNEL, "DPL_BKLGT_RESTORED");
+    ASSERT_TRUE(mCallback.waitFor(4));
+    EXPECT_EQ(mCallback.mTopics,
+              (std::vector<std::string>{Adapter::EVENT_BACKLIGHT_STATUS_CHANGED,
+                                        Adapter::EVENT_USER_ACTIVITY_STATUS_CHANGED,
+                                        Adapter::EVENT_BACKLIGHT_STATUS_CHANGED,
+                                        Adapter::EVENT_USER_ACTIVITY_STATUS_CHANGED}));
+    EXPECT_EQ(mCallback.mValues, (std::vector<int>{0, 0, 2, 1}));
+}
+
+TEST_F(AdapterTest, SystemMessagesWithDataAndGarbage) {
+    Adapter adapter(&mCallback);
+    adapter.subscribe(Adapter::EVENT_SYSTEM_TIME_CHANGED);
+    adapter.subscribe(Adapter::EVENT_SYSTEM_SHUTDOWN);
+    adapter.subscribe(Adapter::EVENT_MASTER_CLEAR);
+    QDateTime before = QDateTime::fromSecsSinceEpoch(1000000, Qt::UTC);
+    QDateTime after = QDateTime::fromSecsSinceEpoch(1000090, Qt::UTC);
+    // Ignored: no flag of interest, short data, garbage, a policy other than 1, unknown name.
+    QCopChannel::send(SYSTEM_CHANNEL, "TimeInfoChanged",
+                      encode([&](QDataStream& s) { s << qint32(8) << before << after; }));
+    QCopChannel::send(SYSTEM_CHANNEL, "TimeInfoChanged",
+                      encode([&](QDataStream& s) { s << qint32(2); }));
+    QCopChannel::send(SYSTEM_CHANNEL, "TimeInfoChanged", QByteArray("\x01", 1));
+    QCopChannel::send(SYSTEM_CHANNEL, "KillingPolicy(int)",
+                      encode([](QDataStream& s) { s << qint32(2); }));
+    QCopChannel::send(SYSTEM_CHANNEL, "KillingPolicy(int)", QByteArray());
+    QCopChannel::send(SYSTEM_CHANNEL, "no such message", QByteArray(1000, '\xff'));
+    // Taken.
+    QCopChannel::send(SYSTEM_CHANNEL, "TimeInfoChanged",
+                      encode([&](QDataStream& s) { s << qint32(2) << after << before; }));
+    QCopChannel::send(SYSTEM_CHANNEL, "KillingPolicy(int)",
+                      encode([](QDataStream& s) { s << qint32(1); }));
+    ovplatform::sendMasterClear();
+    ASSERT_TRUE(mCallback.waitFor(3));
+    ovtest::runQtFor(50);
+    EXPECT_EQ(mCallback.mTopics, (std::vector<std::string>{Adapter::EVENT_SYSTEM_TIME_CHANGED,
+                                                           Adapter::EVENT_SYSTEM_SHUTDOWN,
+                                                           Adapter::EVENT_MASTER_CLEAR}));
+    EXPECT_EQ(mCallback.mValues[0], -90);
+}
+
+TEST_F(AdapterTest, PhoneClientSignalsBecomeStatusEvents) {
+    ovtest::StderrCapture capture;
+    Adapter adapter(&mCallback);
+    adapter.subscribe(Adapter::EVENT_ROAMING_STATUS_CHANGED);
+    adapter.subscribe(Adapter::EVENT_CHARGER_STATUS_CHANGED);
+    adapter.subscribe(Adapter::EVENT_LOW_BATTERY_STATUS_CHANGED);
+    ovplatform::setRoaming(true);
+    ovplatform::setChargerAttached(true);
+    ovplatform::setLowBattery(true);
+    ASSERT_TRUE(mCallback.waitFor(3));
+    EXPECT_EQ(mCallback.mTopics,
+              (std::vector<std::string>{Adapter::EVENT_ROAMING_STATUS_CHANGED,
+                                        Adapter::EVENT_CHARGER_STATUS_CHANGED,
+                                        Adapter::EVENT_LOW_BATTERY_STATUS_CHANGED}));
+    EXPECT_EQ(mCallback.mValues, (std::vector<int>{1, 1, 0}));
+    std::string log = capture.text();
+    EXPECT_EQ(occurrences(log, "Creating an instance of PHONE_AsyncMsgReceiver.\n\n"), 1u);
+    EXPECT_NE(log.find("slotHandleRoamingState()\tOV_WBEventStatusAdapter::slotHandleRoamingState "
+                       "ROAMING\n\n"),
+              std::string::npos);
+    EXPECT_NE(
+        log.find("OV_WBEventStatusAdapter::slotHandleLowBatteryStatusChanged Low Battery\n\n"),
+        std::string::npos);
+    adapter.unsubscribe(Adapter::EVENT_ROAMING_STATUS_CHANGED);
+    adapter.unsubscribe(Adapter::EVENT_CHARGER_STATUS_CHANGED);
+    adapter.unsubscribe(Adapter::EVENT_LOW_BATTERY_STATUS_CHANGED);
+    EXPECT_NE(capture.text().find("Deleting mpPhoneMsgClient and setting pointer to NULL.\n\n"),
+              std::string::npos);
+    ovplatform::setRoaming(false);
+    ovtest::runQtFor(50);
+    EXPECT_EQ(mCallback.count(), 3u);
+}
+
+TEST_F(AdapterTest, WireFormCarriesTheValueAndProperties) {
+    OV_Event event("/t/wire");
+    event.mValue = -42;
+    for (int i = 0; i < 2000; ++i)
+        event.setProperty("key" + std::to_string(i), std::string(i % 50, 'x'));
+    ES_Event wire;
+    Adapter::toPlatformEvent(event, &wire);
+    EXPECT_EQ(wire.getTopic(), "/t/wire");
+    EXPECT_EQ(wire.getProperties().size(), 2001u);
+    EXPECT_EQ(wire.getProperties().at("__OV_Event__mValue"), "-42");
+
+    OV_Event back(wire.getTopic());
+    Adapter::fromPlatformEvent(wire, &back);
+    EXPECT_EQ(back.mValue, -42);
+    ASSERT_TRUE(back.mPropMap != nullptr);
+    EXPECT_EQ(back.mPropMap->size(), 2000u);
+    EXPECT_EQ(back.mPropMap->at("key49"), std::string(49, 'x'));
+
+    // A property named like the value overwrites it on the wire; no properties: no map.
+    OV_Event clash("/t/wire");
+    clash.mValue = 1;
+    clash.setProperty("__OV_Event__mValue", "7");
+    ES_Event clashWire;
+    Adapter::toPlatformEvent(clash, &clashWire);
+    OV_Event clashBack("/t/wire");
+    Adapter::fromPlatformEvent(clashWire, &clashBack);
+    EXPECT_EQ(clashBack.mValue, 7);
+    EXPECT_TRUE(clashBack.mPropMap == nullptr);
+}
+
+TEST_F(AdapterTest, PushEventsAreRenamedWithADefaultContentType) {
+    ovtest::StderrCapture capture;
+    Adapter adapter(&mCallback);
+    ES_Event plain(Adapter::PUSH_TOPIC_ORVEL);
+    adapter.handleEvent(plain);
+    ES_Event typed(Adapter::PUSH_TOPIC_DCD);
+    typed.setProperty("Content-Type", "text/plain");
+    adapter.handleEvent(typed);
+    ES_Event other("/t/not-a-push");
+    other.setProperty("__OV_Event__mValue", "12");
+    adapter.handleEvent(other);
+    EXPECT_EQ(mCallback.mTopics,
+              (std::vector<std::string>{Adapter::EVENT_SMS_PUSH, Adapter::EVENT_SMS_PUSH,
+                                        "/t/not-a-push"}));
+    EXPECT_EQ(
+        mCallback.mContentTypes,
+        (std::vector<std::string>{"application/vnd.kestrix.orvel+xml", "text/plain", "<none>"}));
+    EXPECT_EQ(mCallback.mValues, (std::vector<int>{0, 0, 12}));
+    std::string log = capture.text();
+    EXPECT_NE(
+        log.find("Not find Content-Type, set to default:application/vnd.kestrix.orvel+xml\n\n"),
+        std::string::npos);
+    EXPECT_NE(log.find("WapPushMsg Type:text/plain\n\n"), std::string::npos);
+}
+
+// A bus listener outside the adapter, to see what publish puts on the wire.
+class BusListener : public ES_EventHandler {
+public:
+    void handleEvent(const ES_Event& event) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mEvents.push_back(event);
+    }
+    size_t count() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mEvents.size();
+    }
+    std::mutex mMutex;
+    std::vector<ES_Event> mEvents;
+};
+
+TEST_F(AdapterTest, PublishOutcomesAndTheirLines) {
+    Adapter adapter(&mCallback);
+    {
+        ovtest::StderrCapture capture;
+        OV_Event lonely("/t/nobody");
+        adapter.publish(lonely);
+        EXPECT_NE(capture.text().find("It seems that no one is registered to listen to this "
+                                      "event: /t/nobody. Error status = 1\n\n"),
+                  std::string::npos);
+    }
+    {
+        ovtest::StderrCapture capture;
+        OV_Event empty("");
+        adapter.publish(empty);
+        EXPECT_NE(capture.text().find("Failed to publish with WB Event Subsystem for event : \n\n"),
+                  std::string::npos);
+    }
+    BusListener listener;
+    ASSERT_EQ(ES_EventSubscriber::subscribe("/t/heard", &listener), ES_OK);
+    OV_Event heard("/t/heard");
+    heard.mValue = 3;
+    heard.setProperty("a", "b");
+    adapter.publish(heard);
+    ASSERT_TRUE(ovtest::runQtUntil([&] { return listener.count() == 1; }));
+    EXPECT_EQ(listener.mEvents[0].getProperties(),
+              (ES_Event::PropertyMap{{"__OV_Event__mValue", "3"}, {"a", "b"}}));
+    ES_EventSubscriber::unsubscribe("/t/heard", &listener);
+}
+
+TEST_F(AdapterTest, BusSubscriptionFailuresAreLoggedAndHarmless) {
+    ovtest::StderrCapture capture;
+    Adapter adapter(&mCallback);
+    adapter.subscribe("");
+    adapter.unsubscribe("/t/never-subscribed");
+    std::string log = capture.text();
+    EXPECT_NE(log.find("Failed to subscribe with WB Event Subsystem for event : \n\t\tError code = "
+                       "2\n\n"),
+              std::string::npos);
+    EXPECT_NE(log.find("Failed to unsubscribe with WB Event Subsystem for event : "
+                       "/t/never-subscribed\n\t\tError code = 4\n\n"),
+              std::string::npos);
+}
+
+TEST_F(AdapterTest, StatusGettersFollowThePhone) {
+    Adapter adapter(&mCallback);
+    OV_ROAMING_STATUS roaming;
+    OV_DATA_NW_STATUS data;
+    OV_BATTERY_STATUS battery;
+    OV_FLIP_STATUS flip;
+    OV_SLIDER_STATUS slider;
+    OV_CHARGER_STATUS charger;
+    OV_BACKLIGHT_STATUS backlight;
+    OV_USER_ACTIVITY_STATUS activity;
+    bool nitz = false;
+
+    ovplatform::setRoaming(true);
+    ovplatform::setGprsAvailable(false);
+    ovplatform::setLowBattery(true);
+    ovplatform::setFlipOpen(true);
+    ovplatform::setSliderOpen(false);
+    ovplatform::setChargerAttached(true);
+    ovplatform::setLcdBrightness(0);
+    ovplatform::setNitzAvailable(true);
+    EXPECT_EQ(adapter.getRoamingStatus(roaming), 0);
+    EXPECT_EQ(roaming, OV_ROAMING);
+    EXPECT_EQ(adapter.getDataNetworkStatus(data), 0);
+    EXPECT_EQ(data, OV_DATA_NW_UNAVAILABLE);
+    EXPECT_EQ(adapter.getLowBatteryStatus(battery), 0);
+    EXPECT_EQ(battery, OV_BATTERY_LOW);
+    EXPECT_EQ(adapter.getFlipStatus(flip), 0);
+    EXPECT_EQ(flip, OV_FLIP_OPEN);
+    EXPECT_EQ(adapter.getSliderStatus(slider), 0);
+    EXPECT_EQ(slider, OV_SLIDER_CLOSED);
+    EXPECT_EQ(adapter.getChargerStatus(charger), 0);
+    EXPECT_EQ(charger, OV_CHARGER_ATTACHED);
+    EXPECT_EQ(adapter.getBacklightStatus(backlight), 0);
+    EXPECT_EQ(backlight, OV_BACKLIGHT_OFF);
+    EXPECT_EQ(adapter.getUserActivityStatus(activity), 0);
+    EXPECT_EQ(activity, OV_USER_INACTIVE);
+    EXPECT_EQ(adapter.getNitzStatus(nitz), 0);
+    EXPECT_TRUE(nitz);
+
+    // Raw readings outside 0/1 and other brightness levels.
+    ovplatform::setPhoneValue("low_battery", "7");
+    ovplatform::setPhoneValue("roaming", "3");
+    ovplatform::setLcdBrightness(37);
+    ovplatform::setPhoneValue("nitz", "0");
+    EXPECT_EQ(adapter.getLowBatteryStatus(battery), 0);
+    EXPECT_EQ(battery, OV_BATTERY_LOW);
+    EXPECT_EQ(adapter.getRoamingStatus(roaming), 0);
+    EXPECT_EQ(roaming, OV_ROAMING);
+    EXPECT_EQ(adapter.getBacklightStatus(backlight), 0);
+    EXPECT_EQ(backlight, OV_BACKLIGHT_ON);
+    EXPECT_EQ(adapter.getUserActivityStatus(activity), 0);
+    EXPECT_EQ(activity, OV_USER_ACTIVE);
+    EXPECT_EQ(adapter.getNitzStatus(nitz), 0);
+    EXPECT_FALSE(nitz);
+
+    // Failing platform calls give 1 and leave the answer alone.
+    ovplatform::setCallFails("SETUP_Utility::getDisplayValue", true);
+    activity = OV_USER_ACTIVE;
+    EXPECT_EQ(adapter.getUserActivityStatus(activity), 1);
+    EXPECT_EQ(activity, OV_USER_ACTIVE);
+    ovplatform::setCallFails("SETUP_Utility::getDisplayValue", false);
+    ovplatform::setCallFails("TAPI_NETWORK_GetNitzStatus", true);
+    EXPECT_EQ(adapter.getNitzStatus(nitz), 1);
+    ovplatform::setCallFails("TAPI_NETWORK_GetNitzStatus", false);
+
+    OV_SLIDE_CLOSED_SETTING slide = OV_SLIDE_CLOSED_KEEP;
+    EXPECT_EQ(adapter.getSlideClosedSetting(slide), 1);
+    long now = 0;
+    EXPECT_EQ(adapter.getCurrentTime(now), 0);
+    EXPECT_GT(now, 1600000000L);
+}
+
+TEST_F(AdapterTest, SimAndTextGetters) {
+    ovplatform::setImsi("310410123456789", 3);
+    ovplatform::setLanguageCode("fr\xc3\xa7");
+    ovplatform::setInstalledLanguages({"en", "de", "ko"});
+    ovplatform::setCurrentPlmn("26201");
+    Adapter adapter(&mCallback); // reads the SIM when made
+    ovTypes::String text;
+    EXPECT_EQ(adapter.getIMSI(text), 0);
+    EXPECT_EQ(text, ovTypes::String(L"310410123456789"));
+    EXPECT_EQ(adapter.getHomePLMN(text), 0);
+    EXPECT_EQ(text, ovTypes::String(L"310410"));
+    EXPECT_EQ(adapter.getCurrentLanguageCode(text), 0);
+    EXPECT_EQ(text, ovTypes::String(L"fr\u00e7"));
+    EXPECT_EQ(adapter.getCurrentPLMN(text), 0);
+    EXPECT_EQ(text, ovTypes::String(L"26201"));
+    std::vector<ovTypes::String> codes;
+    EXPECT_EQ(adapter.getInstalledLanguageCodes(codes), 0);
+    EXPECT_EQ(codes, (std::vector<ovTypes::String>{L"en", L"de", L"ko"}));
+
+    ovplatform::setImsi("");
+    ovtest::StderrCapture capture;
+    Adapter noSim(&mCallback);
+    EXPECT_NE(capture.text().find("TAPI_SIM_GetImsiExt() returns failure.\n\n"), std::string::npos);
+    text = L"kept";
+    EXPECT_EQ(noSim.getIMSI(text), 1);
+    EXPECT_EQ(noSim.getHomePLMN(text), 1);
+    EXPECT_EQ(text, ovTypes::String(L"kept"));
+}
+
+TEST_F(AdapterTest, MsisdnComesFromTheOwnNumberEntry) {
+    Adapter adapter(&mCallback);
+    ovTypes::String msisdn = L"kept";
+    {
+        ovtest::StderrCapture capture;
+        EXPECT_EQ(adapter.getMSISDN(msisdn), 1);
+        EXPECT_EQ(msisdn, ovTypes::String(L"kept"));
+        EXPECT_NE(capture.text().find("{3} OV_WBEventStatusAdapter.cpp:"), std::string::npos);
+        EXPECT_NE(capture.text().find("TAPI_OWNNUMBER_GetEntry() returns failure. Unable to "
+                                      "initialize MSISDN. retCode = 3\n"),
+                  std::string::npos);
+    }
+    ovplatform::setOwnNumber("+447700900123");
+    ovtest::StderrCapture capture;
+    EXPECT_EQ(adapter.getMSISDN(msisdn), 0);
+    EXPECT_EQ(msisdn, ovTypes::String(L"+447700900123"));
+    EXPECT_NE(capture.text().find("MSISDN from OwnNumber = +447700900123.\n\n"), std::string::npos);
+}
+
+} // namespace

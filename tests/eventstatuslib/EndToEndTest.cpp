@@ -1,0 +1,200 @@
+// Events through the whole road: facade, adapter, the loopback bus with its delivery thread,
+// the simulated phone and the Qt event loop.
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "eventstatuslib/OV_WBEventStatusAdapter.h"
+
+#include "support/EventRecorder.h"
+#include "support/QtLoop.h"
+#include "support/TempDir.h"
+
+#include "ES_EventPublisher.h"
+#include "ES_EventSubscriber.h"
+#include "OVPlatform.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <thread>
+
+namespace {
+
+const std::string kTopic = "/test/e2e/topic";
+
+void publish(const std::string& topic, int value) {
+    OV_Event event(topic);
+    event.mValue = value;
+    OV_EventAndStatusFacade::instance()->publish(event);
+}
+
+class EndToEndTest : public ::testing::Test {
+protected:
+    void TearDown() override { OV_EventAndStatusFacade::destroy(); }
+    ovtest::TempDeviceRoot mRoot;
+};
+
+TEST_F(EndToEndTest, PublishedEventsComeBackInOrderOnTheBusThread) {
+    ovtest::EventRecorder first(kTopic);
+    ovtest::EventRecorder second(kTopic);
+    for (int i = 0; i < 200; ++i)
+        publish(kTopic, i);
+    ASSERT_TRUE(first.waitFor(200));
+    ASSERT_TRUE(second.waitFor(200));
+    std::vector<ovtest::RecordedEvent> events = first.events();
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(events[i].value, i);
+        EXPECT_NE(events[i].thread, std::this_thread::get_id()); // never inside publish
+    }
+    EXPECT_EQ(second.events().back().value, 199);
+}
+
+TEST_F(EndToEndTest, PushFromTheBusArrivesAsSmsPush) {
+    ovtest::EventRecorder push(OV_WBEventStatusAdapter::EVENT_SMS_PUSH);
+    ES_Event raw(OV_WBEventStatusAdapter::PUSH_TOPIC_DCD);
+    raw.setProperty("body", "hello");
+    ASSERT_EQ(ES_EventPublisher::publish(raw), ES_OK);
+    ASSERT_TRUE(push.waitFor(1));
+    ovtest::RecordedEvent event = push.events()[0];
+    EXPECT_EQ(event.topic, "/kestrix/orvel/platform/sms_push");
+    EXPECT_EQ(event.properties.at("Content-Type"), "application/vnd.kestrix.orvel+xml");
+    EXPECT_EQ(event.properties.at("body"), "hello");
+}
+
+TEST_F(EndToEndTest, SimulatedFlipReachesAFlipHandler) {
+    ovtest::ensureQtApp();
+    ovtest::EventRecorder flips(OV_WBEventStatusAdapter::EVENT_FLIP_STATUS_CHANGED);
+    ASSERT_TRUE(ovplatform::setFlipOpen(true));
+    ASSERT_TRUE(flips.waitFor(1));
+    ASSERT_TRUE(ovplatform::setFlipOpen(false));
+    ASSERT_TRUE(flips.waitFor(2));
+    EXPECT_EQ(flips.events()[0].value, OV_FLIP_OPEN);
+    EXPECT_EQ(flips.events()[1].value, OV_FLIP_CLOSED);
+    EXPECT_EQ(flips.events()[0].thread, std::this_thread::get_id()); // the Qt loop's thread
+    OV_FLIP_STATUS status = OV_FLIP_OPEN;
+    EXPECT_EQ(OV_EventAndStatusFacade::instance()->getFlipStatus(status), 0);
+    EXPECT_EQ(status, OV_FLIP_CLOSED);
+}
+
+// Holds the delivery thread until released.
+class GateRecorder : public ovtest::EventRecorder {
+public:
+    explicit GateRecorder(const std::string& topic) : EventRecorder(topic) {
+        mOnEvent = [this](OV_Event&) {
+            mEntered = true;
+            while (!mOpen)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        };
+    }
+    std::atomic<bool> mEntered{false};
+    std::atomic<bool> mOpen{false};
+};
+
+TEST_F(EndToEndTest, EventsQueuedWhenTheFacadeGoesAreDropped) {
+    auto* gate = new GateRecorder(kTopic);
+    publish(kTopic, 1);
+    publish(kTopic, 2);
+    publish(kTopic, 3);
+    while (!gate->mEntered)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    // destroy() waits on the bus for the call in progress, so release it from elsewhere.
+    std::thread opener([gate] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        gate->mOpen = true;
+    });
+    OV_EventAndStatusFacade::destroy();
+    opener.join();
+    // Events 2 and 3 find no subscriber on the bus any more; later ones are refused.
+    std::this_thread::sleep_for(std::chrono::milliseconds(50));
+    EXPECT_EQ(gate->count(), 1u);
+    ES_Event late(kTopic);
+    EXPECT_EQ(ES_EventPublisher::publish(late), ES_ERR_NO_SUBSCRIBER);
+    delete gate; // subscribes its topic nowhere: a fresh facade has no entry for it
+}
+
+// Runs in a child process, since the bus stays down for the rest of the process. The exit
+// code tells which check failed (0: all passed).
+int shutdownDiscardsPendingDeliveries() {
+    GateRecorder gate(kTopic);
+    for (int i = 0; i < 5; ++i)
+        publish(kTopic, i);
+    while (!gate.mEntered)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    std::thread opener([&gate] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        gate.mOpen = true;
+    });
+    ovplatform::shutdownEventBus(); // waits for the delivery under way, drops the other four
+    opener.join();
+    if (gate.count() != 1)
+        return 1;
+    ES_Event late(kTopic);
+    if (ES_EventPublisher::publish(late) != ES_ERR_BUS_DOWN)
+        return 2;
+    publish(kTopic, 9); // logged as a failure, nothing else
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    return gate.count() == 1 ? 0 : 3;
+}
+
+TEST_F(EndToEndTest, ShutdownDiscardsPendingDeliveries) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(std::exit(shutdownDiscardsPendingDeliveries()), ::testing::ExitedWithCode(0), "");
+}
+
+// A handler that removes itself from the bus from inside its own delivery.
+class LeavingHandler : public ES_EventHandler {
+public:
+    void handleEvent(const ES_Event&) override {
+        ++mCalls;
+        mResult = ES_EventSubscriber::unsubscribe(kTopic, this);
+    }
+    std::atomic<int> mCalls{0};
+    std::atomic<int> mResult{-1};
+};
+
+TEST_F(EndToEndTest, BusHandlerMayLeaveDuringItsDelivery) {
+    LeavingHandler leaving;
+    ASSERT_EQ(ES_EventSubscriber::subscribe(kTopic, &leaving), ES_OK);
+    ES_Event event(kTopic);
+    ASSERT_EQ(ES_EventPublisher::publish(event), ES_OK);
+    for (int i = 0; i < 2000 && leaving.mResult == -1; ++i)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    EXPECT_EQ(leaving.mResult, ES_OK);
+    EXPECT_EQ(ES_EventPublisher::publish(event), ES_ERR_NO_SUBSCRIBER);
+    EXPECT_EQ(leaving.mCalls, 1);
+}
+
+// A process leaving with deliveries queued behind a handler that never returns: the exit
+// gives up on the stuck delivery after a while and the queued ones are dropped.
+TEST_F(EndToEndTest, ExitWithAStuckDeliveryNeitherCrashesNorHangs) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            auto* gate = new GateRecorder(kTopic); // never released, never freed
+            for (int i = 0; i < 100; ++i)
+                publish(kTopic, i);
+            while (!gate->mEntered)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            std::exit(7);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
+
+// A slow handler that is itself destroyed at exit, with many deliveries still queued.
+TEST_F(EndToEndTest, ExitWithASlowStaticHandlerNeitherCrashesNorHangs) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static ovtest::EventRecorder slow(kTopic);
+            slow.mOnEvent = [](OV_Event&) {
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            };
+            for (int i = 0; i < 100; ++i)
+                publish(kTopic, i);
+            slow.waitFor(1);
+            std::exit(7);
+        },
+        ::testing::ExitedWithCode(7), "");
+}
+
+} // namespace

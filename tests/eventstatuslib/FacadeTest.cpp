@@ -1,0 +1,274 @@
+// The facade's bookkeeping, over an adapter that only records what the facade asks of it.
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "eventstatuslib/OV_EventHandler.h"
+
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace {
+
+const std::string kTopic = "/test/facade/topic";
+const std::string kOther = "/test/facade/other";
+
+struct FakeAdapterLog {
+    std::map<std::string, int> subscribes;
+    std::map<std::string, int> unsubscribes;
+    std::vector<std::string> published;
+    bool destroyed = false;
+};
+
+class FakeAdapter : public OV_EventStatusAdapter {
+public:
+    explicit FakeAdapter(FakeAdapterLog* log) : mLog(log) {}
+    ~FakeAdapter() override { mLog->destroyed = true; }
+
+    void subscribe(const std::string& topic) override { ++mLog->subscribes[topic]; }
+    void unsubscribe(const std::string& topic) override { ++mLog->unsubscribes[topic]; }
+    void publish(OV_Event& event) override { mLog->published.push_back(event.mEventType); }
+
+    int getRoamingStatus(OV_ROAMING_STATUS& s) override { return s = OV_ROAMING, 0; }
+    int getDataNetworkStatus(OV_DATA_NW_STATUS&) override { return 1; }
+    int getLowBatteryStatus(OV_BATTERY_STATUS&) override { return 1; }
+    int getBacklightStatus(OV_BACKLIGHT_STATUS& s) override { return s = OV_BACKLIGHT_ON, 0; }
+    int getFlipStatus(OV_FLIP_STATUS&) override { return 1; }
+    int getSliderStatus(OV_SLIDER_STATUS&) override { return 1; }
+    int getChargerStatus(OV_CHARGER_STATUS&) override { return 1; }
+    int getUserActivityStatus(OV_USER_ACTIVITY_STATUS&) override { return 1; }
+    int getMSISDN(ovTypes::String& s) override { return s = L"+15550001", 0; }
+    int getIMSI(ovTypes::String&) override { return 1; }
+    int getPhoneModelId(ovTypes::String&) override { return 1; }
+    int getPhoneSwVersion(ovTypes::String&) override { return 1; }
+    int getHomePLMN(ovTypes::String&) override { return 1; }
+    int getHomeCarrierName(ovTypes::String&) override { return 1; }
+    int getCurrentPLMN(ovTypes::String&) override { return 1; }
+    int getCurrentCarrierName(ovTypes::String&) override { return 1; }
+    int getCurrentLanguageCode(ovTypes::String&) override { return 1; }
+    int getInstalledLanguageCodes(std::vector<ovTypes::String>&) override { return 1; }
+    int getCurrentTime(long& t) override { return t = 1234, 0; }
+    int getNitzStatus(bool&) override { return 1; }
+    int getSlideClosedSetting(OV_SLIDE_CLOSED_SETTING&) override { return 1; }
+
+private:
+    FakeAdapterLog* mLog;
+};
+
+class TestFacade : public OV_EventAndStatusFacade {
+public:
+    explicit TestFacade(FakeAdapterLog* log) : OV_EventAndStatusFacade(new FakeAdapter(log)) {}
+    static void install(FakeAdapterLog* log) { installInstance(new TestFacade(log)); }
+};
+
+// Records the order of calls across handlers in one shared list.
+class OrderHandler : public OV_EventHandler {
+public:
+    OrderHandler(const std::string& topic, std::vector<std::string>* calls, std::string name)
+        : OV_EventHandler(topic), mCalls(calls), mName(std::move(name)) {}
+    void handleEvent(OV_Event& event) override {
+        mCalls->push_back(mName + ":" + std::to_string(event.mValue));
+        ++event.mValue; // later handlers see this
+    }
+
+private:
+    std::vector<std::string>* mCalls;
+    std::string mName;
+};
+
+class FacadeTest : public ::testing::Test {
+protected:
+    void SetUp() override { TestFacade::install(&mAdapter); }
+    void TearDown() override { OV_EventAndStatusFacade::destroy(); }
+
+    void deliver(const std::string& topic, int value = 0) {
+        OV_Event event(topic);
+        event.mValue = value;
+        OV_EventAndStatusFacade::instance()->notify(event);
+    }
+
+    FakeAdapterLog mAdapter;
+    std::vector<std::string> mCalls;
+};
+
+TEST_F(FacadeTest, HandlersRunInSubscriptionOrderAndShareTheEvent) {
+    OrderHandler first(kTopic, &mCalls, "first");
+    OrderHandler second(kTopic, &mCalls, "second");
+    OrderHandler elsewhere(kOther, &mCalls, "elsewhere");
+    deliver(kTopic, 10);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"first:10", "second:11"}));
+}
+
+TEST_F(FacadeTest, AdapterSubscribesOncePerTopicAndDuplicatesAreIgnored) {
+    OrderHandler first(kTopic, &mCalls, "first");
+    OrderHandler second(kTopic, &mCalls, "second");
+    OV_EventAndStatusFacade::instance()->subscribe(kTopic, &first); // again
+    EXPECT_EQ(mAdapter.subscribes[kTopic], 1);
+    deliver(kTopic);
+    EXPECT_EQ(mCalls.size(), 2u);
+}
+
+TEST_F(FacadeTest, UnsubscribeRemovesOnlyASoleHandler) {
+    auto* first = new OrderHandler(kTopic, &mCalls, "first");
+    OrderHandler second(kTopic, &mCalls, "second");
+    OV_EventAndStatusFacade::instance()->unsubscribe(kTopic, first);
+    // Deliberate: with another handler left, the caller stays registered.
+    EXPECT_EQ(mAdapter.unsubscribes[kTopic], 0);
+    deliver(kTopic);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"first:0", "second:1"}));
+    // first's destructor unsubscribes again, with the same (lack of) effect; it must not be
+    // called after this, so the topic gets no more events here.
+    delete first;
+    EXPECT_EQ(mAdapter.unsubscribes[kTopic], 0);
+}
+
+TEST_F(FacadeTest, LastHandlerLeavingUnsubscribesTheAdapterOnce) {
+    { OrderHandler only(kTopic, &mCalls, "only"); }
+    EXPECT_EQ(mAdapter.unsubscribes[kTopic], 1);
+    ovtest::StderrCapture capture;
+    deliver(kTopic);
+    EXPECT_TRUE(mCalls.empty());
+    EXPECT_NE(capture.text().find("handleEvent()\thandleEvent: Subscription map is empty!!!! \n\n"),
+              std::string::npos);
+    // The next handler subscribes the topic with the adapter afresh.
+    OrderHandler again(kTopic, &mCalls, "again");
+    EXPECT_EQ(mAdapter.subscribes[kTopic], 2);
+}
+
+TEST_F(FacadeTest, UnknownHandlersTopicsAndNullAreHarmless) {
+    OrderHandler only(kTopic, &mCalls, "only");
+    ovtest::StderrCapture capture;
+    OV_EventAndStatusFacade::instance()->subscribe(kOther, nullptr);
+    OV_EventAndStatusFacade::instance()->unsubscribe(kOther, &only);
+    OV_EventAndStatusFacade::instance()->unsubscribe("", nullptr);
+    EXPECT_EQ(mAdapter.subscribes.count(kOther), 0u);
+    EXPECT_EQ(mAdapter.unsubscribes.size(), 0u);
+    EXPECT_NE(capture.text().find("OV_EventAndStatusFacade: subscribe called with NULL event "
+                                  "handler. Do nothing.\n\n"),
+              std::string::npos);
+    EXPECT_NE(capture.text().find("eventType = " + kOther + "; Handler = [0]\n\n"),
+              std::string::npos);
+    deliver(kTopic);
+    EXPECT_EQ(mCalls.size(), 1u);
+}
+
+// Deletes itself from inside handleEvent, as a component tearing down on an event might.
+class SelfDeletingHandler : public OV_EventHandler {
+public:
+    SelfDeletingHandler(const std::string& topic, std::vector<std::string>* calls)
+        : OV_EventHandler(topic), mCalls(calls) {}
+    void handleEvent(OV_Event&) override {
+        mCalls->push_back("self");
+        delete this;
+    }
+
+private:
+    std::vector<std::string>* mCalls;
+};
+
+TEST_F(FacadeTest, HandlerDeletingItselfDoesNotBreakTheDelivery) {
+    new SelfDeletingHandler(kTopic, &mCalls);
+    OrderHandler after(kTopic, &mCalls, "after");
+    deliver(kTopic);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"self", "after:0"}));
+}
+
+TEST_F(FacadeTest, SoleHandlerDeletingItselfLeavesTheTopic) {
+    new SelfDeletingHandler(kTopic, &mCalls);
+    deliver(kTopic);
+    deliver(kTopic); // must not reach the deleted handler
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"self"}));
+    EXPECT_EQ(mAdapter.unsubscribes[kTopic], 1);
+}
+
+// Subscribes a newcomer while handling; the newcomer waits for the next event.
+class RecruitingHandler : public OV_EventHandler {
+public:
+    RecruitingHandler(const std::string& topic, std::vector<std::string>* calls)
+        : OV_EventHandler(topic), mCalls(calls) {}
+    void handleEvent(OV_Event&) override {
+        mCalls->push_back("recruiter");
+        if (!mRecruit)
+            mRecruit.reset(new OrderHandler(kTopic, mCalls, "recruit"));
+    }
+    std::unique_ptr<OrderHandler> mRecruit;
+
+private:
+    std::vector<std::string>* mCalls;
+};
+
+TEST_F(FacadeTest, HandlerAddedDuringDispatchWaitsForTheNextEvent) {
+    RecruitingHandler recruiter(kTopic, &mCalls);
+    deliver(kTopic);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"recruiter"}));
+    deliver(kTopic, 5);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"recruiter", "recruiter", "recruit:5"}));
+}
+
+TEST_F(FacadeTest, PublishGoesToTheAdapterOnlyNeverToLocalHandlers) {
+    OrderHandler local(kTopic, &mCalls, "local");
+    ovtest::StderrCapture capture;
+    OV_Event event(kTopic);
+    OV_EventAndStatusFacade::instance()->publish(event);
+    EXPECT_TRUE(mCalls.empty());
+    EXPECT_EQ(mAdapter.published, std::vector<std::string>{kTopic});
+    EXPECT_NE(capture.text().find("publish()\tOV_EventAndStatusFacade: Published event: " + kTopic +
+                                  "\n\n"),
+              std::string::npos);
+}
+
+TEST_F(FacadeTest, GettersPassTheAdaptersAnswersAndResults) {
+    OV_EventAndStatusFacade* facade = OV_EventAndStatusFacade::instance();
+    OV_ROAMING_STATUS roaming = OV_HOME_NETWORK;
+    EXPECT_EQ(facade->getRoamingStatus(roaming), 0);
+    EXPECT_EQ(roaming, OV_ROAMING);
+    ovTypes::String msisdn;
+    EXPECT_EQ(facade->getMSISDN(msisdn), 0);
+    EXPECT_EQ(msisdn, ovTypes::String(L"+15550001"));
+    long now = 0;
+    EXPECT_EQ(facade->getCurrentTime(now), 0);
+    EXPECT_EQ(now, 1234);
+    OV_FLIP_STATUS flip = OV_FLIP_OPEN;
+    EXPECT_EQ(facade->getFlipStatus(flip), 1);
+    EXPECT_EQ(flip, OV_FLIP_OPEN);
+}
+
+TEST_F(FacadeTest, DestroyDeletesTheAdapterAndLogsEachTopic) {
+    OrderHandler a(kTopic, &mCalls, "a");
+    OrderHandler b(kOther, &mCalls, "b");
+    ovtest::StderrCapture capture;
+    OV_EventAndStatusFacade::destroy();
+    EXPECT_TRUE(mAdapter.destroyed);
+    std::string log = capture.text();
+    EXPECT_NE(log.find("Deleting the instance of OV_EventAndStatusFacade.\n\n"), std::string::npos);
+    EXPECT_NE(log.find("Removing event handlers for event-type: " + kTopic + "\n\n"),
+              std::string::npos);
+    EXPECT_NE(log.find("Removing event handlers for event-type: " + kOther + "\n\n"),
+              std::string::npos);
+    EXPECT_NE(log.find("Deleted event status adapter instance.\n\n"), std::string::npos);
+    // A fresh fake facade for the handlers' destructors and TearDown.
+    FakeAdapterLog fresh;
+    TestFacade::install(&fresh);
+    deliver(kTopic);
+    EXPECT_TRUE(mCalls.empty()); // handlers of the old facade are not carried over
+    OV_EventAndStatusFacade::destroy();
+    TestFacade::install(&mAdapter);
+}
+
+TEST(OV_Event, PropertyMapIsCreatedOnFirstWrite) {
+    OV_Event event("/t");
+    EXPECT_EQ(event.mValue, 0);
+    EXPECT_TRUE(event.mPropMap == nullptr);
+    EXPECT_FALSE(event.getProperty("k", nullptr));
+    event.setProperty("k", "v1");
+    event.setProperty("k", "v2");
+    std::string value;
+    ASSERT_TRUE(event.getProperty("k", &value));
+    EXPECT_EQ(value, "v2");
+    EXPECT_EQ(event.mPropMap->size(), 1u);
+}
+
+} // namespace

@@ -1,0 +1,48 @@
+// A handler that keeps a copy of every event it receives, with the receiving thread, and lets
+// a test wait for deliveries that arrive asynchronously (on the bus's thread, or on the Qt
+// event loop, which the wait keeps running).
+#ifndef OVBASE_TESTS_SUPPORT_EVENTRECORDER_H
+#define OVBASE_TESTS_SUPPORT_EVENTRECORDER_H
+
+#include "eventstatuslib/OV_EventHandler.h"
+
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace ovtest {
+
+struct RecordedEvent {
+    std::string topic;
+    int value;
+    std::map<std::string, std::string> properties;
+    std::thread::id thread;
+};
+
+class EventRecorder : public OV_EventHandler {
+public:
+    explicit EventRecorder(const std::string& topic);
+
+    void handleEvent(OV_Event& event) override;
+
+    // Waits until at least COUNT events have been recorded; false on time-out.
+    bool waitFor(size_t count, int timeoutMs = 2000);
+    size_t count();
+    std::vector<RecordedEvent> events();
+
+    // Runs after each recording, on the delivering thread.
+    std::function<void(OV_Event&)> mOnEvent;
+
+private:
+    std::mutex mMutex;
+    std::condition_variable mArrived;
+    std::vector<RecordedEvent> mEvents;
+};
+
+} // namespace ovtest
+
+#endif
