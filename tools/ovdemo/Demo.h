@@ -8,6 +8,9 @@
 // A settings-style attribute map written, loaded back and read (types).
 bool demoAttrMap();
 
+// The item template read from the device and its fonts (dptemplate).
+bool demoTemplate();
+
 bool demoSettings(const std::string& root);
 
 #endif

@@ -28,5 +28,6 @@ int main(int argc, char** argv) {
         return 1;
     }
     bool ok = demoSettings(root);
+    ok = demoTemplate() && ok;
     return ok ? 0 : 1;
 }
