@@ -13,4 +13,7 @@ bool demoTemplate();
 
 bool demoSettings(const std::string& root);
 
+// Handlers, a published event coming back over the bus, and a simulated flip (eventstatuslib).
+bool demoEvents();
+
 #endif

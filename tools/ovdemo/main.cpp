@@ -29,5 +29,6 @@ int main(int argc, char** argv) {
     }
     bool ok = demoSettings(root);
     ok = demoTemplate() && ok;
+    ok = demoEvents() && ok;
     return ok ? 0 : 1;
 }
