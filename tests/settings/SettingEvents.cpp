@@ -17,15 +17,15 @@ void SettingRecorder::handleEvent(OV_Event& e) {
     if (!e.mPropMap || e.mPropMap->empty())
         return;
     Change change{e.mPropMap->begin()->first, e.mPropMap->begin()->second, e.mPropMap->size()};
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        if (change.name == kMarker)
-            ++mMarkersSeen;
-        else
-            mChanges.push_back(change);
+    // Everything under the lock, so that a waiter that returns may free the recorder at once.
+    std::lock_guard<std::mutex> guard(mLock);
+    if (change.name == kMarker) {
+        ++mMarkersSeen;
+    } else {
+        mChanges.push_back(change);
+        if (onChange)
+            onChange(change);
     }
-    if (change.name != kMarker && onChange)
-        onChange(change);
     mChanged.notify_all();
 }
 

@@ -43,7 +43,7 @@ public:
     bool waitForChanges(size_t count);
     std::vector<Change> changes();
 
-    // Runs on the delivery thread right after each change is recorded.
+    // Runs on the delivery thread, under the recorder's lock, as each change is recorded.
     std::function<void(const Change&)> onChange;
 
 private:
