@@ -102,6 +102,8 @@ int CFGOrvelSetting::init() {
 }
 
 int CFGOrvelSetting::getInt(const char* group, const char* key, int& value) {
+    if (!group || !key)
+        return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
     std::lock_guard<std::recursive_mutex> guard(mLock);
@@ -114,6 +116,8 @@ int CFGOrvelSetting::getInt(const char* group, const char* key, int& value) {
 }
 
 int CFGOrvelSetting::getString(const char* group, const char* key, ovTypes::String& value) {
+    if (!group || !key)
+        return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
     std::lock_guard<std::recursive_mutex> guard(mLock);
@@ -140,6 +144,8 @@ int CFGOrvelSetting::getString(const char* group, const char* key, char** value)
 }
 
 int CFGOrvelSetting::getBoolean(const char* group, const char* key, bool& value) {
+    if (!group || !key)
+        return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
     std::lock_guard<std::recursive_mutex> guard(mLock);
@@ -184,6 +190,8 @@ std::string CFGOrvelSetting::announcedName(const char* group, const char* key) {
 
 int CFGOrvelSetting::writeValue(const char* group, const char* key,
                                 const std::function<void(AttrMap&)>& put, const std::string& text) {
+    if (!group || !key)
+        return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
     {

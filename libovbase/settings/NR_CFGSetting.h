@@ -27,7 +27,8 @@ public:
 
     void handleEvent(OV_Event& e) override;
 
-    // 8 when not loaded, 3 when the key is absent, 0 and the value otherwise.
+    // 8 when not loaded, 3 when the key is absent, 0 and the value otherwise (1 for a null
+    // group or key, here and in the setters).
     int getInt(const char* group, const char* key, int& value) override;
     int getString(const char* group, const char* key, char** value) override;
     int getString(const char* group, const char* key, ovTypes::String& value) override;

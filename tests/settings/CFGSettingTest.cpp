@@ -67,6 +67,8 @@ TEST_F(CFGSettingTest, ReadsTheGroupSectionAndLeavesOutputsAloneWhenAbsent) {
     EXPECT_EQ(3, s.getBoolean("OVCore.Nothing", "ScreenSaver", flag));
     EXPECT_EQ(3, s.getString(kStorage, "Greeting", text));
     EXPECT_EQ(3, s.getString(kUI, "Missing", &narrow));
+    EXPECT_EQ(1, s.getInt(kUI, nullptr, number));
+    EXPECT_EQ(1, s.setInt(nullptr, "MaxSize", 1));
     EXPECT_EQ(256, number);
     EXPECT_TRUE(flag);
     EXPECT_EQ(ovTypes::String(L"Hello, world"), text);
