@@ -1,0 +1,113 @@
+// Events through the loopback bus: the round trip from the facade's publish to a handler on
+// the delivery thread (median and 99th percentile), and events per second delivered to 1 and
+// to 10 handlers. The library's diagnostics go to /dev/null.
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "eventstatuslib/OV_EventHandler.h"
+
+#include <benchmark/benchmark.h>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
+#include <thread>
+#include <vector>
+
+namespace {
+
+typedef std::chrono::steady_clock Clock;
+
+class CountingHandler : public OV_EventHandler {
+public:
+    explicit CountingHandler(const std::string& topic) : OV_EventHandler(topic) {}
+    void handleEvent(OV_Event&) override {
+        mReceivedAt.store(Clock::now().time_since_epoch().count(), std::memory_order_relaxed);
+        mCount.fetch_add(1, std::memory_order_release);
+    }
+    std::atomic<long> mCount{0};
+    std::atomic<Clock::rep> mReceivedAt{0};
+};
+
+// Handlers live for the whole run: the facade keeps a handler registered while others share
+// its topic, so they are made once per topic and never destroyed.
+std::vector<CountingHandler*>& handlersFor(const std::string& topic, int count) {
+    static std::vector<std::vector<CountingHandler*>*> all;
+    for (auto* set : all)
+        if (set->front()->topic() == topic)
+            return *set;
+    auto* set = new std::vector<CountingHandler*>;
+    for (int i = 0; i < count; ++i)
+        set->push_back(new CountingHandler(topic));
+    all.push_back(set);
+    return *set;
+}
+
+void waitUntil(const CountingHandler* handler, long count) {
+    while (handler->mCount.load(std::memory_order_acquire) < count)
+        std::this_thread::yield();
+}
+
+const std::string kLatencyTopic = "/bench/events/latency";
+
+void BM_PublishToHandlerRoundTrip(benchmark::State& state) {
+    CountingHandler* handler = handlersFor(kLatencyTopic, 1).front();
+    OV_EventAndStatusFacade* facade = OV_EventAndStatusFacade::instance();
+    std::vector<double> micros;
+    long expected = handler->mCount.load();
+    for (auto _ : state) {
+        OV_Event event(kLatencyTopic);
+        event.mValue = 1;
+        Clock::time_point start = Clock::now();
+        facade->publish(event);
+        waitUntil(handler, ++expected);
+        Clock::time_point received{Clock::duration(handler->mReceivedAt.load())};
+        double seconds = std::chrono::duration<double>(received - start).count();
+        state.SetIterationTime(seconds);
+        micros.push_back(seconds * 1e6);
+    }
+    std::sort(micros.begin(), micros.end());
+    if (!micros.empty()) {
+        state.counters["median_us"] = micros[micros.size() / 2];
+        state.counters["p99_us"] = micros[std::min(micros.size() - 1, micros.size() * 99 / 100)];
+    }
+}
+BENCHMARK(BM_PublishToHandlerRoundTrip)->UseManualTime()->MinTime(2.0);
+
+const std::string kThroughputTopic1 = "/bench/events/throughput/1";
+const std::string kThroughputTopic10 = "/bench/events/throughput/10";
+
+// Publishes a batch of events and waits until every handler has had all of them; an event
+// counts once however many handlers it reaches. Wall-clock time, as the work is on the bus.
+void BM_EventsPerSecond(benchmark::State& state) {
+    int handlerCount = static_cast<int>(state.range(0));
+    const std::string& topic = handlerCount == 1 ? kThroughputTopic1 : kThroughputTopic10;
+    std::vector<CountingHandler*>& handlers = handlersFor(topic, handlerCount);
+    OV_EventAndStatusFacade* facade = OV_EventAndStatusFacade::instance();
+    const int batch = 1000;
+    long expected = handlers.back()->mCount.load();
+    for (auto _ : state) {
+        for (int i = 0; i < batch; ++i) {
+            OV_Event event(topic);
+            event.mValue = i;
+            event.setProperty("index", std::to_string(i));
+            facade->publish(event);
+        }
+        expected += batch;
+        waitUntil(handlers.back(), expected); // the last handler is called last
+    }
+    state.SetItemsProcessed(state.iterations() * batch);
+    state.counters["handlers"] = handlerCount;
+}
+BENCHMARK(BM_EventsPerSecond)->Arg(1)->Arg(10)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+} // namespace
+
+int main(int argc, char** argv) {
+    if (!std::freopen("/dev/null", "w", stderr))
+        return 1;
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
