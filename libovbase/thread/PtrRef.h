@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <new>
 #include <type_traits>
+#include <utility>
 
 template <class T> class PtrRef {
 public:
@@ -26,8 +27,26 @@ public:
         assign(other.mpObj, other.mpCount);
     }
 
+    // Moving hands the reference over without touching the count, so a handle can pass to
+    // another thread's structures (under their lock) without a count change left behind.
+    PtrRef(PtrRef&& other) noexcept : mpObj(other.mpObj), mpCount(other.mpCount) {
+        other.mpObj = nullptr;
+        other.mpCount = nullptr;
+    }
+
     PtrRef& operator=(const PtrRef& other) {
         assign(other.mpObj, other.mpCount);
+        return *this;
+    }
+
+    PtrRef& operator=(PtrRef&& other) {
+        if (other.mpObj == mpObj)
+            return *this;
+        release();
+        mpObj = other.mpObj;
+        mpCount = other.mpCount;
+        other.mpObj = nullptr;
+        other.mpCount = nullptr;
         return *this;
     }
 

@@ -3,6 +3,8 @@
 #include "timer/ThreadTimer.h"
 #include "types/FnLog.h"
 
+#include <utility>
+
 PtrRef<TimerMgr> TimerMgr::mInstance;
 ITimer* TimerMgr::mTimer = nullptr;
 
@@ -20,31 +22,43 @@ ITimer::~ITimer() {
 }
 
 int ITimer::process(int timerId) {
-    return TimerMgr::instance()->process(timerId);
+    return TimerMgr::manager().process(timerId);
 }
 
 TimerMgr::TimerMgr() : mNextTimerId(2) {}
 
-PtrRef<TimerMgr> TimerMgr::instance() {
+// The library's own calls reach the manager without copying mInstance: its count is not
+// thread-safe, and the timer thread calls in while callers add and remove timers.
+TimerMgr& TimerMgr::manager() {
     if (mInstance == nullptr)
         mInstance = PtrRef<TimerMgr>(new TimerMgr());
+    return *mInstance;
+}
+
+PtrRef<TimerMgr> TimerMgr::instance() {
+    manager();
     return mInstance;
 }
 
 int TimerMgr::addTimer(unsigned int seconds, PtrRef<IHandler> handler) {
-    return instance()->inAddTimer(seconds, handler);
+    return manager().inAddTimer(seconds, std::move(handler));
 }
 
 int TimerMgr::removeTimer(int timerId) {
-    return instance()->inRemoveTimer(timerId);
+    return manager().inRemoveTimer(timerId);
 }
 
 int TimerMgr::inAddTimer(unsigned int seconds, PtrRef<IHandler> handler) {
     if (!mTimer)
         return -1;
-    int timerId = mNextTimerId;
-    mHandlers[timerId] = handler;
-    ++mNextTimerId;
+    int timerId;
+    {
+        std::lock_guard<std::mutex> hold(mLock);
+        timerId = mNextTimerId;
+        mHandlers[timerId] = std::move(handler);
+        ++mNextTimerId;
+    }
+    // Outside the map's lock: the timer thread holds the list lock when it takes this one.
     mTimer->regist(seconds, timerId);
     return 0;
 }
@@ -52,19 +66,27 @@ int TimerMgr::inAddTimer(unsigned int seconds, PtrRef<IHandler> handler) {
 int TimerMgr::inRemoveTimer(int timerId) {
     if (!mTimer)
         return -1;
+    std::lock_guard<std::mutex> hold(mLock);
     return mHandlers.erase(timerId) ? 1 : 0;
 }
 
 int TimerMgr::process(int timerId) {
     OV_LOG(4, "TimerMgr::process a time out!\n");
-    auto found = mHandlers.find(timerId);
-    if (found == mHandlers.end()) {
+    PtrRef<IHandler> handler;
+    {
+        std::lock_guard<std::mutex> hold(mLock);
+        auto found = mHandlers.find(timerId);
+        if (found != mHandlers.end()) {
+            // Erased before it runs, so that every timer fires once.
+            handler = std::move(found->second);
+            mHandlers.erase(found);
+        }
+    }
+    if (handler == nullptr) {
         OV_LOG(3, "No file the handle:%d\n", timerId);
         return 0;
     }
-    // Erased before it runs, so that every timer fires once even if the handler adds timers.
-    PtrRef<IHandler> handler = found->second;
-    mHandlers.erase(found);
+    // Run without the map's lock, so that the handler may add and remove timers.
     handler->handle();
     return 1;
 }

@@ -8,6 +8,7 @@
 #include "thread/PtrRef.h"
 
 #include <map>
+#include <mutex>
 
 class ITimer {
 public:
@@ -21,8 +22,8 @@ public:
     int process(int timerId);
 };
 
-// Not locked: adding and removing timers from several threads, or against the timer
-// thread's process(), must be serialised by the callers.
+// Creation of the manager is not locked, so its first use must happen on one thread. The map
+// of handlers has a lock of its own, held only around the map: handlers run without it.
 class TimerMgr {
 public:
     static PtrRef<TimerMgr> instance();
@@ -42,7 +43,9 @@ private:
     friend class ITimer;
 
     TimerMgr();
+    static TimerMgr& manager();
 
+    std::mutex mLock; // guards the map and the next number
     std::map<int, PtrRef<IHandler>> mHandlers;
     int mNextTimerId;
 

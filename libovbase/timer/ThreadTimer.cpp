@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <pthread.h>
 
 ThreadTimer::ThreadTimer() : mpLoop(std::make_shared<Loop>()) {
     OV_LOG(4, "ThreadTimer started!\n");
@@ -53,7 +54,18 @@ void ThreadTimer::regist(unsigned int seconds, int timerId) {
 
 ThreadTimer::Loop::Loop() : mMutex(false), mSemaphore(1), mRunning(true), mStarted(false) {}
 
+namespace {
+
+// Nobody joins the timer thread (the teardown does not, and releases the thread handle), so
+// it detaches itself as it leaves and its resources are reclaimed.
+struct DetachOnExit {
+    ~DetachOnExit() { pthread_detach(pthread_self()); }
+};
+
+} // namespace
+
 void ThreadTimer::Loop::run() {
+    DetachOnExit detach;
     std::shared_ptr<Loop> keepAlive;
     keepAlive.swap(mThreadRef);
     mStarted = true; // from here on the thread no longer needs its handler

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace {
 
 struct Tracked {
@@ -76,6 +78,24 @@ TEST(PtrRef, HandleToBaseSharesTheDerivedCount) {
         EXPECT_EQ(deaths, 0);
     }
     EXPECT_EQ(deaths, 1);
+}
+
+TEST(PtrRef, MovingHandsTheReferenceOverWithoutCounting) {
+    int deaths = 0;
+    PtrRef<Tracked> source(new Tracked(&deaths));
+    PtrRef<Tracked> kept(source);
+    PtrRef<Tracked> moved(std::move(source));
+    EXPECT_TRUE(source == nullptr);
+    EXPECT_FALSE(source.hasCount());
+    EXPECT_EQ(moved.refCount(), 2);
+
+    PtrRef<Tracked> target(new Tracked(&deaths));
+    target = std::move(moved);
+    EXPECT_EQ(deaths, 1); // the target's previous object was released
+    EXPECT_EQ(target.refCount(), 2);
+    target = std::move(kept); // same object: nothing changes hands
+    EXPECT_EQ(target.refCount(), 2);
+    EXPECT_TRUE(kept != nullptr);
 }
 
 struct CountingHandler : IHandler {
