@@ -44,8 +44,8 @@ const char* const ITEM_TEMPLATE =
 bool makeDirectories(const std::string& path) {
     for (std::string::size_type at = 1; at != std::string::npos;) {
         at = path.find('/', at + 1);
-        std::string part = path.substr(0, at);
-        if (mkdir(part.c_str(), 0755) != 0 && errno != EEXIST) {
+        std::string prefix = path.substr(0, at);
+        if (mkdir(prefix.c_str(), 0755) != 0 && errno != EEXIST) {
             return false;
         }
     }
