@@ -190,7 +190,9 @@ std::string CFGOrvelSetting::announcedName(const char* group, const char* key) {
 
 int CFGOrvelSetting::writeValue(const char* group, const char* key,
                                 const std::function<void(AttrMap&)>& put, const std::string& text) {
-    if (!group || !key)
+    // A line feed would break the file's line structure (and could forge other keys).
+    if (!group || !key || std::strchr(group, '\n') || std::strchr(key, '\n') ||
+        text.find('\n') != std::string::npos)
         return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
@@ -279,6 +281,9 @@ void CFGOrvelSetting::handleEvent(OV_Event& e) {
 
 void CFGOrvelSetting::applyReceived(const std::string& name, const std::string& section,
                                     const std::string& key, const std::string& value) {
+    // Never written by a setter (it would break the file's lines); not taken from others either.
+    if (name.find('\n') != std::string::npos || value.find('\n') != std::string::npos)
+        return;
     std::lock_guard<std::recursive_mutex> guard(mLock);
     for (auto it = mPendingEchoes.begin(); it != mPendingEchoes.end(); ++it) {
         if (it->first == name && it->second == value) {

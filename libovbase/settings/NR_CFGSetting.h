@@ -33,8 +33,9 @@ public:
     int getString(const char* group, const char* key, char** value) override;
     int getString(const char* group, const char* key, ovTypes::String& value) override;
     int getBoolean(const char* group, const char* key, bool& value) override;
-    // 8 when not loaded; otherwise 0, also when the file could not be written (the old file
-    // then stays whole and a diagnostic is written).
+    // 8 when not loaded; 1 for a null group or key or a line feed in any of the texts;
+    // otherwise 0, also when the file could not be written (the old file then stays whole and
+    // a diagnostic is written).
     int setInt(const char* group, const char* key, int value) override;
     int setString(const char* group, const char* key, const char* value) override;
     int setString(const char* group, const char* key, const ovTypes::String& value) override;

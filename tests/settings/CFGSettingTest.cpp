@@ -69,6 +69,8 @@ TEST_F(CFGSettingTest, ReadsTheGroupSectionAndLeavesOutputsAloneWhenAbsent) {
     EXPECT_EQ(3, s.getString(kUI, "Missing", &narrow));
     EXPECT_EQ(1, s.getInt(kUI, nullptr, number));
     EXPECT_EQ(1, s.setInt(nullptr, "MaxSize", 1));
+    EXPECT_EQ(1, s.setString(kUI, "Greeting", "two\nForged=1"));
+    EXPECT_EQ(kSample, ovtest::readFile(ovtest::mainSettingsPath()));
     EXPECT_EQ(256, number);
     EXPECT_TRUE(flag);
     EXPECT_EQ(ovTypes::String(L"Hello, world"), text);
@@ -177,6 +179,7 @@ TEST_F(CFGSettingTest, ReceivedChangeGoesToMemoryOnlyAndDoesNotEcho) {
     settingstest::publishChange("OVCore.UI.Foo", "7");
     settingstest::publishChange("OVCore.Storage.Deep.Key", "x");
     settingstest::publishChange("OVCore.Menu.Title", "belongs to the menu file");
+    settingstest::publishChange("OVCore.UI.Foo", "8\nForged=1");
     ASSERT_TRUE(recorder().drain());
 
     ovTypes::String text;
@@ -188,7 +191,7 @@ TEST_F(CFGSettingTest, ReceivedChangeGoesToMemoryOnlyAndDoesNotEcho) {
     EXPECT_EQ(3, s.getString("OVCore.Menu", "Title", text));
 
     EXPECT_EQ(before, ovtest::readFile(ovtest::mainSettingsPath()));
-    EXPECT_EQ(3u, recorder().changes().size()) << "the source must not announce again";
+    EXPECT_EQ(4u, recorder().changes().size()) << "the source must not announce again";
 }
 
 TEST_F(CFGSettingTest, MalformedChangesAreIgnoredWithTheirDiagnostics) {
