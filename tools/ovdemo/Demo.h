@@ -15,5 +15,6 @@ bool demoSettings(const std::string& root);
 
 // Handlers, a published event coming back over the bus, and a simulated flip (eventstatuslib).
 bool demoEvents();
+bool demoTimer(); // a 3-second timer fired on the timer thread (timer)
 
 #endif

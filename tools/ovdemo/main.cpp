@@ -30,5 +30,6 @@ int main(int argc, char** argv) {
     bool ok = demoSettings(root);
     ok = demoTemplate() && ok;
     ok = demoEvents() && ok;
+    ok = demoTimer() && ok;
     return ok ? 0 : 1;
 }
