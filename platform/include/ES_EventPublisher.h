@@ -1,5 +1,6 @@
 // Publishing on the platform bus. The event is copied and delivered later on the bus's
-// delivery thread to the handlers subscribed to its topic when it is delivered.
+// delivery thread to the handlers subscribed to its topic when it is delivered. Events still
+// queued when the bus shuts down (ovplatform::shutdownEventBus, or process exit) are dropped.
 #ifndef OVPLATFORM_ES_EVENTPUBLISHER_H
 #define OVPLATFORM_ES_EVENTPUBLISHER_H
 

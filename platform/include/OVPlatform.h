@@ -63,8 +63,10 @@ bool callFails(const std::string& name);
 
 // Stops the event bus: deliveries still queued are discarded, a delivery under way is waited
 // for (up to about two seconds; past that the delivery thread is left to finish alone), and
-// later bus calls return ES_ERR_BUS_DOWN. It also runs on its own at process exit, before
-// the process's static objects are destroyed.
+// later bus calls return ES_ERR_BUS_DOWN. It also runs on its own at process exit (atexit,
+// registered when the bus is first used), so before the destruction of every static object
+// that was complete by then. A static handler made later is destroyed first; its unsubscribe
+// waits for a delivery into it that is under way.
 void shutdownEventBus();
 
 } // namespace ovplatform
