@@ -1,7 +1,5 @@
-// The library's timer thread, on real time. Every case waits at least one five-second
-// sleep of the thread, so all are in the slow suite. ctest runs each in its own process, so
-// the cases do not share the thread's state; when the binary runs whole, the numbers are
-// read from the registration diagnostics rather than assumed.
+// The library's timer thread on real time: each case waits out at least one five-second sleep
+// of the thread. Timer numbers are read from the registration diagnostics, not assumed.
 #include "timer/ThreadTimer.h"
 #include "timer/ITimer.h"
 

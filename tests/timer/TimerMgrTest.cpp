@@ -28,20 +28,6 @@ struct CountingHandler : IHandler {
     int* mpRuns;
 };
 
-TEST(TimerMgr, NumbersFollowEachOtherAndReachTheBackEnd) {
-    FakeTimer fake;
-    int runs = 0;
-    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
-    ASSERT_EQ(TimerMgr::addTimer(0, new CountingHandler(&runs)), 0);
-    ASSERT_EQ(TimerMgr::addTimer(70, new CountingHandler(&runs)), 0);
-    ASSERT_EQ(fake.mCalls.size(), 3u);
-    int first = fake.mCalls[0].second;
-    EXPECT_EQ(fake.mCalls[0].first, 3u);
-    EXPECT_EQ(fake.mCalls[1], std::make_pair(0u, first + 1));
-    EXPECT_EQ(fake.mCalls[2], std::make_pair(70u, first + 2));
-    EXPECT_EQ(runs, 0); // nothing runs until the back-end says so
-}
-
 // Numbering is process-wide, so it is checked in a fresh process.
 TEST(TimerMgr, FirstTimerOfTheProcessIsNumberTwo) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
@@ -93,21 +79,26 @@ TEST(TimerMgr, RemovedTimerNeverRuns) {
     EXPECT_EQ(runs, 1);
 }
 
-TEST(TimerMgr, WithoutABackEndTimersAreRefused) {
+TEST(TimerMgr, NumbersFollowEachOtherAndNeedABackEnd) {
     int runs = 0;
-    int id;
+    int first;
     {
         FakeTimer fake;
         ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
-        id = fake.mCalls[0].second;
+        ASSERT_EQ(TimerMgr::addTimer(70, new CountingHandler(&runs)), 0);
+        ASSERT_EQ(fake.mCalls.size(), 2u);
+        first = fake.mCalls[0].second;
+        EXPECT_EQ(fake.mCalls[0].first, 3u);
+        EXPECT_EQ(fake.mCalls[1], std::make_pair(70u, first + 1));
     }
     EXPECT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), -1);
-    EXPECT_EQ(TimerMgr::removeTimer(id), -1);
+    EXPECT_EQ(TimerMgr::removeTimer(first), -1);
 
-    // The refused timer was not stored: the next number still follows the last one given.
+    // The refused timer took no number.
     FakeTimer next;
     ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
-    EXPECT_EQ(next.mCalls[0].second, id + 1);
+    EXPECT_EQ(next.mCalls[0].second, first + 2);
+    EXPECT_EQ(runs, 0);
 }
 
 } // namespace
