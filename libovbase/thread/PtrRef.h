@@ -89,14 +89,17 @@ private:
     }
 
     void release() {
-        if (mpCount && mpObj) {
-            if (--*mpCount == 0) {
-                destroy(mpObj);
-                delete mpCount;
-            }
-        }
+        if (mpCount && mpObj && --*mpCount == 0)
+            destroyLast(mpObj, mpCount);
         mpObj = nullptr;
         mpCount = nullptr;
+    }
+
+    // Out of line: inlined into a loop of copies, GCC cannot see that the count never reaches
+    // 0 there and warns of a use after free that cannot happen.
+    __attribute__((noinline)) static void destroyLast(T* obj, int* count) {
+        destroy(obj);
+        delete count;
     }
 
     // A polymorphic type without a virtual destructor (IHandler) has its storage freed
