@@ -5,12 +5,14 @@
 #include "types/MString.h"
 
 #include <deque>
+#include <vector>
 
 namespace DPTemplate {
 
 struct Attribute {
     Attribute() {}
     Attribute(const MString& name, const MString& value) : mName(name), mValue(value) {}
+    Attribute(const char* name, const char* value) : mName(name), mValue(value) {}
 
     MString mName;
     MString mValue;
@@ -21,6 +23,9 @@ public:
     typedef std::deque<Attribute>::const_iterator const_iterator;
 
     void add(const MString& name, const MString& value) { mAttributes.emplace_back(name, value); }
+    // Builds the pair in place from libxml2's texts.
+    void add(const char* name, const char* value) { mAttributes.emplace_back(name, value); }
+    void clear() { mAttributes.clear(); }
 
     // The value of the first attribute named exactly NAME; "" when there is none, so an absent
     // attribute and an empty one look the same to every reader.
@@ -34,6 +39,29 @@ public:
 
 private:
     std::deque<Attribute> mAttributes;
+};
+
+// The attributes an object keeps from its start tag: the same pairs in the same order, stored
+// compactly, since a template keeps one such copy per element.
+class AttributeVector {
+public:
+    typedef std::vector<Attribute>::const_iterator const_iterator;
+
+    void assign(const AttributeList& attributes) {
+        mAttributes.assign(attributes.begin(), attributes.end());
+    }
+
+    // As AttributeList::getAttribute: the first of that name, "" when there is none.
+    const MString& getAttribute(const MString& name) const;
+
+    unsigned int size() const { return static_cast<unsigned int>(mAttributes.size()); }
+    bool empty() const { return mAttributes.empty(); }
+    const Attribute& operator[](unsigned int index) const { return mAttributes[index]; }
+    const_iterator begin() const { return mAttributes.begin(); }
+    const_iterator end() const { return mAttributes.end(); }
+
+private:
+    std::vector<Attribute> mAttributes;
 };
 
 } // namespace DPTemplate

@@ -9,23 +9,30 @@ namespace DPTemplate {
 const char* const Component::COMPONENT_TYPE_TRANS_STRING = "box image layout scrooler spacer text";
 const EnumAndText Component::mTransType(COMPONENT_TYPE_TRANS_STRING, -1);
 
-Component::Component(int type) : mType(type) {}
+Component::Component(int type) : mType(type), mColSpan(1), mRowSpan(1) {}
 
 const MString& Component::getTypeName() const {
     return mTransType.lookUpText(static_cast<unsigned int>(mType));
 }
 
 void Component::setAttributes(const AttributeList& attributes) {
-    mAttributes = attributes;
+    mAttributes.assign(attributes);
+    mColSpan = spanOf("col-span");
+    mRowSpan = spanOf("row-span");
 }
 
 int Component::spanOf(const char* name) const {
+    // The leading digits, read by hand: a stream extraction per attribute is the costliest step
+    // of building a component. More than four digits is no span a screen could show.
     const MString& value = getAttribute(name);
-    // toInt reads only leading digits, and more than nine of them could overflow.
-    if (value.empty() || !MString::isDigit(value[0]) || value.size() > 9) {
-        return 1;
+    int span = 0;
+    std::string::size_type digits = 0;
+    for (; digits < value.size() && MString::isDigit(value[digits]); ++digits) {
+        if (digits == 4) {
+            return 1;
+        }
+        span = span * 10 + (value[digits] - '0');
     }
-    int span = value.toInt();
     return span > 0 ? span : 1;
 }
 

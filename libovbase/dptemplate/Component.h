@@ -45,7 +45,7 @@ public:
     void setAttributes(const AttributeList& attributes) override;
     bool isContainer() const override { return false; }
 
-    const AttributeList& getAttributes() const { return mAttributes; }
+    const AttributeVector& getAttributes() const { return mAttributes; }
     const MString& getAttribute(const MString& name) const {
         return mAttributes.getAttribute(name);
     }
@@ -56,15 +56,18 @@ public:
     const MString& getStyleClass() const { return getAttribute("class"); }
     // The news-item property whose value the component shows.
     const MString& getModelProperty() const { return getAttribute("model-property"); }
-    // Grid cells covered; 1 unless the attribute holds a positive number.
-    int getColSpan() const { return spanOf("col-span"); }
-    int getRowSpan() const { return spanOf("row-span"); }
+    // Grid cells covered: the leading number of the attribute, 1 unless it is 1 to 9999.
+    int getColSpan() const { return mColSpan; }
+    int getRowSpan() const { return mRowSpan; }
 
 private:
     int spanOf(const char* name) const;
 
     int mType;
-    AttributeList mAttributes;
+    AttributeVector mAttributes;
+    // Read once from the attributes: the grid asks for them at every container's end tag.
+    int mColSpan;
+    int mRowSpan;
 };
 
 // A row (components side by side) or a column (components one above the other).

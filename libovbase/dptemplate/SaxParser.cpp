@@ -13,6 +13,9 @@ namespace DPTemplate {
 
 namespace {
 
+// The most bytes of whole lines parseStream hands libxml2 at once.
+const std::string::size_type MAX_STREAM_CHUNK = 16 * 1024;
+
 // libxml2 hands texts as xmlChar; ours are narrow strings of the same bytes.
 MString text(const xmlChar* value) {
     return value ? MString(reinterpret_cast<const char*>(value)) : MString();
@@ -103,10 +106,12 @@ void SaxParserCallback::startElement(void* context, const xmlChar* name,
         return;
     }
     try {
-        AttributeList list;
+        AttributeList& list = parser->mStartTagAttributes;
+        list.clear();
         if (attributes) {
             for (const xmlChar** pair = attributes; pair[0]; pair += 2) {
-                list.add(text(pair[0]), text(pair[1]));
+                list.add(reinterpret_cast<const char*>(pair[0]),
+                         pair[1] ? reinterpret_cast<const char*>(pair[1]) : "");
             }
         }
         parser->onStartElement(text(name), list);
@@ -378,6 +383,7 @@ void SaxParser::parseStream(std::istream& in) {
     adoptContext(context);
     try {
         std::string line;
+        std::string chunk;
         while (!mPendingException) {
             if (!std::getline(in, line)) {
                 if (!mPendingException) {
@@ -385,8 +391,17 @@ void SaxParser::parseStream(std::istream& in) {
                 }
                 break;
             }
-            line += '\n';
-            xmlParseChunk(mpContext, line.data(), static_cast<int>(line.size()), 0);
+            chunk.assign(line);
+            chunk += '\n';
+            // Lines the stream already holds go into the same chunk: for short lines libxml2's
+            // cost per chunk outweighs the parse itself, and the events do not change. A line
+            // still to arrive is not waited for.
+            while (chunk.size() < MAX_STREAM_CHUNK && in.rdbuf()->in_avail() > 0 &&
+                   std::getline(in, line)) {
+                chunk += line;
+                chunk += '\n';
+            }
+            xmlParseChunk(mpContext, chunk.data(), static_cast<int>(chunk.size()), 0);
         }
     } catch (...) {
         // A failing stream must not leave the context behind.

@@ -133,6 +133,8 @@ private:
     // Parses the context already adopted, then releases it and re-raises.
     void runWholeDocument();
 
+    // Reused for every start tag, so that a tag costs no list of its own.
+    AttributeList mStartTagAttributes;
     std::exception_ptr mPendingException;
     std::string mValidityErrors;
     std::string mValidityWarnings;

@@ -15,22 +15,22 @@ namespace DPTemplate {
 // "color", "width" and "style" of a style's border.
 class Border {
 public:
-    void setAttributes(const AttributeList& attributes) { mAttributes = attributes; }
-    const AttributeList& getAttributes() const { return mAttributes; }
+    void setAttributes(const AttributeList& attributes) { mAttributes.assign(attributes); }
+    const AttributeVector& getAttributes() const { return mAttributes; }
 
     const MString& getColor() const { return mAttributes.getAttribute("color"); }
     const MString& getWidth() const { return mAttributes.getAttribute("width"); }
     const MString& getStyle() const { return mAttributes.getAttribute("style"); }
 
 private:
-    AttributeList mAttributes;
+    AttributeVector mAttributes;
 };
 
 // One style: its "selector" and its properties ("font", colours, ...), all as written.
 class Style {
 public:
-    void setAttributes(const AttributeList& attributes) { mAttributes = attributes; }
-    const AttributeList& getAttributes() const { return mAttributes; }
+    void setAttributes(const AttributeList& attributes) { mAttributes.assign(attributes); }
+    const AttributeVector& getAttributes() const { return mAttributes; }
 
     const MString& getSelector() const { return mAttributes.getAttribute("selector"); }
     const MString& getProperty(const MString& name) const { return mAttributes.getAttribute(name); }
@@ -40,7 +40,7 @@ public:
     Border* getBorder() const { return mBorder.get(); }
 
 private:
-    AttributeList mAttributes;
+    AttributeVector mAttributes;
     std::unique_ptr<Border> mBorder;
 };
 
@@ -50,8 +50,8 @@ class StyleSheet {
 public:
     StyleSheet() : mpBase(nullptr) {}
 
-    void setAttributes(const AttributeList& attributes) { mAttributes = attributes; }
-    const AttributeList& getAttributes() const { return mAttributes; }
+    void setAttributes(const AttributeList& attributes) { mAttributes.assign(attributes); }
+    const AttributeVector& getAttributes() const { return mAttributes; }
     const MString& getId() const { return mAttributes.getAttribute("id"); }
     const MString& getBasedOn() const { return mAttributes.getAttribute("based-on"); }
 
@@ -69,7 +69,7 @@ public:
     StyleSheet* getBase() const { return mpBase; }
 
 private:
-    AttributeList mAttributes;
+    AttributeVector mAttributes;
     std::vector<std::unique_ptr<Style>> mStyles;
     StyleSheet* mpBase;
 };

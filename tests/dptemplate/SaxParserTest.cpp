@@ -78,13 +78,41 @@ const std::vector<std::string> EXPECTED_EVENTS = {
     "<leaf>",         "text:hi & there", "</leaf>",     "text:\n  ",    "cdata:x<y",
     "text:\n",        "</root>",         "end-document"};
 
-enum class Path { Stream, Memory, File, Chunks };
+enum class Path { Stream, Trickle, Memory, File, Chunks };
+
+// Hands out one byte at a time and never says more is ready, as a pipe or a socket would, so
+// that the stream path feeds libxml2 line by line.
+class TrickleBuffer : public std::streambuf {
+public:
+    explicit TrickleBuffer(const std::string& text) : mText(text), mNext(0) {}
+
+protected:
+    int_type underflow() override {
+        if (mNext >= mText.size()) {
+            return traits_type::eof();
+        }
+        mCurrent = mText[mNext++];
+        setg(&mCurrent, &mCurrent, &mCurrent + 1);
+        return traits_type::to_int_type(mCurrent);
+    }
+
+private:
+    std::string mText;
+    std::string::size_type mNext;
+    char mCurrent = 0;
+};
 
 // Runs one parse of TEXT along PATH.
 void parseAlong(Path path, SaxParser& parser, const std::string& text) {
     switch (path) {
     case Path::Stream: {
         std::istringstream in(text);
+        parser.parseStream(in);
+        break;
+    }
+    case Path::Trickle: {
+        TrickleBuffer buffer(text);
+        std::istream in(&buffer);
         parser.parseStream(in);
         break;
     }
@@ -140,7 +168,8 @@ TEST_P(SaxParserPaths, FailureInACallbackStopsTheParseAndIsRaisedAfterIt) {
 }
 
 INSTANTIATE_TEST_SUITE_P(AllContexts, SaxParserPaths,
-                         ::testing::Values(Path::Stream, Path::Memory, Path::File, Path::Chunks));
+                         ::testing::Values(Path::Stream, Path::Trickle, Path::Memory, Path::File,
+                                           Path::Chunks));
 
 TEST(SaxParser, MalformedInputIsReportedToTheParserAndNothingIsPrinted) {
     RecordingParser parser;

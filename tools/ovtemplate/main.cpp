@@ -68,7 +68,7 @@ const char* stateName(int state) {
     }
 }
 
-void printAttributes(const AttributeList& attributes) {
+void printAttributes(const AttributeVector& attributes) {
     for (const Attribute& attribute : attributes) {
         std::printf(" %s=\"%s\"", attribute.mName.c_str(), attribute.mValue.c_str());
     }
