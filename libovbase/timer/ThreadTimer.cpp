@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <pthread.h>
 
-ThreadTimer::ThreadTimer() : mpLoop(std::make_shared<Loop>()) {
+ThreadTimer::ThreadTimer() : mpLoop(std::make_shared<Loop>(this)) {
     OV_LOG(4, "ThreadTimer started!\n");
     mpLoop->mThreadRef = mpLoop;
     mThread = Thread::createThread();
@@ -52,7 +52,8 @@ void ThreadTimer::regist(unsigned int seconds, int timerId) {
     loop.mMutex.unlock();
 }
 
-ThreadTimer::Loop::Loop() : mMutex(false), mSemaphore(1), mRunning(true), mStarted(false) {}
+ThreadTimer::Loop::Loop(ThreadTimer* owner)
+    : mpOwner(owner), mMutex(false), mSemaphore(1), mRunning(true), mStarted(false) {}
 
 namespace {
 
@@ -114,7 +115,7 @@ void ThreadTimer::Loop::handleTimeout() {
         // The handler may register a timer that sorts before this seed, so the seed itself
         // is removed afterwards rather than whatever is then at the head.
         std::list<TimerSeed>::iterator fired = mList.begin();
-        TimerMgr::instance()->process(seed.mTimerId);
+        mpOwner->process(seed.mTimerId);
         mList.erase(fired);
     }
 }

@@ -39,10 +39,12 @@ private:
     // handler).
     class Loop {
     public:
-        Loop();
+        explicit Loop(ThreadTimer* owner);
         void run();
         void handleTimeout();
 
+        // Valid while mRunning is set: the owner clears it, under mMutex, as it is torn down.
+        ThreadTimer* mpOwner;
         std::list<TimerSeed> mList;
         Mutex mMutex;
         Semaphore mSemaphore;
