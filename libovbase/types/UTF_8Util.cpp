@@ -108,9 +108,14 @@ void UTF_8Util::LineReader::readLine(ovTypes::String& line, bool& end) {
             while (p < feed) {
                 uint32_t cp = *p;
                 if (cp < 0x80) {
-                    ++p;
-                    if (cp != '\r')
-                        *out++ = static_cast<wchar_t>(cp);
+                    // A run of plain ASCII in one tight loop.
+                    do {
+                        if (cp != '\r')
+                            *out++ = static_cast<wchar_t>(cp);
+                        if (++p == feed)
+                            break;
+                        cp = *p;
+                    } while (cp < 0x80);
                     continue;
                 }
                 if (cp < 0xC0) { // a stray continuation byte
