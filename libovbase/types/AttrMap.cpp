@@ -153,6 +153,12 @@ void AttrMap::putIDs(const ID& key, const std::vector<ID>& values, const ID& cat
 }
 
 void AttrMap::putAttrMap(const ID& key, const AttrMap& src, const ID& category) {
+    // Nested into itself, the new entries would be met again by the loop below without end.
+    if (&src == this) {
+        const AttrMap copy(src);
+        putAttrMap(key, copy, category);
+        return;
+    }
     const KeyMap* keys = src.categoryAt(category);
     if (!keys)
         return;

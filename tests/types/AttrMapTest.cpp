@@ -259,6 +259,13 @@ TEST(AttrMapNested, PutAndGetAttrMap) {
     outer.getAttrMap("nothing", header, &found, "sec");
     EXPECT_EQ(stored(header), "[sec]\n"); // an empty category still does
 
+    // A map nested into itself takes the entries it had before the call.
+    AttrMap self(true);
+    self.putString("a", L"1");
+    self.putString("b", L"2");
+    self.putAttrMap("a", self);
+    EXPECT_EQ(stored(self), "a=1\na.a=1\na.b=2\nb=2\n");
+
     // The category is absent: OUT is untouched.
     AttrMap untouched(true);
     found = true;
