@@ -30,6 +30,26 @@ bool utcFields(int32_t count, struct tm& out) {
     return gmtime_r(&t, &out) != nullptr;
 }
 
+// One gmtime field of the count, -1 when gmtime fails.
+int utcField(int32_t count, int tm::*field) {
+    struct tm f;
+    return utcFields(count, f) ? f.*field : -1;
+}
+
+// mktime of the fields read as local time (the daylight-saving field left clear), fitted to
+// 32 bits.
+int32_t localTime32(int year, int month, int day, int hour, int minute, int second) {
+    struct tm fields;
+    std::memset(&fields, 0, sizeof fields);
+    fields.tm_year = year;
+    fields.tm_mon = month;
+    fields.tm_mday = day;
+    fields.tm_hour = hour;
+    fields.tm_min = minute;
+    fields.tm_sec = second;
+    return fitTime32(mktime(&fields));
+}
+
 } // namespace
 
 String::String(const ID& id) {
@@ -61,17 +81,8 @@ Time::Time(long seconds) : mTime(static_cast<int32_t>(seconds)) {}
 
 Time::Time(const Time& other) : mTime(other.mTime) {}
 
-Time::Time(int year, int month, int day, int hour, int minute, int second) {
-    struct tm fields;
-    std::memset(&fields, 0, sizeof fields);
-    fields.tm_year = year;
-    fields.tm_mon = month;
-    fields.tm_mday = day;
-    fields.tm_hour = hour;
-    fields.tm_min = minute;
-    fields.tm_sec = second;
-    mTime = fitTime32(mktime(&fields));
-}
+Time::Time(int year, int month, int day, int hour, int minute, int second)
+    : mTime(localTime32(year, month, day, hour, minute, second)) {}
 
 Time::~Time() {}
 
@@ -80,33 +91,27 @@ Time Time::getCurrentTime() {
 }
 
 int Time::getYear() const {
-    struct tm f;
-    return utcFields(mTime, f) ? f.tm_year : -1;
+    return utcField(mTime, &tm::tm_year);
 }
 
 int Time::getMonth() const {
-    struct tm f;
-    return utcFields(mTime, f) ? f.tm_mon : -1;
+    return utcField(mTime, &tm::tm_mon);
 }
 
 int Time::getDay() const {
-    struct tm f;
-    return utcFields(mTime, f) ? f.tm_mday : -1;
+    return utcField(mTime, &tm::tm_mday);
 }
 
 int Time::getHour() const {
-    struct tm f;
-    return utcFields(mTime, f) ? f.tm_hour : -1;
+    return utcField(mTime, &tm::tm_hour);
 }
 
 int Time::getMin() const {
-    struct tm f;
-    return utcFields(mTime, f) ? f.tm_min : -1;
+    return utcField(mTime, &tm::tm_min);
 }
 
 int Time::getSec() const {
-    struct tm f;
-    return utcFields(mTime, f) ? f.tm_sec : -1;
+    return utcField(mTime, &tm::tm_sec);
 }
 
 std::string Time::toISO8601() const {
@@ -171,38 +176,26 @@ TimeSpan::TimeSpan(long seconds) : mSpan(static_cast<int32_t>(seconds)) {}
 
 TimeSpan::TimeSpan(const TimeSpan& other) : mSpan(other.mSpan) {}
 
-TimeSpan::TimeSpan(int days, int hours, int minutes, int seconds) {
-    struct tm fields;
-    std::memset(&fields, 0, sizeof fields);
-    fields.tm_year = 0;
-    fields.tm_mon = 0;
-    fields.tm_mday = days;
-    fields.tm_hour = hours;
-    fields.tm_min = minutes;
-    fields.tm_sec = seconds;
-    mSpan = fitTime32(mktime(&fields));
-}
+// A date in January 1900: out of the 32-bit range, so -1 unless the days carry it back in.
+TimeSpan::TimeSpan(int days, int hours, int minutes, int seconds)
+    : mSpan(localTime32(0, 0, days, hours, minutes, seconds)) {}
 
 TimeSpan::~TimeSpan() {}
 
 int TimeSpan::getDays() const {
-    struct tm f;
-    return utcFields(mSpan, f) ? f.tm_mday : -1;
+    return utcField(mSpan, &tm::tm_mday);
 }
 
 int TimeSpan::getHours() const {
-    struct tm f;
-    return utcFields(mSpan, f) ? f.tm_hour : -1;
+    return utcField(mSpan, &tm::tm_hour);
 }
 
 int TimeSpan::getMinutes() const {
-    struct tm f;
-    return utcFields(mSpan, f) ? f.tm_min : -1;
+    return utcField(mSpan, &tm::tm_min);
 }
 
 int TimeSpan::getSeconds() const {
-    struct tm f;
-    return utcFields(mSpan, f) ? f.tm_sec : -1;
+    return utcField(mSpan, &tm::tm_sec);
 }
 
 int TimeSpan::getTotalHours() const {
