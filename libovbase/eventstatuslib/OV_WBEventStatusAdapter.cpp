@@ -157,47 +157,10 @@ void OV_WBEventStatusAdapter::subscribe(const std::string& topic) {
     OV_LOG(5, "Subscribing to eventType: %s\n\n", topic.c_str());
     if (isPhoneClientTopic(topic)) {
         initPhoneMsgClient();
-        if (topic == EVENT_DATA_NW_STATUS_CHANGED)
-            connect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalGprsService, this,
-                    &OV_WBEventStatusAdapter::slotHandleGprsService, Qt::UniqueConnection);
-        else if (topic == EVENT_ROAMING_STATUS_CHANGED)
-            connect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalRoamingState, this,
-                    &OV_WBEventStatusAdapter::slotHandleRoamingState, Qt::UniqueConnection);
-        else if (topic == EVENT_LOW_BATTERY_STATUS_CHANGED)
-            connect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalLowBatteryStatusChanged, this,
-                    &OV_WBEventStatusAdapter::slotHandleLowBatteryStatusChanged,
-                    Qt::UniqueConnection);
-        else
-            connect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalChargeStatus, this,
-                    &OV_WBEventStatusAdapter::slotHandleChargerStatus, Qt::UniqueConnection);
+        routeTopic(topic, true);
     } else if (isSystemChannelTopic(topic)) {
         initSystemChannel();
-        if (topic == EVENT_BACKLIGHT_STATUS_CHANGED)
-            connect(this, &OV_WBEventStatusAdapter::signalBacklighStatusChanged, this,
-                    &OV_WBEventStatusAdapter::slotHandleBacklightStatusChanged,
-                    Qt::UniqueConnection);
-        else if (topic == EVENT_USER_ACTIVITY_STATUS_CHANGED)
-            connect(this, &OV_WBEventStatusAdapter::signalUserActivityStatusChanged, this,
-                    &OV_WBEventStatusAdapter::slotHandleUserActivityStatusChanged,
-                    Qt::UniqueConnection);
-        else if (topic == EVENT_FLIP_STATUS_CHANGED)
-            connect(this, &OV_WBEventStatusAdapter::signalFlipStatusChanged, this,
-                    &OV_WBEventStatusAdapter::slotHandleFlipStatusChanged, Qt::UniqueConnection);
-        else if (topic == EVENT_SLIDER_STATUS_CHANGED)
-            connect(this, &OV_WBEventStatusAdapter::signalSliderStatusChanged, this,
-                    &OV_WBEventStatusAdapter::slotHandleSliderStatusChanged, Qt::UniqueConnection);
-        else if (topic == EVENT_SYSTEM_TIME_CHANGED)
-            connect(this, &OV_WBEventStatusAdapter::signalSystemTimeChanged, this,
-                    &OV_WBEventStatusAdapter::slotHandleSystemTimeChanged, Qt::UniqueConnection);
-        else if (topic == EVENT_MASTER_CLEAR)
-            connect(this, &OV_WBEventStatusAdapter::signalMasterClear, this,
-                    &OV_WBEventStatusAdapter::slotHandleMasterClear, Qt::UniqueConnection);
-        else if (topic == EVENT_MASTER_RESET)
-            connect(this, &OV_WBEventStatusAdapter::signalMasterReset, this,
-                    &OV_WBEventStatusAdapter::slotHandleMasterReset, Qt::UniqueConnection);
-        else
-            connect(this, &OV_WBEventStatusAdapter::signalShutdown, this,
-                    &OV_WBEventStatusAdapter::slotHandleShutdown, Qt::UniqueConnection);
+        routeTopic(topic, true);
     } else if (topic == EVENT_SMS_PUSH) {
         subscribeBus(PUSH_TOPIC_ORVEL);
         subscribeBus(PUSH_TOPIC_DCD);
@@ -208,56 +171,61 @@ void OV_WBEventStatusAdapter::subscribe(const std::string& topic) {
 }
 
 void OV_WBEventStatusAdapter::unsubscribe(const std::string& topic) {
+    // A topic that was never routed releases nothing: the source may serve other topics.
     if (isPhoneClientTopic(topic)) {
-        if (mpPhoneMsgClient) {
-            if (topic == EVENT_DATA_NW_STATUS_CHANGED)
-                disconnect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalGprsService, this,
-                           &OV_WBEventStatusAdapter::slotHandleGprsService);
-            else if (topic == EVENT_ROAMING_STATUS_CHANGED)
-                disconnect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalRoamingState, this,
-                           &OV_WBEventStatusAdapter::slotHandleRoamingState);
-            else if (topic == EVENT_LOW_BATTERY_STATUS_CHANGED)
-                disconnect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalLowBatteryStatusChanged,
-                           this, &OV_WBEventStatusAdapter::slotHandleLowBatteryStatusChanged);
-            else
-                disconnect(mpPhoneMsgClient, &PHONE_AsyncMsgReceiver::signalChargeStatus, this,
-                           &OV_WBEventStatusAdapter::slotHandleChargerStatus);
+        if (mpPhoneMsgClient && routeTopic(topic, false))
             releasePhoneMsgClient();
-        }
     } else if (isSystemChannelTopic(topic)) {
-        if (mpSystemChannel) {
-            if (topic == EVENT_BACKLIGHT_STATUS_CHANGED)
-                disconnect(this, &OV_WBEventStatusAdapter::signalBacklighStatusChanged, this,
-                           &OV_WBEventStatusAdapter::slotHandleBacklightStatusChanged);
-            else if (topic == EVENT_USER_ACTIVITY_STATUS_CHANGED)
-                disconnect(this, &OV_WBEventStatusAdapter::signalUserActivityStatusChanged, this,
-                           &OV_WBEventStatusAdapter::slotHandleUserActivityStatusChanged);
-            else if (topic == EVENT_FLIP_STATUS_CHANGED)
-                disconnect(this, &OV_WBEventStatusAdapter::signalFlipStatusChanged, this,
-                           &OV_WBEventStatusAdapter::slotHandleFlipStatusChanged);
-            else if (topic == EVENT_SLIDER_STATUS_CHANGED)
-                disconnect(this, &OV_WBEventStatusAdapter::signalSliderStatusChanged, this,
-                           &OV_WBEventStatusAdapter::slotHandleSliderStatusChanged);
-            else if (topic == EVENT_SYSTEM_TIME_CHANGED)
-                disconnect(this, &OV_WBEventStatusAdapter::signalSystemTimeChanged, this,
-                           &OV_WBEventStatusAdapter::slotHandleSystemTimeChanged);
-            else if (topic == EVENT_MASTER_CLEAR)
-                disconnect(this, &OV_WBEventStatusAdapter::signalMasterClear, this,
-                           &OV_WBEventStatusAdapter::slotHandleMasterClear);
-            else if (topic == EVENT_MASTER_RESET)
-                disconnect(this, &OV_WBEventStatusAdapter::signalMasterReset, this,
-                           &OV_WBEventStatusAdapter::slotHandleMasterReset);
-            else
-                disconnect(this, &OV_WBEventStatusAdapter::signalShutdown, this,
-                           &OV_WBEventStatusAdapter::slotHandleShutdown);
+        if (mpSystemChannel && routeTopic(topic, false))
             releaseSystemChannel();
-        }
     } else if (topic == EVENT_SMS_PUSH) {
         unsubscribeBus(PUSH_TOPIC_ORVEL);
         unsubscribeBus(PUSH_TOPIC_DCD);
     } else {
         unsubscribeBus(topic);
     }
+}
+
+template <typename Sender, typename Signal, typename Slot>
+bool OV_WBEventStatusAdapter::link(bool on, Sender* sender, Signal signal, Slot slot) {
+    if (on)
+        return static_cast<bool>(connect(sender, signal, this, slot, Qt::UniqueConnection));
+    return disconnect(sender, signal, this, slot);
+}
+
+bool OV_WBEventStatusAdapter::routeTopic(const std::string& topic, bool on) {
+    typedef OV_WBEventStatusAdapter A;
+    typedef PHONE_AsyncMsgReceiver P;
+    // The phone client's signals.
+    if (topic == EVENT_DATA_NW_STATUS_CHANGED)
+        return link(on, mpPhoneMsgClient, &P::signalGprsService, &A::slotHandleGprsService);
+    if (topic == EVENT_ROAMING_STATUS_CHANGED)
+        return link(on, mpPhoneMsgClient, &P::signalRoamingState, &A::slotHandleRoamingState);
+    if (topic == EVENT_LOW_BATTERY_STATUS_CHANGED)
+        return link(on, mpPhoneMsgClient, &P::signalLowBatteryStatusChanged,
+                    &A::slotHandleLowBatteryStatusChanged);
+    if (topic == EVENT_CHARGER_STATUS_CHANGED)
+        return link(on, mpPhoneMsgClient, &P::signalChargeStatus, &A::slotHandleChargerStatus);
+    // Our own signals, emitted for the system channel's messages.
+    if (topic == EVENT_BACKLIGHT_STATUS_CHANGED)
+        return link(on, this, &A::signalBacklighStatusChanged,
+                    &A::slotHandleBacklightStatusChanged);
+    if (topic == EVENT_USER_ACTIVITY_STATUS_CHANGED)
+        return link(on, this, &A::signalUserActivityStatusChanged,
+                    &A::slotHandleUserActivityStatusChanged);
+    if (topic == EVENT_FLIP_STATUS_CHANGED)
+        return link(on, this, &A::signalFlipStatusChanged, &A::slotHandleFlipStatusChanged);
+    if (topic == EVENT_SLIDER_STATUS_CHANGED)
+        return link(on, this, &A::signalSliderStatusChanged, &A::slotHandleSliderStatusChanged);
+    if (topic == EVENT_SYSTEM_TIME_CHANGED)
+        return link(on, this, &A::signalSystemTimeChanged, &A::slotHandleSystemTimeChanged);
+    if (topic == EVENT_MASTER_CLEAR)
+        return link(on, this, &A::signalMasterClear, &A::slotHandleMasterClear);
+    if (topic == EVENT_MASTER_RESET)
+        return link(on, this, &A::signalMasterReset, &A::slotHandleMasterReset);
+    if (topic == EVENT_SYSTEM_SHUTDOWN)
+        return link(on, this, &A::signalShutdown, &A::slotHandleShutdown);
+    return false;
 }
 
 void OV_WBEventStatusAdapter::initSystemChannel() {
@@ -321,10 +289,8 @@ void OV_WBEventStatusAdapter::subscribeBus(const std::string& topic) {
 void OV_WBEventStatusAdapter::unsubscribeBus(const std::string& topic) {
     int status = ES_EventSubscriber::unsubscribe(topic, this);
     if (status != ES_OK)
-        OV_LOG(2,
-               "Failed to unsubscribe with WB Event Subsystem for event : %s\n\t\tError code = "
-               "%d\n\n",
-               topic.c_str(), status);
+        OV_LOG(2, "Failed to unsubscribe with WB Event Subsystem for event : %s\n\n",
+               topic.c_str());
     mBusTopics.erase(topic);
 }
 

@@ -127,6 +127,11 @@ private:
     void releaseSystemChannel();
     void initPhoneMsgClient();
     void releasePhoneMsgClient();
+    // Connects (ON) or disconnects the signal that feeds TOPIC's slot; true when a connection
+    // was made or removed.
+    bool routeTopic(const std::string& topic, bool on);
+    template <typename Sender, typename Signal, typename Slot>
+    bool link(bool on, Sender* sender, Signal signal, Slot slot);
     void subscribeBus(const std::string& topic);
     void unsubscribeBus(const std::string& topic);
     void notifyCallback(const std::string& topic, int value);
