@@ -7,7 +7,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <map>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -256,6 +258,77 @@ TEST_F(FacadeTest, DestroyDeletesTheAdapterAndLogsEachTopic) {
     EXPECT_TRUE(mCalls.empty()); // handlers of the old facade are not carried over
     OV_EventAndStatusFacade::destroy();
     TestFacade::install(&mAdapter);
+}
+
+// The facade's own lines, in order: each at level 5 in the "{5} file:line, function()\t" shape.
+std::vector<std::string> facadeMessages(const std::string& log) {
+    static const std::regex shape(
+        "\\{5\\} OV_EventAndStatusFacade\\.cpp:[0-9]+, [A-Za-z_]+\\(\\)\t");
+    std::vector<std::string> messages;
+    size_t start = 0;
+    for (size_t end = log.find("\n\n"); end != std::string::npos;
+         start = end + 2, end = log.find("\n\n", start)) {
+        std::string entry = log.substr(start, end - start);
+        if (entry.find("OV_EventAndStatusFacade.cpp:") == std::string::npos)
+            continue;
+        std::smatch head;
+        if (!std::regex_search(entry, head, shape) || head.position(0) != 0)
+            messages.push_back("BAD SHAPE: " + entry);
+        else
+            messages.push_back(head.suffix());
+    }
+    return messages;
+}
+
+std::string idOf(const OV_EventHandler* handler) {
+    return std::to_string(static_cast<int>(reinterpret_cast<intptr_t>(handler)));
+}
+
+TEST_F(FacadeTest, SubscribeDispatchAndUnsubscribeTraceEachStep) {
+    ovtest::StderrCapture capture;
+    auto* first = new OrderHandler(kTopic, &mCalls, "first");
+    OrderHandler second(kTopic, &mCalls, "second");
+    OV_EventAndStatusFacade::instance()->subscribe(kTopic, &second);
+    deliver(kTopic);
+    const std::string a = idOf(first), b = idOf(&second);
+    delete first;
+    const std::string t = kTopic;
+    std::vector<std::string> expected = {
+        "[EventFacade]subscribe: entered. eventType = " + t + "; Handler = [" + a + "]",
+        "subscribe: check if subscription map has an entry for this eventType.",
+        "There is no entry for this event type. Create an entry and subscribe with adapter for "
+        "this eventType.",
+        "The subscription map has 1 handlers for this event.",
+        "[EventFacade]subscribe: exiting.",
+        "[EventFacade]subscribe: entered. eventType = " + t + "; Handler = [" + b + "]",
+        "subscribe: check if subscription map has an entry for this eventType.",
+        "add event handler to the event handler list.check for duplicates.",
+        "Added handler [" + b + "] to the event handler list.",
+        "Totally 2 subscribers for Event " + t,
+        "The subscription map has 2 handlers for this event.",
+        "[EventFacade]subscribe: exiting.",
+        "[EventFacade]subscribe: entered. eventType = " + t + "; Handler = [" + b + "]",
+        "subscribe: check if subscription map has an entry for this eventType.",
+        "add event handler to the event handler list.check for duplicates.",
+        "Found handler for the event type. Will not add duplicate.",
+        "Totally 2 subscribers for Event " + t,
+        "The subscription map has 2 handlers for this event.",
+        "[EventFacade]subscribe: exiting.",
+        "[EventFacade] handleEvent: Event type = " + t,
+        "handleEvent: Found handler list. Iterate thru list and call each handler.",
+        "ENTER",
+        "handling for the 2 subscribers...",
+        "handleEventExecLoop: Invoking Event Handler [" + a + "] .",
+        "handleEventExecLoop: Done calling Event Handler [" + a + "].",
+        "handleEventExecLoop: Invoking Event Handler [" + b + "] .",
+        "handleEventExecLoop: Done calling Event Handler [" + b + "].",
+        "LEAVE",
+        "unsubscribe: Entered.",
+        "deleteHandler: Iterating thru event handler list.",
+        "deleteHandler: Removed handler.",
+        "unsubscribe: Exiting.",
+    };
+    EXPECT_EQ(facadeMessages(capture.text()), expected);
 }
 
 TEST(OV_Event, PropertyMapIsCreatedOnFirstWrite) {
