@@ -97,9 +97,13 @@ TEST_F(EndToEndTest, EventsQueuedWhenTheFacadeGoesAreDropped) {
     publish(kTopic, 3);
     while (!gate->mEntered)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    // destroy() waits on the bus for the call in progress, so release it from elsewhere.
+    // destroy() waits on the bus for the call in progress, so release it from elsewhere, once
+    // the adapter has left the bus (so that events 2 and 3 cannot reach anyone). The probes
+    // sent meanwhile queue behind the gate and are dropped the same way.
     std::thread opener([gate] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        ES_Event probe(kTopic);
+        while (ES_EventPublisher::publish(probe) != ES_ERR_NO_SUBSCRIBER)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         gate->mOpen = true;
     });
     OV_EventAndStatusFacade::destroy();
@@ -120,8 +124,11 @@ int shutdownDiscardsPendingDeliveries() {
         publish(kTopic, i);
     while (!gate.mEntered)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    // Released only once the bus is down, so that none of the other four can slip through.
     std::thread opener([&gate] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        ES_Event probe("/test/e2e/probe"); // nobody listens: nothing is queued
+        while (ES_EventPublisher::publish(probe) != ES_ERR_BUS_DOWN)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
         gate.mOpen = true;
     });
     ovplatform::shutdownEventBus(); // waits for the delivery under way, drops the other four
@@ -157,7 +164,7 @@ TEST_F(EndToEndTest, BusHandlerMayLeaveDuringItsDelivery) {
     ASSERT_EQ(ES_EventSubscriber::subscribe(kTopic, &leaving), ES_OK);
     ES_Event event(kTopic);
     ASSERT_EQ(ES_EventPublisher::publish(event), ES_OK);
-    for (int i = 0; i < 2000 && leaving.mResult == -1; ++i)
+    for (int i = 0; i < 10000 && leaving.mResult == -1; ++i)
         std::this_thread::sleep_for(std::chrono::milliseconds(1));
     EXPECT_EQ(leaving.mResult, ES_OK);
     EXPECT_EQ(ES_EventPublisher::publish(event), ES_ERR_NO_SUBSCRIBER);

@@ -29,8 +29,9 @@ public:
 
     void handleEvent(OV_Event& event) override;
 
-    // Waits until at least COUNT events have been recorded; false on time-out.
-    bool waitFor(size_t count, int timeoutMs = 2000);
+    // Waits until at least COUNT events have been recorded; false on time-out. The time-out is
+    // generous: it only costs time when a delivery is really missing.
+    bool waitFor(size_t count, int timeoutMs = 10000);
     size_t count();
     std::vector<RecordedEvent> events();
 

@@ -13,7 +13,7 @@ namespace ovtest {
 QCoreApplication* ensureQtApp();
 
 // Processes this thread's Qt events until DONE() holds or TIMEOUTMS pass; returns DONE().
-bool runQtUntil(const std::function<bool()>& done, int timeoutMs = 2000);
+bool runQtUntil(const std::function<bool()>& done, int timeoutMs = 10000);
 
 // Processes this thread's Qt events for MS milliseconds, to show that nothing (more) arrives.
 void runQtFor(int ms);

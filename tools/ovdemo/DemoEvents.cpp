@@ -53,9 +53,9 @@ private:
     int mCount = 0;
 };
 
-// Runs the Qt event loop until every handler has COUNT events, or two seconds pass.
+// Runs the Qt event loop until every handler has COUNT events, or ten seconds pass.
 bool waitForAll(const std::vector<DemoHandler*>& handlers, int count) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(2);
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
     while (std::chrono::steady_clock::now() < deadline) {
         bool all = true;
         for (DemoHandler* handler : handlers)
