@@ -23,7 +23,8 @@ public:
     Handler(T* obj, Function func) : mpObj(obj), mFunc(func) {}
 
     void handle() override {
-        OV_LOG(4, "handle a function!\n");
+        // No line feed: the next diagnostic continues this line.
+        OV_LOG(4, "handle a function!");
         if (mpObj && mFunc) {
             (mpObj->*mFunc)();
             return;

@@ -75,10 +75,10 @@ TEST(Handler, EmptyHandlerReportsInsteadOfCalling) {
     EXPECT_EQ(worker.mRuns, 0);
 
     std::smatch match;
-    std::regex cleared("\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!\n"
+    std::regex cleared("\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!"
                        "\\{3\\} Handler\\.h:\\d+, handle\\(\\)\tSomething is empty obj:0, "
                        "func:0\n"
-                       "\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!\n"
+                       "\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!"
                        "\\{3\\} Handler\\.h:\\d+, handle\\(\\)\tSomething is empty obj:0, "
                        "func:(-?\\d+)\n");
     ASSERT_TRUE(std::regex_match(text, match, cleared)) << text;
