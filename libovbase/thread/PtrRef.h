@@ -102,14 +102,17 @@ private:
         delete count;
     }
 
-    // A polymorphic type without a virtual destructor (IHandler) has its storage freed
-    // without any destructor running, which is what deleting it through the base amounts
-    // to; everything else is deleted normally.
+    // A polymorphic type without a virtual destructor (IHandler) runs only its own
+    // destructor, as deleting through it would, and the whole object's storage is freed from
+    // its start, wherever T sits inside it; everything else is deleted normally.
     static void destroy(T* obj) {
-        if constexpr (std::is_polymorphic<T>::value && !std::has_virtual_destructor<T>::value)
-            ::operator delete(static_cast<void*>(obj));
-        else
+        if constexpr (std::is_polymorphic<T>::value && !std::has_virtual_destructor<T>::value) {
+            void* storage = dynamic_cast<void*>(obj);
+            obj->~T();
+            ::operator delete(storage);
+        } else {
             delete obj;
+        }
     }
 
     T* mpObj;

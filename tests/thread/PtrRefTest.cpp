@@ -76,11 +76,23 @@ struct CountingHandler : IHandler {
     int* mpDeaths;
 };
 
+// IHandler as a second base sits inside the object, not at its start.
+struct Payload {
+    virtual ~Payload() {}
+    long mData[4] = {};
+};
+struct LaterBaseHandler : Payload, CountingHandler {
+    explicit LaterBaseHandler(int* deaths) : CountingHandler(deaths) {}
+};
+
 TEST(PtrRef, HandlerStorageIsFreedWithoutRunningItsDestructor) {
     int deaths = 0;
     {
         PtrRef<IHandler> handler(new CountingHandler(&deaths));
         PtrRef<IHandler> copy(handler);
+        LaterBaseHandler* inner = new LaterBaseHandler(&deaths);
+        ASSERT_NE(static_cast<void*>(static_cast<IHandler*>(inner)), static_cast<void*>(inner));
+        PtrRef<IHandler> later(inner); // freed from the object's start, not from its base
     }
     EXPECT_EQ(deaths, 0);
 }
