@@ -5,19 +5,16 @@
 
 namespace {
 
-// Wall-clock now plus TIMEOUTMS, at microsecond resolution.
+// Wall-clock now plus TIMEOUTMS, at microsecond resolution. Counted in microseconds so that
+// a negative time-out gives a valid deadline in the past rather than negative nanoseconds,
+// which the timed wait refuses at once, so that the lock would spin instead of waiting.
 timespec deadlineAfter(long timeoutMs) {
     timeval now;
     gettimeofday(&now, nullptr);
-    long sec = now.tv_sec + timeoutMs / 1000;
-    long usec = now.tv_usec + (timeoutMs % 1000) * 1000;
-    if (usec > 999999) {
-        sec += usec / 1000000;
-        usec %= 1000000;
-    }
+    long long usec = now.tv_sec * 1000000LL + now.tv_usec + timeoutMs * 1000LL;
     timespec deadline;
-    deadline.tv_sec = sec;
-    deadline.tv_nsec = usec * 1000;
+    deadline.tv_sec = static_cast<time_t>(usec / 1000000);
+    deadline.tv_nsec = static_cast<long>(usec % 1000000) * 1000;
     return deadline;
 }
 

@@ -65,6 +65,23 @@ TEST(MutexSlow, TimedLockAgainstAnotherOwnerGivesUpAfterTheTimeOut) {
     mutex.unlock();
 }
 
+// Only -1 waits without limit; any other negative time-out sets a deadline in the past and
+// the lock gives up. Checked in a child process that an alarm ends if it waits on.
+TEST(Mutex, NegativeTimeOutAgainstAnotherOwnerGivesUpAtOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            Mutex mutex(false);
+            mutex.lock(-1);
+            bool got = true;
+            alarm(3);
+            std::thread other([&] { got = mutex.lock(-999) || mutex.lock(-5000); });
+            other.join();
+            _exit(got ? 1 : 0);
+        },
+        testing::ExitedWithCode(0), "");
+}
+
 // Mutex(true) holds the internal guard, so even a lock with a zero time-out never returns.
 // Checked in a child process that an alarm ends.
 TEST(MutexSlow, ConstructedLockedBlocksEveryLock) {
