@@ -1,7 +1,7 @@
 #include "thread/Semaphore.h"
 
 #include <cerrno>
-#include <iostream>
+#include <cstdio>
 #include <sys/time.h>
 
 Semaphore::Semaphore(int count) : mWaiters(0), mCount(count) {
@@ -34,8 +34,10 @@ bool Semaphore::timedWait(int timeoutMs) {
     timespec deadline;
     deadline.tv_sec = now.tv_sec + timeoutMs / 1000;
     deadline.tv_nsec = now.tv_usec * 1000;
-    std::cout << "millisecs:" << timeoutMs << "sec:" << deadline.tv_sec
-              << ",nsec:" << deadline.tv_nsec << std::endl;
+    // One formatted write, so that a line from another thread cannot land inside it.
+    std::printf("millisecs:%dsec:%ld,nsec:%ld\n", timeoutMs, static_cast<long>(deadline.tv_sec),
+                static_cast<long>(deadline.tv_nsec));
+    std::fflush(stdout);
     --mCount;
     while (mCount < 1) {
         if (pthread_cond_timedwait(&mCondition, &mMutex, &deadline) == ETIMEDOUT) {
