@@ -112,10 +112,10 @@ void ThreadTimer::Loop::handleTimeout() {
             return;
         }
         OV_LOG(4, "ThreadTimer got a new time out:%d!\n\n", seed.mTimerId);
-        // The handler may register a timer that sorts before this seed, so the seed itself
-        // is removed afterwards rather than whatever is then at the head.
-        std::list<TimerSeed>::iterator fired = mList.begin();
         mpOwner->process(seed.mTimerId);
-        mList.erase(fired);
+        // The head, whatever it now is: a seed the handler registered that sorts before the
+        // one just fired is dropped in its place, and the fired one comes round again and finds
+        // no handler.
+        mList.pop_front();
     }
 }

@@ -160,6 +160,56 @@ TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
     EXPECT_LT(late, 9.0);
 }
 
+// Fired early (due within the five-second window), it registers a two-second follow-up that
+// sorts before its own seed.
+struct EarlyChainingHandler : IHandler {
+    explicit EarlyChainingHandler(Firings* firings) : mpFirings(firings) {}
+    void handle() override {
+        mpFirings->add("early");
+        TimerMgr::addTimer(2, new RecordingHandler(mpFirings, "follow-up"));
+    }
+    Firings* mpFirings;
+};
+
+// After each firing the head of the list is removed, whichever seed it is: the follow-up
+// goes in place of the early seed, which then fires again and finds no handler.
+TEST(ThreadTimerSlow, FiringRemovesTheHeadEvenWhenTheHandlerAddedIt) {
+    Firings firings;
+    ovtest::StderrCapture capture;
+    ovtest::StdoutCapture quietOut;
+    ASSERT_EQ(TimerMgr::addTimer(1, new RecordingHandler(&firings, "first")), 0);
+    ASSERT_EQ(TimerMgr::addTimer(9, new EarlyChainingHandler(&firings)), 0);
+    ASSERT_EQ(firings.waitFor(2, std::chrono::seconds(15)).size(), 2u);
+
+    std::string early;
+    std::string text;
+    Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
+    size_t emptied = std::string::npos;
+    while (Clock::now() < deadline) {
+        text = capture.text();
+        early = std::to_string(registeredNumber(text, 9));
+        size_t missing = text.find("No file the handle:" + early + "\n");
+        if (missing != std::string::npos)
+            emptied = text.find("Waiting -1 seconds!", missing);
+        if (emptied != std::string::npos)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(100));
+    }
+    ASSERT_NE(emptied, std::string::npos) << text;
+    std::string fired = "ThreadTimer got a new time out:" + early + "!";
+    size_t once = text.find(fired);
+    ASSERT_NE(once, std::string::npos) << text;
+    EXPECT_NE(text.find(fired, once + 1), std::string::npos) << text;
+
+    // The follow-up's seed is gone though its handler is still stored.
+    int followUp = registeredNumber(text, 2);
+    ASSERT_GT(followUp, 0) << text;
+    EXPECT_EQ(text.find("ThreadTimer got a new time out:" + std::to_string(followUp) + "!"),
+              std::string::npos);
+    EXPECT_EQ(TimerMgr::removeTimer(followUp), 1);
+    EXPECT_EQ(firings.waitFor(3, std::chrono::seconds(0)).size(), 2u);
+}
+
 // Exit with timers pending, with the thread waiting for a due time and while it sleeps
 // after a wake-up: the process must end normally and at once. Checked in a child process.
 TEST(ThreadTimerSlow, ExitWithPendingTimersEndsCleanly) {
