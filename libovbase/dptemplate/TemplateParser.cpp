@@ -26,7 +26,7 @@ int TemplateParser::parse(std::istream& in, Template* target) {
     try {
         parseStream(in);
     } catch (...) {
-        mErrorState = FAILED;
+        mErrorState = BAD_STRUCTURE;
     }
     mElementStack.clear();
     return mErrorState;

@@ -54,14 +54,7 @@ public:
     };
 
     // Results of parse().
-    enum ErrorState {
-        OK = 0,
-        NO_TEMPLATE = 1,
-        BAD_STRUCTURE = 2,
-        // Not a nesting error: the parse was cut short by a failure raised while reading (the
-        // stream failed, memory ran out); the template holds what was built until then.
-        FAILED = 3
-    };
+    enum ErrorState { OK = 0, NO_TEMPLATE = 1, BAD_STRUCTURE = 2 };
 
     // Open elements allowed at once. libxml2's push parser sets no depth limit of its own, and
     // the objects built are freed recursively; a deeper document is bad structure (state 2).
@@ -73,8 +66,10 @@ public:
     TemplateParser();
 
     // Fills TARGET from the markup read from IN; 0 when the document is acceptable, 1 when
-    // TARGET is null (nothing is read), 2 when an element stands where it may not, 3 when the
-    // parse failed. Keep the template only on 0. A parser may be used again afterwards.
+    // TARGET is null (nothing is read), 2 when an element stands where it may not. A failure
+    // raised while reading (the stream failed, memory ran out) leaves a template just as
+    // unusable, so it gives 2 as well rather than escaping to the caller. Keep the template
+    // only on 0. A parser may be used again afterwards.
     int parse(std::istream& in, Template* target);
 
     int getErrorState() const { return mErrorState; }

@@ -293,7 +293,8 @@ TEST(TemplateParser, FailureInACallbackBecomesTheResultAndTheParserIsReusable) {
     const std::string text = "<template><layout id=\"a\"/><!--x--><layout id=\"b\"/></template>";
     Template first;
     std::istringstream in(text);
-    EXPECT_EQ(TemplateParser::FAILED, parser.parse(in, &first));
+    EXPECT_EQ(TemplateParser::BAD_STRUCTURE, parser.parse(in, &first));
+    EXPECT_EQ(TemplateParser::BAD_STRUCTURE, parser.getErrorState());
     EXPECT_EQ(1u, first.getLayoutCount());
 
     parser.mFail = false;

@@ -60,9 +60,7 @@ const char* stateName(int state) {
     case TemplateParser::NO_TEMPLATE:
         return "no template given";
     case TemplateParser::BAD_STRUCTURE:
-        return "an element stands where it may not";
-    case TemplateParser::FAILED:
-        return "the parse failed";
+        return "an element stands where it may not, or the parse failed";
     default:
         return "unknown";
     }
