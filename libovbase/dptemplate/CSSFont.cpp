@@ -194,8 +194,9 @@ PtrRef<CSSFont> CSSFontParser::parse(const MString& text) {
             if (!tokens.hasMoreElements()) {
                 break;
             }
+            // An empty quoted element ('') is taken as it is: no size before the families, an
+            // empty family after them.
             token = tokens.nextElement();
-            continue; // a quoted "" reads as nothing: take the next element
         }
         if (sizeSeen) {
             if (token != FONT_FAMILY_SEPARATOR) {

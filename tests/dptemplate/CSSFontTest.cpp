@@ -164,6 +164,11 @@ TEST(CSSFontParser, FamiliesAfterTheSize) {
     EXPECT_EQ("", font->getFontWeight());
     EXPECT_EQ(list({"bold", "serif", "Open Sans"}), font->getFontFamilies());
 
+    // An empty quoted family is kept as an empty name.
+    font = CSSFontParser::parse("12pt Arial, '', serif");
+    ASSERT_TRUE(font != nullptr);
+    EXPECT_EQ(list({"Arial", "", "serif"}), font->getFontFamilies());
+
     font = CSSFontParser::parse("14px serif");
     ASSERT_TRUE(font != nullptr);
     EXPECT_TRUE(CSSFontParser::isLarge(font->getFontSize()));
@@ -175,6 +180,8 @@ TEST(CSSFontParser, WordsBeforeTheSizeMustBeKeywords) {
     EXPECT_TRUE(CSSFontParser::parse("italic Arial") == nullptr);
     EXPECT_TRUE(CSSFontParser::parse("Bold 12pt arial") == nullptr);
     EXPECT_TRUE(CSSFontParser::parse("normal normal Arial 12pt") == nullptr);
+    // An empty quoted word is a word like any other: not a size.
+    EXPECT_TRUE(CSSFontParser::parse("bold '' 12pt") == nullptr);
 }
 
 TEST(CSSFont, EmptyTextGivesAnEmptyFont) {
