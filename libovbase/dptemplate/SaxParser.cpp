@@ -142,58 +142,53 @@ void SaxParserCallback::cdataBlock(void* context, const xmlChar* bytes, int leng
                                                         static_cast<size_t>(length))));
 }
 
-void SaxParserCallback::warning(void* context, const char* fmt, ...) {
+void SaxParserCallback::message(void* context, void (SaxParser::*event)(const MString&),
+                                const char* fmt, va_list args) {
     SaxParser* parser = parserOf(context);
+    MString text = format(fmt, args);
+    OV_SAX_GUARDED(parser, (parser->*event)(text));
+}
+
+void SaxParserCallback::warning(void* context, const char* fmt, ...) {
     va_list args;
     va_start(args, fmt);
-    MString message = format(fmt, args);
+    message(context, &SaxParser::onWarning, fmt, args);
     va_end(args);
-    OV_SAX_GUARDED(parser, parser->onWarning(message));
 }
 
 void SaxParserCallback::error(void* context, const char* fmt, ...) {
-    SaxParser* parser = parserOf(context);
     va_list args;
     va_start(args, fmt);
-    MString message = format(fmt, args);
+    message(context, &SaxParser::onError, fmt, args);
     va_end(args);
-    OV_SAX_GUARDED(parser, parser->onError(message));
 }
 
 void SaxParserCallback::fatalError(void* context, const char* fmt, ...) {
-    SaxParser* parser = parserOf(context);
     va_list args;
     va_start(args, fmt);
-    MString message = format(fmt, args);
+    message(context, &SaxParser::onFatalError, fmt, args);
     va_end(args);
-    OV_SAX_GUARDED(parser, parser->onFatalError(message));
 }
 
 void SaxParserCallback::validityError(void* context, const char* fmt, ...) {
-    SaxParser* parser = parserOf(context);
     va_list args;
     va_start(args, fmt);
-    MString message = format(fmt, args);
+    message(context, &SaxParser::onValidityError, fmt, args);
     va_end(args);
-    OV_SAX_GUARDED(parser, parser->onValidityError(message));
 }
 
 void SaxParserCallback::validityWarning(void* context, const char* fmt, ...) {
-    SaxParser* parser = parserOf(context);
     va_list args;
     va_start(args, fmt);
-    MString message = format(fmt, args);
+    message(context, &SaxParser::onValidityWarning, fmt, args);
     va_end(args);
-    OV_SAX_GUARDED(parser, parser->onValidityWarning(message));
 }
 
 void SaxParserCallback::genericError(void* context, const char* fmt, ...) {
-    SaxParser* parser = parserOf(context);
     va_list args;
     va_start(args, fmt);
-    MString message = format(fmt, args);
+    message(context, &SaxParser::onError, fmt, args);
     va_end(args);
-    OV_SAX_GUARDED(parser, parser->onError(message));
 }
 
 #undef OV_SAX_GUARDED

@@ -9,6 +9,7 @@
 #include "dptemplate/AttributeList.h"
 #include "types/MString.h"
 
+#include <cstdarg>
 #include <exception>
 #include <iosfwd>
 #include <stdexcept>
@@ -56,6 +57,11 @@ public:
     // generic error channel, which would print them; during a parse they come here instead
     // and reach onError.
     static void genericError(void* context, const char* format, ...);
+
+private:
+    // The printf-style callbacks: formats the message into 1024 bytes and hands it to EVENT.
+    static void message(void* context, void (SaxParser::*event)(const MString&), const char* format,
+                        va_list args);
 };
 
 class SaxParser {
