@@ -103,6 +103,12 @@ void AttrMap::getIDs(const ID& key, std::vector<ID>& out, bool* found, const ID&
 }
 
 void AttrMap::getAttrMap(const ID& key, AttrMap& out, bool* found, const ID& category) const {
+    // Read into itself, the loop below would meet the entries it adds.
+    if (&out == this) {
+        const AttrMap copy(*this);
+        copy.getAttrMap(key, out, found, category);
+        return;
+    }
     const KeyMap* keys = categoryAt(category);
     if (!keys) {
         if (found)

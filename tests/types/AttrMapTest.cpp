@@ -265,6 +265,10 @@ TEST(AttrMapNested, PutAndGetAttrMap) {
     self.putString("b", L"2");
     self.putAttrMap("a", self);
     EXPECT_EQ(stored(self), "a=1\na.a=1\na.b=2\nb=2\n");
+    AttrMap flat(true);
+    flat.putString("n.n.x", L"1");
+    flat.getAttrMap("n", flat);
+    EXPECT_EQ(stored(flat), "n.n.x=1\nn.x=1\n"); // "n.x" is not nested again
 
     // The category is absent: OUT is untouched.
     AttrMap untouched(true);
