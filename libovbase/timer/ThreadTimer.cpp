@@ -6,8 +6,9 @@
 #include <climits>
 #include <cstdint>
 #include <pthread.h>
+#include <unistd.h>
 
-ThreadTimer::ThreadTimer() : mpLoop(std::make_shared<Loop>(this)) {
+ThreadTimer::ThreadTimer() : mpLoop(std::make_shared<Loop>(this)), mPid(getpid()) {
     OV_LOG(4, "ThreadTimer started!\n");
     mpLoop->mThreadRef = mpLoop;
     mThread = Thread::createThread();
@@ -19,15 +20,20 @@ ThreadTimer::ThreadTimer() : mpLoop(std::make_shared<Loop>(this)) {
 
 ThreadTimer::~ThreadTimer() {
     OV_LOG(4, "Someone Call ThreadTimer Destructor!\n");
+    // A forked child has no timer thread: the list's lock may be held by a thread that is not
+    // there, and none will start, so it neither waits for the lock nor for the start.
+    bool threadHere = getpid() == mPid;
     // Taking the list's lock waits out a handler that is running; once the flag is clear
     // under it, the thread fires nothing more and so never reaches the manager again.
-    mpLoop->mMutex.lock(-1);
+    if (threadHere)
+        mpLoop->mMutex.lock(-1);
     mpLoop->mRunning = false;
     mpLoop->mSemaphore.notify();
-    mpLoop->mMutex.unlock();
+    if (threadHere)
+        mpLoop->mMutex.unlock();
     // Releasing the thread handle frees the handler the thread starts from; a thread that
     // has not reached run() yet still needs it.
-    while (!mpLoop->mStarted)
+    while (threadHere && !mpLoop->mStarted)
         Thread::sleep(1);
     mpLoop.reset();
     mThread = PtrRef<Thread>();

@@ -14,6 +14,7 @@
 #include <atomic>
 #include <list>
 #include <memory>
+#include <sys/types.h>
 
 class ThreadTimer : public ITimer {
 public:
@@ -55,6 +56,7 @@ private:
 
     std::shared_ptr<Loop> mpLoop;
     PtrRef<Thread> mThread;
+    pid_t mPid; // the process the thread runs in
 };
 
 #endif

@@ -14,6 +14,7 @@
 #include <pthread.h>
 #include <regex>
 #include <string>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -245,6 +246,28 @@ TEST(ThreadTimerSlow, ExitDuringAHandlerEndsCleanly) {
             while (!started)
                 std::this_thread::sleep_for(std::chrono::milliseconds(20));
             std::exit(7);
+        },
+        testing::ExitedWithCode(7), "");
+}
+
+// A child forked while a handler runs has the list locked by a timer thread it does not have;
+// its exit must not wait for that lock. The child is ended by an alarm if it does.
+TEST(ThreadTimerSlow, ForkedChildExitsWhileTheParentsHandlerRuns) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_EXIT(
+        {
+            static std::atomic<bool> started(false);
+            TimerMgr::addTimer(1, new SlowHandler(&started));
+            while (!started)
+                std::this_thread::sleep_for(std::chrono::milliseconds(20));
+            pid_t child = fork();
+            if (child == 0) {
+                alarm(3);
+                std::exit(0);
+            }
+            int status = 0;
+            waitpid(child, &status, 0);
+            std::exit(WIFEXITED(status) && WEXITSTATUS(status) == 0 ? 7 : 1);
         },
         testing::ExitedWithCode(7), "");
 }
