@@ -1,6 +1,7 @@
 #include "support/EventRecorder.h"
 
 #include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "support/QtLoop.h"
 
 #include <QCoreApplication>
@@ -10,6 +11,10 @@ namespace ovtest {
 
 EventRecorder::EventRecorder(const std::string& topic) : OV_EventHandler(topic) {}
 
+EventRecorder::~EventRecorder() {
+    OV_EventAndStatusFacade::instance()->unsubscribe(topic(), this);
+}
+
 void EventRecorder::handleEvent(OV_Event& event) {
     RecordedEvent copy;
     copy.topic = event.mEventType;
@@ -17,13 +22,13 @@ void EventRecorder::handleEvent(OV_Event& event) {
     if (event.mPropMap != nullptr)
         copy.properties.insert(event.mPropMap->begin(), event.mPropMap->end());
     copy.thread = std::this_thread::get_id();
-    {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mEvents.push_back(copy);
-    }
-    mArrived.notify_all();
     if (mOnEvent)
         mOnEvent(event);
+    // Recorded last, and signalled under the lock: a test that sees the event may free the
+    // recorder at once, so nothing of it is touched after the lock is released.
+    std::lock_guard<std::mutex> lock(mMutex);
+    mEvents.push_back(copy);
+    mArrived.notify_all();
 }
 
 bool EventRecorder::waitFor(size_t count, int timeoutMs) {

@@ -26,6 +26,9 @@ struct RecordedEvent {
 class EventRecorder : public OV_EventHandler {
 public:
     explicit EventRecorder(const std::string& topic);
+    // Unsubscribes before the members go: as its topic's last handler, that waits for a
+    // delivery into the recorder under way on the bus's thread.
+    ~EventRecorder() override;
 
     void handleEvent(OV_Event& event) override;
 
@@ -35,7 +38,7 @@ public:
     size_t count();
     std::vector<RecordedEvent> events();
 
-    // Runs after each recording, on the delivering thread.
+    // Runs for each event on the delivering thread, before the event is recorded.
     std::function<void(OV_Event&)> mOnEvent;
 
 private:
