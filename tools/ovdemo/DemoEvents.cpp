@@ -13,6 +13,7 @@
 
 #include <QCoreApplication>
 #include <QEventLoop>
+#include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <mutex>
@@ -27,6 +28,8 @@ public:
     DemoHandler(const std::string& topic, const char* name) : OV_EventHandler(topic), mName(name) {}
 
     void handleEvent(OV_Event& event) override {
+        if (!mPrinting)
+            return;
         std::string detail;
         if (event.mPropMap != nullptr) {
             for (const auto& entry : *event.mPropMap)
@@ -45,6 +48,8 @@ public:
         std::lock_guard<std::mutex> lock(mMutex);
         return mCount;
     }
+
+    std::atomic<bool> mPrinting{true};
 
 private:
     const char* mName;
@@ -81,8 +86,11 @@ bool demoEvents() {
     bool ok = true;
     OV_EventAndStatusFacade* facade = OV_EventAndStatusFacade::instance();
 
-    DemoHandler carousel(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS, "carousel");
-    DemoHandler reader(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS, "reader");
+    // Two handlers on one topic stay registered with the facade even after they unsubscribe
+    // (it removes only a topic's sole handler), so these two live as long as the process, and
+    // fall silent after this step.
+    DemoHandler& carousel = *new DemoHandler(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS, "carousel");
+    DemoHandler& reader = *new DemoHandler(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS, "reader");
     std::printf("two handlers subscribed to %s\n",
                 NR_Constants::EVENT_NOTIFY_STORAGE_STATUS.c_str());
 
@@ -119,6 +127,8 @@ bool demoEvents() {
         facade->getRoamingStatus(roaming) == 0)
         std::printf("SIM IMSI %s, home PLMN %s, %s\n", ovTypes::ID(imsi).c_str(),
                     ovTypes::ID(plmn).c_str(), roaming == OV_ROAMING ? "roaming" : "at home");
+    carousel.mPrinting = false;
+    reader.mPrinting = false;
     std::printf("events: %s\n", ok ? "ok" : "FAILED");
     return ok;
 }
