@@ -207,6 +207,12 @@ TEST(TemplateParser, TemplateInsideABoxStartsATemplateContext) {
     Component* text = onlyComponentOf(*static_cast<Container*>(box));
     ASSERT_NE(nullptr, text);
     EXPECT_EQ(Component::TEXT, text->getType());
+
+    // Where it stands is never checked, not even inside elements that hold nothing else.
+    EXPECT_EQ(0, stateOf("<template><layout><image><template><stylesheet/></template></image>"
+                         "</layout></template>"));
+    EXPECT_EQ(0, stateOf("<template><stylesheet><style><border><template/></border></style>"
+                         "</stylesheet></template>"));
 }
 
 TEST(TemplateParser, TextCommentsAndUnknownAttributesAreIgnored) {
