@@ -11,6 +11,7 @@
 #include <map>
 #include <regex>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -42,15 +43,18 @@ public:
     int getSliderStatus(OV_SLIDER_STATUS&) override { return 1; }
     int getChargerStatus(OV_CHARGER_STATUS&) override { return 1; }
     int getUserActivityStatus(OV_USER_ACTIVITY_STATUS&) override { return 1; }
-    int getMSISDN(ovTypes::String& s) override { return s = L"+15550001", 0; }
-    int getIMSI(ovTypes::String&) override { return 1; }
-    int getPhoneModelId(ovTypes::String&) override { return 1; }
-    int getPhoneSwVersion(ovTypes::String&) override { return 1; }
-    int getHomePLMN(ovTypes::String&) override { return 1; }
-    int getHomeCarrierName(ovTypes::String&) override { return 1; }
-    int getCurrentPLMN(ovTypes::String&) override { return 1; }
-    int getCurrentCarrierName(ovTypes::String&) override { return 1; }
-    int getCurrentLanguageCode(ovTypes::String&) override { return 1; }
+    // The text getters share one signature, so each answers with its own name and result.
+    int getMSISDN(ovTypes::String& s) override { return s = L"MSISDN", 9; }
+    int getIMSI(ovTypes::String& s) override { return s = L"IMSI", 10; }
+    int getPhoneModelId(ovTypes::String& s) override { return s = L"PhoneModelId", 11; }
+    int getPhoneSwVersion(ovTypes::String& s) override { return s = L"PhoneSwVersion", 12; }
+    int getHomePLMN(ovTypes::String& s) override { return s = L"HomePLMN", 13; }
+    int getHomeCarrierName(ovTypes::String& s) override { return s = L"HomeCarrierName", 14; }
+    int getCurrentPLMN(ovTypes::String& s) override { return s = L"CurrentPLMN", 15; }
+    int getCurrentCarrierName(ovTypes::String& s) override { return s = L"CurrentCarrierName", 16; }
+    int getCurrentLanguageCode(ovTypes::String& s) override {
+        return s = L"CurrentLanguageCode", 17;
+    }
     int getInstalledLanguageCodes(std::vector<ovTypes::String>&) override { return 1; }
     int getCurrentTime(long& t) override { return t = 1234, 0; }
     int getNitzStatus(bool&) override { return 1; }
@@ -227,9 +231,23 @@ TEST_F(FacadeTest, GettersPassTheAdaptersAnswersAndResults) {
     OV_ROAMING_STATUS roaming = OV_HOME_NETWORK;
     EXPECT_EQ(facade->getRoamingStatus(roaming), 0);
     EXPECT_EQ(roaming, OV_ROAMING);
-    ovTypes::String msisdn;
-    EXPECT_EQ(facade->getMSISDN(msisdn), 0);
-    EXPECT_EQ(msisdn, ovTypes::String(L"+15550001"));
+    typedef int (OV_EventAndStatusFacade::*TextGetter)(ovTypes::String&);
+    const std::vector<std::pair<TextGetter, std::wstring>> texts = {
+        {&OV_EventAndStatusFacade::getMSISDN, L"MSISDN"},
+        {&OV_EventAndStatusFacade::getIMSI, L"IMSI"},
+        {&OV_EventAndStatusFacade::getPhoneModelId, L"PhoneModelId"},
+        {&OV_EventAndStatusFacade::getPhoneSwVersion, L"PhoneSwVersion"},
+        {&OV_EventAndStatusFacade::getHomePLMN, L"HomePLMN"},
+        {&OV_EventAndStatusFacade::getHomeCarrierName, L"HomeCarrierName"},
+        {&OV_EventAndStatusFacade::getCurrentPLMN, L"CurrentPLMN"},
+        {&OV_EventAndStatusFacade::getCurrentCarrierName, L"CurrentCarrierName"},
+        {&OV_EventAndStatusFacade::getCurrentLanguageCode, L"CurrentLanguageCode"},
+    };
+    for (size_t i = 0; i < texts.size(); ++i) {
+        ovTypes::String text;
+        EXPECT_EQ((facade->*texts[i].first)(text), static_cast<int>(9 + i));
+        EXPECT_EQ(text, ovTypes::String(texts[i].second));
+    }
     long now = 0;
     EXPECT_EQ(facade->getCurrentTime(now), 0);
     EXPECT_EQ(now, 1234);
