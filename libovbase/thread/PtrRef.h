@@ -108,7 +108,7 @@ private:
     static void destroy(T* obj) {
         if constexpr (std::is_polymorphic<T>::value && !std::has_virtual_destructor<T>::value) {
             void* storage = dynamic_cast<void*>(obj);
-            obj->~T();
+            obj->T::~T(); // T's own, not the object's
             ::operator delete(storage);
         } else {
             delete obj;
