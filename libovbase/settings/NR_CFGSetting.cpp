@@ -16,7 +16,6 @@
 namespace {
 
 const char* const kMainSettingFile = "/qbxlocal/download/appwrite/setup/wb_orvel_setting.cfg";
-const char* const kMenuGroup = "OVCore.Menu";
 // Announcements whose echo never came back are dropped beyond this many.
 const size_t kMaxPendingEchoes = 256;
 
@@ -131,7 +130,7 @@ int CFGOrvelSetting::getString(const char* group, const char* key, ovTypes::Stri
 
 int CFGOrvelSetting::getString(const char* group, const char* key, char** value) {
     ovTypes::String text;
-    int rc = getString(group, key, text);
+    int rc = CFGOrvelSetting::getString(group, key, text);
     if (rc != SETTING_OK)
         return rc;
     // One byte per character: the low byte of each code point.
@@ -268,14 +267,18 @@ bool CFGOrvelSetting::splitName(const std::string& name, std::string& group, std
 
 void CFGOrvelSetting::handleEvent(OV_Event& e) {
     OV_LOG(5, "CFGOrvelSetting:handleEvent called.\n\n");
+    applyChange(e);
+}
+
+void CFGOrvelSetting::applyChange(OV_Event& e) {
     if (e.mEventType != SETTING_CHANGED_TOPIC)
         return;
     std::string name, value, group, key;
     if (!firstProperty(e, name, value) || !splitName(name, group, key))
         return;
-    // The menu group lives in the menu file, never in this one.
-    if (group == kMenuGroup)
-        return;
+    // Every change is kept under its own group as section, whichever file this source holds:
+    // a menu change lands in a section "OVCore.Menu" here, and a change of another group in
+    // a section of that name in the menu source.
     applyReceived(name, group, key, value);
 }
 

@@ -59,6 +59,9 @@ protected:
     // of a change this source announced itself.
     void applyReceived(const std::string& name, const std::string& section, const std::string& key,
                        const std::string& value);
+    // Applies a setting-changed event to memory: section = the name up to its second dot, key =
+    // the rest. No file write, no announcement.
+    void applyChange(OV_Event& e);
     // Splits the first property of a setting-changed event; false (with the diagnostic) when
     // the event carries none.
     static bool firstProperty(OV_Event& e, std::string& name, std::string& value);

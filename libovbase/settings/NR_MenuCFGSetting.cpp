@@ -117,16 +117,7 @@ void MenuCFGOrvelSetting::publishSettingChangeEvent(const char*, const char* key
 
 void MenuCFGOrvelSetting::handleEvent(OV_Event& e) {
     OV_LOG(5, "MenuCFGOrvelSetting:handleEvent called.\n\n");
-    if (e.mEventType != SETTING_CHANGED_TOPIC)
-        return;
-    std::string name, value, group, key;
-    if (!firstProperty(e, name, value) || !splitName(name, group, key))
-        return;
-    // Only menu changes concern this file; they are kept, as the setters keep them, under
-    // the current language.
-    if (group != kMenuGroup)
-        return;
-    applyReceived(name, mpNarrowLanguageCode, key, value);
+    applyChange(e);
 }
 
 int MenuCFGOrvelSetting::unzipMenuCFGFile(const char* source, const char* target) {

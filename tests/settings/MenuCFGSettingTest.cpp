@@ -112,21 +112,30 @@ TEST_F(MenuCFGSettingTest, WritesGoToTheLanguageAndAreAnnouncedAsMenu) {
     EXPECT_EQ(5, count);
 }
 
-TEST_F(MenuCFGSettingTest, ReceivedMenuChangesApplyToTheCurrentLanguageOnly) {
+TEST_F(MenuCFGSettingTest, ReceivedChangesAreKeptUnderTheirGroupNotTheLanguage) {
     ASSERT_TRUE(ovtest::writeMenuSettings(kMenuFile));
     MenuCFGOrvelSetting& m = menu("fr-fr");
     settingstest::SettingRecorder& recorder = this->recorder();
     ovtest::StderrCapture err;
     settingstest::publishChange("OVCore.Menu.Title", "Infos");
-    settingstest::publishChange("OVCore.UI.Title", "not the menu");
+    settingstest::publishChange("OVCore.UI.Theme", "dark");
     ASSERT_TRUE(recorder.drain());
 
     EXPECT_NE(std::string::npos, err.text().find("MenuCFGOrvelSetting:handleEvent called."));
+    // The section of a received change is its group, so the language's value stands.
     ovTypes::String text;
     EXPECT_EQ(0, m.getString("OVCore.Menu", "Title", text));
-    EXPECT_EQ(ovTypes::String(L"Infos"), text);
-    EXPECT_EQ(kMenuFile, ovtest::readFile(ovtest::menuSettingsPath()));
-    EXPECT_EQ(2u, recorder.changes().size());
+    EXPECT_EQ(ovTypes::String(L"Actualit\u00e9s"), text);
+    EXPECT_EQ(kMenuFile, ovtest::readFile(ovtest::menuSettingsPath())) << "memory only";
+    EXPECT_EQ(2u, recorder.changes().size()) << "received changes must not be announced again";
+
+    // The next write stores the whole map, received sections included.
+    ASSERT_EQ(0, m.setString("OVCore.Menu", "Title", "Titre"));
+    EXPECT_EQ("[OVCore.Menu]\nTitle=Infos\n"
+              "[OVCore.UI]\nTheme=dark\n"
+              "[en-us]\nCount=3\nShown=true\nTitle=News\n"
+              "[fr-fr]\nTitle=Titre\n",
+              ovtest::readFile(ovtest::menuSettingsPath()));
 }
 
 // The gzip form, made by a standard gzip writer, of the 12 sections built in the test below.
