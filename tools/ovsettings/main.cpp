@@ -4,12 +4,14 @@
 #include "settings/NR_MenuCFGSetting.h"
 #include "settings/NR_SettingMgr.h"
 #include "types/AttrMap.h"
+#include "types/UTF_8Util.h"
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <string>
 #include <unistd.h>
 
@@ -59,6 +61,25 @@ int parseGroup(const char* text) {
     return -1;
 }
 
+// Command-line texts and the terminal are UTF-8; the settings hold code points.
+ovTypes::String fromUtf8(const char* text) {
+    // The reader skips white space before its first character, so it is given a lead byte
+    // to skip past.
+    std::istringstream in(std::string("x") + text);
+    bool end = false;
+    ovTypes::String decoded = UTF_8Util::getReader(in)->readLine(end);
+    return decoded.empty() ? decoded : decoded.substr(1);
+}
+
+void printUtf8(const ovTypes::String& text) {
+    std::fflush(stdout);
+    auto writer = UTF_8Util::getWriter(std::cout);
+    writer->write(text);
+    writer->writeLine();
+    writer->flush();
+    std::cout.flush();
+}
+
 // "--int", "--bool" or absent (text); anything else is a usage error.
 bool parseType(int argc, char** argv, int at, char& type) {
     type = 's';
@@ -100,7 +121,7 @@ int get(OrvelSettingMgr& mgr, int group, const char* key, char type) {
         ovTypes::String value;
         rc = mgr.getString(group, key, value);
         if (rc == 0)
-            std::printf("%s\n", ovTypes::ID(value).c_str());
+            printUtf8(value);
     }
     report(rc, "get");
     return rc;
@@ -123,7 +144,7 @@ int set(OrvelSettingMgr& mgr, int group, const char* key, const char* value, cha
         }
         rc = mgr.setBoolean(group, key, std::strcmp(value, "true") == 0);
     } else {
-        rc = mgr.setString(group, key, ovTypes::String(ovTypes::ID(value)));
+        rc = mgr.setString(group, key, fromUtf8(value));
     }
     report(rc, "set");
     return rc;
@@ -216,7 +237,7 @@ int run(int argc, char** argv) {
     int group = parseGroup(argv[3]);
     if (group < 0) {
         std::fprintf(gErr, "ovsettings: no such group: %s (see 'groups')\n", argv[3]);
-        return kExitUsage;
+        return 1;
     }
     OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
     char type;
