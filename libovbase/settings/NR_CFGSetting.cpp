@@ -101,10 +101,10 @@ int CFGOrvelSetting::init() {
 }
 
 int CFGOrvelSetting::getInt(const char* group, const char* key, int& value) {
-    if (!group || !key)
-        return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
+    if (!group || !key)
+        return SETTING_NOT_SUPPORTED;
     std::lock_guard<std::recursive_mutex> guard(mLock);
     bool found = false;
     int result = mpAttrMap->getInt(key, value, &found, group);
@@ -115,10 +115,10 @@ int CFGOrvelSetting::getInt(const char* group, const char* key, int& value) {
 }
 
 int CFGOrvelSetting::getString(const char* group, const char* key, ovTypes::String& value) {
-    if (!group || !key)
-        return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
+    if (!group || !key)
+        return SETTING_NOT_SUPPORTED;
     std::lock_guard<std::recursive_mutex> guard(mLock);
     bool found = false;
     ovTypes::String result = mpAttrMap->getString(key, ovTypes::String(), &found, group);
@@ -143,10 +143,10 @@ int CFGOrvelSetting::getString(const char* group, const char* key, char** value)
 }
 
 int CFGOrvelSetting::getBoolean(const char* group, const char* key, bool& value) {
-    if (!group || !key)
-        return SETTING_NOT_SUPPORTED;
     if (!mLoaded)
         return SETTING_NOT_LOADED;
+    if (!group || !key)
+        return SETTING_NOT_SUPPORTED;
     std::lock_guard<std::recursive_mutex> guard(mLock);
     bool found = false;
     bool result = mpAttrMap->getBool(key, value, &found, group);
@@ -189,12 +189,12 @@ std::string CFGOrvelSetting::announcedName(const char* group, const char* key) {
 
 int CFGOrvelSetting::writeValue(const char* group, const char* key,
                                 const std::function<void(AttrMap&)>& put, const std::string& text) {
+    if (!mLoaded)
+        return SETTING_NOT_LOADED;
     // A line feed would break the file's line structure (and could forge other keys).
     if (!group || !key || std::strchr(group, '\n') || std::strchr(key, '\n') ||
         text.find('\n') != std::string::npos)
         return SETTING_NOT_SUPPORTED;
-    if (!mLoaded)
-        return SETTING_NOT_LOADED;
     {
         std::lock_guard<std::recursive_mutex> guard(mLock);
         put(*mpAttrMap);

@@ -92,6 +92,9 @@ TEST_F(CFGSettingTest, MissingFileGives8ForEverythingAndPublishesNothing) {
     EXPECT_EQ(8, s.setBoolean(kUI, "A", true));
     EXPECT_EQ(8, s.setString(kUI, "A", "x"));
     EXPECT_EQ(8, s.setString(kUI, "A", ovTypes::String(L"x")));
+    // Not loaded comes first, before any check of the arguments.
+    EXPECT_EQ(8, s.setString(kUI, "A", "x\ny"));
+    EXPECT_EQ(8, s.getInt(kUI, nullptr, number));
 
     ASSERT_TRUE(recorder().drain());
     EXPECT_TRUE(recorder().changes().empty());
