@@ -13,12 +13,34 @@ namespace DPTemplate {
 
 namespace {
 
-// The most bytes of whole lines parseStream hands libxml2 at once.
+// About the most bytes parseStream hands libxml2 at once.
 const std::string::size_type MAX_STREAM_CHUNK = 16 * 1024;
 
 // libxml2 hands texts as xmlChar; ours are narrow strings of the same bytes.
 MString text(const xmlChar* value) {
     return value ? MString(reinterpret_cast<const char*>(value)) : MString();
+}
+
+// Appends to CHUNK the next piece of the current line of IN: the rest of the line with a newline
+// (a last line without one gets one as well), or, for a line longer than a piece, the next
+// piece of it without. False when the stream holds nothing more.
+bool appendLinePiece(std::istream& in, std::string& chunk) {
+    char piece[4096];
+    in.getline(piece, sizeof piece);
+    std::streamsize count = in.gcount();
+    if (in.bad() || (count == 0 && in.fail())) {
+        return false;
+    }
+    if (in.fail()) {
+        // The piece filled up before the line ended.
+        in.clear();
+        chunk.append(piece, static_cast<std::string::size_type>(count));
+        return true;
+    }
+    // The count includes the newline unless the stream ended first.
+    chunk.append(piece, static_cast<std::string::size_type>(in.eof() ? count : count - 1));
+    chunk += '\n';
+    return true;
 }
 
 SaxParser* parserOf(void* context) {
@@ -377,26 +399,23 @@ void SaxParser::parseStream(std::istream& in) {
     }
     adoptContext(context);
     try {
-        std::string line;
         std::string chunk;
-        while (!mPendingException) {
-            if (!std::getline(in, line)) {
-                if (!mPendingException) {
-                    xmlParseChunk(mpContext, nullptr, 0, 1);
-                }
-                break;
-            }
-            chunk.assign(line);
-            chunk += '\n';
+        bool ended = false;
+        while (!mPendingException && !ended) {
             // Lines the stream already holds go into the same chunk: for short lines libxml2's
             // cost per chunk outweighs the parse itself, and the events do not change. A line
-            // still to arrive is not waited for.
-            while (chunk.size() < MAX_STREAM_CHUNK && in.rdbuf()->in_avail() > 0 &&
-                   std::getline(in, line)) {
-                chunk += line;
-                chunk += '\n';
+            // still to arrive is not waited for, and a very long line goes in pieces, so that
+            // no line is ever held whole.
+            chunk.clear();
+            do {
+                ended = !appendLinePiece(in, chunk);
+            } while (!ended && chunk.size() < MAX_STREAM_CHUNK && in.rdbuf()->in_avail() > 0);
+            if (!chunk.empty()) {
+                xmlParseChunk(mpContext, chunk.data(), static_cast<int>(chunk.size()), 0);
             }
-            xmlParseChunk(mpContext, chunk.data(), static_cast<int>(chunk.size()), 0);
+            if (ended && !mPendingException) {
+                xmlParseChunk(mpContext, nullptr, 0, 1);
+            }
         }
     } catch (...) {
         // A failing stream must not leave the context behind.
