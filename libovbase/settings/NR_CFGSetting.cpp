@@ -100,32 +100,30 @@ int CFGOrvelSetting::init() {
     return 0;
 }
 
-int CFGOrvelSetting::getInt(const char* group, const char* key, int& value) {
+template <typename T, typename Get>
+int CFGOrvelSetting::lookup(const char* group, const char* key, T& value, const Get& get) {
     if (!mLoaded)
         return SETTING_NOT_LOADED;
     if (!group || !key)
         return SETTING_NOT_SUPPORTED;
     std::lock_guard<std::recursive_mutex> guard(mLock);
     bool found = false;
-    int result = mpAttrMap->getInt(key, value, &found, group);
+    T result = get(*mpAttrMap, &found);
     if (!found)
         return SETTING_KEY_ABSENT;
     value = result;
     return SETTING_OK;
 }
 
+int CFGOrvelSetting::getInt(const char* group, const char* key, int& value) {
+    return lookup(group, key, value,
+                  [&](AttrMap& map, bool* found) { return map.getInt(key, value, found, group); });
+}
+
 int CFGOrvelSetting::getString(const char* group, const char* key, ovTypes::String& value) {
-    if (!mLoaded)
-        return SETTING_NOT_LOADED;
-    if (!group || !key)
-        return SETTING_NOT_SUPPORTED;
-    std::lock_guard<std::recursive_mutex> guard(mLock);
-    bool found = false;
-    ovTypes::String result = mpAttrMap->getString(key, ovTypes::String(), &found, group);
-    if (!found)
-        return SETTING_KEY_ABSENT;
-    value = result;
-    return SETTING_OK;
+    return lookup(group, key, value, [&](AttrMap& map, bool* found) {
+        return map.getString(key, ovTypes::String(), found, group);
+    });
 }
 
 int CFGOrvelSetting::getString(const char* group, const char* key, char** value) {
@@ -133,6 +131,8 @@ int CFGOrvelSetting::getString(const char* group, const char* key, char** value)
     int rc = CFGOrvelSetting::getString(group, key, text);
     if (rc != SETTING_OK)
         return rc;
+    if (!value)
+        return SETTING_NOT_SUPPORTED;
     // One byte per character: the low byte of each code point.
     char* copy = new char[text.size() + 1];
     for (size_t i = 0; i < text.size(); ++i)
@@ -143,17 +143,8 @@ int CFGOrvelSetting::getString(const char* group, const char* key, char** value)
 }
 
 int CFGOrvelSetting::getBoolean(const char* group, const char* key, bool& value) {
-    if (!mLoaded)
-        return SETTING_NOT_LOADED;
-    if (!group || !key)
-        return SETTING_NOT_SUPPORTED;
-    std::lock_guard<std::recursive_mutex> guard(mLock);
-    bool found = false;
-    bool result = mpAttrMap->getBool(key, value, &found, group);
-    if (!found)
-        return SETTING_KEY_ABSENT;
-    value = result;
-    return SETTING_OK;
+    return lookup(group, key, value,
+                  [&](AttrMap& map, bool* found) { return map.getBool(key, value, found, group); });
 }
 
 int CFGOrvelSetting::setInt(const char* group, const char* key, int value) {

@@ -49,6 +49,10 @@ public:
     const char* path() const { return mpPath; }
 
 protected:
+    // The steps every getter shares: 8 when not loaded, 1 without group or key, 3 when GET
+    // (reading the map and setting its found flag) finds nothing; VALUE changes only on 0.
+    template <typename T, typename Get>
+    int lookup(const char* group, const char* key, T& value, const Get& get);
     // The writing path of every setter: PUT changes the map (section GROUP), the file is
     // rewritten and TEXT is announced for GROUP and KEY.
     int writeValue(const char* group, const char* key, const std::function<void(AttrMap&)>& put,

@@ -68,6 +68,7 @@ TEST_F(CFGSettingTest, ReadsTheGroupSectionAndLeavesOutputsAloneWhenAbsent) {
     EXPECT_EQ(3, s.getString(kStorage, "Greeting", text));
     EXPECT_EQ(3, s.getString(kUI, "Missing", &narrow));
     EXPECT_EQ(1, s.getInt(kUI, nullptr, number));
+    EXPECT_EQ(1, s.getString(kUI, "Greeting", static_cast<char**>(nullptr)));
     EXPECT_EQ(1, s.setInt(nullptr, "MaxSize", 1));
     EXPECT_EQ(1, s.setString(kUI, "Greeting", "two\nForged=1"));
     EXPECT_EQ(kSample, ovtest::readFile(ovtest::mainSettingsPath()));
