@@ -144,9 +144,9 @@ int OrvelSettingMgr::getCategory(ovTypes::String name) {
     } else {
         category = name;
     }
-    ovTypes::ID narrow(category);
+    // Compared wide: narrowing first would let a character above 255 pass for its low byte.
     for (int i = 0; i < GROUP_COUNT; ++i) {
-        if (narrow == kGroupNames[i])
+        if (category == ovTypes::String(ovTypes::ID(kGroupNames[i])))
             return i;
     }
     return NO_CATEGORY;

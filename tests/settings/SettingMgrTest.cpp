@@ -125,6 +125,7 @@ TEST_F(SettingMgrTest, CategoryOfDottedNames) {
         {L"Other.X.Y", 12},
         {L"OVCore.UIX.Foo", 12},
         {L"OVCore", 12},
+        {L"OVCore.U\u0149.Foo", 12}, // U+0149 is not "I", though its low byte is
         {L"", 12},
     };
     for (const auto& c : cases)
