@@ -312,6 +312,34 @@ TEST(TemplateParser, FailureInACallbackBecomesTheResultAndTheParserIsReusable) {
     EXPECT_EQ(3u, parser.getCreatedElements().size());
 }
 
+namespace {
+
+// Hands out the start of a template, then the device fails.
+class FailingBuffer : public std::streambuf {
+public:
+    FailingBuffer() : mText("<template>\n<layout id=\"a\"/>\n") {
+        setg(&mText[0], &mText[0], &mText[0] + mText.size());
+    }
+
+protected:
+    int_type underflow() override { throw std::runtime_error("device gone"); }
+
+private:
+    std::string mText;
+};
+
+} // namespace
+
+TEST(TemplateParser, AFailingStreamGivesTwoInsteadOfRaising) {
+    FailingBuffer buffer;
+    std::istream in(&buffer);
+    in.exceptions(std::ios::badbit);
+    TemplateParser parser;
+    Template target;
+    EXPECT_EQ(TemplateParser::BAD_STRUCTURE, parser.parse(in, &target));
+    EXPECT_EQ(1u, target.getLayoutCount());
+}
+
 TEST(TemplateParser, AStateTwoParseDoesNotSpoilTheNext) {
     TemplateParser parser;
     Template bad;
