@@ -15,13 +15,12 @@ inline const char* ovBaseName(const char* path) {
 
 // "{level} file:line, function()\t" followed by the message. FMT must be a string literal.
 #define OV_LOG(level, fmt, ...)                                                                    \
-    std::fprintf(stderr, "{%d} %s:%d, %s()\t" fmt, (level), ovBaseName(__FILE__), __LINE__,      \
+    std::fprintf(stderr, "{%d} %s:%d, %s()\t" fmt, (level), ovBaseName(__FILE__), __LINE__,        \
                  __func__, ##__VA_ARGS__)
 
 // "{level} file:line\t" followed by the message. FMT must be a string literal.
 #define OV_LOG_NOFUNC(level, fmt, ...)                                                             \
-    std::fprintf(stderr, "{%d} %s:%d\t" fmt, (level), ovBaseName(__FILE__), __LINE__,             \
-                 ##__VA_ARGS__)
+    std::fprintf(stderr, "{%d} %s:%d\t" fmt, (level), ovBaseName(__FILE__), __LINE__, ##__VA_ARGS__)
 
 #define OV_FNLOG_JOIN2(a, b) a##b
 #define OV_FNLOG_JOIN(a, b) OV_FNLOG_JOIN2(a, b)

@@ -26,8 +26,12 @@ std::string TempDir::file(const std::string& relative) const {
     return mPath + "/" + relative;
 }
 
-TempDeviceRoot::TempDeviceRoot() { ovplatform::setDeviceRoot(path()); }
+TempDeviceRoot::TempDeviceRoot() {
+    ovplatform::setDeviceRoot(path());
+}
 
-TempDeviceRoot::~TempDeviceRoot() { ovplatform::setDeviceRoot(""); }
+TempDeviceRoot::~TempDeviceRoot() {
+    ovplatform::setDeviceRoot("");
+}
 
 } // namespace ovtest

@@ -12,9 +12,7 @@ TEST(FnLog, NestedCallsIndentAndNumberTheirLines) {
     ovtest::StderrCapture capture;
     {
         FnLog outer(5, "a.cpp", 10, "outer");
-        {
-            FnLog inner(5, "a.cpp", 11, "inner");
-        }
+        { FnLog inner(5, "a.cpp", 11, "inner"); }
     }
     std::string one = std::to_string(first), two = std::to_string(first + 1);
     EXPECT_EQ(capture.text(), "{5} a.cpp:10, outer()\tIN : " + one + "\n" +
@@ -32,8 +30,8 @@ TEST(FnLog, LineShapesCarryTheSourceBaseName) {
     OV_LOG(3, "magic error(%c,%c)\n", 'a', 'b');
     OV_LOG_NOFUNC(2, "no function\n\n");
     std::string expected = "{3} FnLogTest.cpp:" + std::to_string(line) +
-                           ", TestBody()\tmagic error(a,b)\n" + "{2} FnLogTest.cpp:" +
-                           std::to_string(line + 1) + "\tno function\n\n";
+                           ", TestBody()\tmagic error(a,b)\n" +
+                           "{2} FnLogTest.cpp:" + std::to_string(line + 1) + "\tno function\n\n";
     EXPECT_EQ(capture.text(), expected);
 }
 
