@@ -21,6 +21,13 @@ long wideToLong(const String& text) {
 ID narrowKey(const String& line, size_t length) {
     while (length > 0 && line[length - 1] == L' ')
         --length;
+    // Keys are short: narrowed on the stack and copied once, without zero-filling an ID first.
+    char bytes[64];
+    if (length <= sizeof bytes) {
+        for (size_t i = 0; i < length; ++i)
+            bytes[i] = static_cast<char>(static_cast<uint32_t>(line[i]) & 0xFF);
+        return ID(bytes, length);
+    }
     ID key;
     key.resize(length);
     for (size_t i = 0; i < length; ++i)
