@@ -38,7 +38,12 @@ ID narrowKey(const String& line, size_t length) {
 // The key's list in KEYS, created when missing. Files are mostly written in key order, so the
 // end is the hint: a key beyond the last one goes in without a search.
 AttrMap::Values& valuesFor(AttrMap::KeyMap& keys, ID&& key) {
-    return keys.emplace_hint(keys.end(), std::move(key), AttrMap::Values())->second;
+    AttrMap::Values& values =
+        keys.emplace_hint(keys.end(), std::move(key), AttrMap::Values())->second;
+    // Most keys hold one string: room for it without the vector's general growth path.
+    if (values.empty())
+        values.reserve(1);
+    return values;
 }
 
 } // namespace
