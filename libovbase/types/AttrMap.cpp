@@ -4,6 +4,8 @@
 #include <climits>
 #include <cwchar>
 #include <ostream>
+#include <tuple>
+#include <utility>
 
 using ovTypes::ID;
 using ovTypes::String;
@@ -17,29 +19,26 @@ long wideToLong(const String& text) {
     return std::wcstol(text.c_str(), nullptr, 0);
 }
 
-// The key before "=": trailing spaces go, leading ones stay. Narrowed to bytes like any ID.
-ID narrowKey(const String& line, size_t length) {
+// The list of the key that LINE holds before "=" (LENGTH characters), created in KEYS when
+// missing. The key loses its trailing spaces (leading ones stay) and is narrowed to bytes like
+// any ID, on the stack when short, and built straight in the map's node. Files are mostly
+// written in key order, so the end is the hint: a key beyond the last one goes in unsearched.
+AttrMap::Values& valuesFor(AttrMap::KeyMap& keys, const String& line, size_t length) {
     while (length > 0 && line[length - 1] == L' ')
         --length;
-    // Keys are short: narrowed on the stack and copied once, without zero-filling an ID first.
-    char bytes[64];
-    if (length <= sizeof bytes) {
-        for (size_t i = 0; i < length; ++i)
-            bytes[i] = static_cast<char>(static_cast<uint32_t>(line[i]) & 0xFF);
-        return ID(bytes, length);
+    char small[64];
+    std::string large;
+    char* bytes = small;
+    if (length > sizeof small) {
+        large.resize(length);
+        bytes = &large[0];
     }
-    ID key;
-    key.resize(length);
     for (size_t i = 0; i < length; ++i)
-        key[i] = static_cast<char>(static_cast<uint32_t>(line[i]) & 0xFF);
-    return key;
-}
-
-// The key's list in KEYS, created when missing. Files are mostly written in key order, so the
-// end is the hint: a key beyond the last one goes in without a search.
-AttrMap::Values& valuesFor(AttrMap::KeyMap& keys, ID&& key) {
+        bytes[i] = static_cast<char>(static_cast<uint32_t>(line[i]) & 0xFF);
     AttrMap::Values& values =
-        keys.emplace_hint(keys.end(), std::move(key), AttrMap::Values())->second;
+        keys.emplace_hint(keys.end(), std::piecewise_construct,
+                          std::forward_as_tuple(bytes, length), std::forward_as_tuple())
+            ->second;
     // Most keys hold one string: room for it without the vector's general growth path.
     if (values.empty())
         values.reserve(1);
@@ -259,7 +258,7 @@ void AttrMap::loadLine(const String& line, ID& category, KeyMap*& keys) {
         ++valueStart;
     if (!keys)
         keys = &mCategories[category];
-    Values& values = valuesFor(*keys, narrowKey(line, equals));
+    Values& values = valuesFor(*keys, line, equals);
     if (!mListMode || line.find(L',', valueStart) == String::npos) {
         values.emplace_back(line.data() + valueStart, line.size() - valueStart);
         return;
