@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <climits>
 #include <random>
 #include <sstream>
@@ -120,6 +121,29 @@ TEST(AttrMapLoad, RepeatedKeysListsAndClearing) {
     std::istringstream in("[only]\n");
     list.load(in);
     EXPECT_TRUE(list.categories().empty());
+}
+
+TEST(AttrMapLoad, KeysOfAnyLengthOrderAndScript) {
+    // Keys around the length where narrowing moves off the stack, non-ASCII keys narrowed to
+    // their low bytes, and keys out of order, repeated after others.
+    const std::string k64(64, 'k'), k65(65, 'k'), k300(300, 'q');
+    AttrMap map = loaded("z=1\n" + k65 + "  =b\n" + k64 + "=a\nm\xC3\xA9=c\n\xE4\xBB\x8A=d\n" +
+                             k300 + "=e\nz=2\na=3\n",
+                         false);
+    EXPECT_EQ(values(map, "z"), (AttrMap::Values{L"1", L"2"}));
+    EXPECT_EQ(map.getString(k64), L"a");
+    EXPECT_EQ(map.getString(k65), L"b");
+    EXPECT_EQ(map.getString(k300), L"e");
+    EXPECT_EQ(map.getString("m\xE9"), L"c");
+    EXPECT_EQ(map.getString("\xCA"), L"d");
+    EXPECT_EQ(map.getString("a"), L"3");
+    ASSERT_NE(map.defaultCategory(), nullptr);
+    EXPECT_EQ(map.defaultCategory()->size(), 7u);
+    // The map stays ordered whatever order the lines came in.
+    std::vector<ID> keys;
+    for (const auto& entry : *map.defaultCategory())
+        keys.push_back(entry.first);
+    EXPECT_TRUE(std::is_sorted(keys.begin(), keys.end()));
 }
 
 TEST(AttrMapLoad, AnyBytesAreAccepted) {
