@@ -4,8 +4,8 @@ namespace DPTemplate {
 
 namespace {
 
-template <class Iterator>
-const MString& firstNamed(Iterator begin, Iterator end, const MString& name) {
+template <class Iterator, class Name>
+const MString& firstNamed(Iterator begin, Iterator end, const Name& name) {
     static const MString empty;
     for (Iterator it = begin; it != end; ++it) {
         if (it->mName == name) {
@@ -22,6 +22,10 @@ const MString& AttributeList::getAttribute(const MString& name) const {
 }
 
 const MString& AttributeVector::getAttribute(const MString& name) const {
+    return firstNamed(mAttributes.begin(), mAttributes.end(), name);
+}
+
+const MString& AttributeVector::getAttribute(const char* name) const {
     return firstNamed(mAttributes.begin(), mAttributes.end(), name);
 }
 

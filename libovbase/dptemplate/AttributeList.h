@@ -53,6 +53,8 @@ public:
 
     // As AttributeList::getAttribute: the first of that name, "" when there is none.
     const MString& getAttribute(const MString& name) const;
+    // The same without making a string of a literal name.
+    const MString& getAttribute(const char* name) const;
 
     unsigned int size() const { return static_cast<unsigned int>(mAttributes.size()); }
     bool empty() const { return mAttributes.empty(); }

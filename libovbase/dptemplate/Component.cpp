@@ -17,21 +17,38 @@ const MString& Component::getTypeName() const {
 
 void Component::setAttributes(const AttributeList& attributes) {
     mAttributes.assign(attributes);
-    mColSpan = spanOf("col-span");
-    mRowSpan = spanOf("row-span");
+    // Both spans in one pass over the pairs; the first attribute of each name counts.
+    const MString* colSpan = nullptr;
+    const MString* rowSpan = nullptr;
+    for (const Attribute& attribute : mAttributes) {
+        // Both names have eight letters: most attributes are passed over on their length.
+        const MString& name = attribute.mName;
+        if (name.size() != 8) {
+            continue;
+        }
+        if (!colSpan && name.compare(0, 8, "col-span", 8) == 0) {
+            colSpan = &attribute.mValue;
+        } else if (!rowSpan && name.compare(0, 8, "row-span", 8) == 0) {
+            rowSpan = &attribute.mValue;
+        }
+    }
+    mColSpan = spanOf(colSpan);
+    mRowSpan = spanOf(rowSpan);
 }
 
-int Component::spanOf(const char* name) const {
+int Component::spanOf(const MString* value) {
     // The leading digits, read by hand: a stream extraction per attribute is the costliest step
     // of building a component. More than four digits is no span a screen could show.
-    const MString& value = getAttribute(name);
+    if (!value) {
+        return 1;
+    }
     int span = 0;
     std::string::size_type digits = 0;
-    for (; digits < value.size() && MString::isDigit(value[digits]); ++digits) {
+    for (; digits < value->size() && MString::isDigit((*value)[digits]); ++digits) {
         if (digits == 4) {
             return 1;
         }
-        span = span * 10 + (value[digits] - '0');
+        span = span * 10 + ((*value)[digits] - '0');
     }
     return span > 0 ? span : 1;
 }

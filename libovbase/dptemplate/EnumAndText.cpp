@@ -1,5 +1,7 @@
 #include "dptemplate/EnumAndText.h"
 
+#include <cstring>
+
 namespace DPTemplate {
 
 EnumAndText::EnumAndText(const MString& text, int defaultValue) : mDefault(defaultValue) {
@@ -28,7 +30,8 @@ EnumAndText::EnumAndText(const char* const* texts, unsigned int count, int defau
 int EnumAndText::lookUpValue(const MString& name) const {
     for (std::vector<MString>::size_type i = 1; i < mEntries.size(); ++i) {
         const MString& entry = mEntries[i];
-        if (entry.size() == name.size() && entry.compare(0, entry.size(), name) == 0) {
+        if (entry.size() == name.size() &&
+            std::memcmp(entry.data(), name.data(), name.size()) == 0) {
             return static_cast<int>(i);
         }
     }

@@ -56,7 +56,13 @@ public:
     const MString& getBasedOn() const { return mAttributes.getAttribute("based-on"); }
 
     // Takes ownership.
-    void addStyle(Style* style) { mStyles.push_back(std::unique_ptr<Style>(style)); }
+    void addStyle(Style* style) {
+        // A sheet usually holds many styles: skip the smallest steps of the vector's growth.
+        if (mStyles.empty()) {
+            mStyles.reserve(8);
+        }
+        mStyles.push_back(std::unique_ptr<Style>(style));
+    }
     unsigned int getStyleCount() const { return static_cast<unsigned int>(mStyles.size()); }
     Style* getStyle(unsigned int index) const { return mStyles[index].get(); }
 
