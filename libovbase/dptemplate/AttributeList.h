@@ -5,6 +5,7 @@
 #include "types/MString.h"
 
 #include <deque>
+#include <iterator>
 #include <vector>
 
 namespace DPTemplate {
@@ -20,6 +21,7 @@ struct Attribute {
 
 class AttributeList {
 public:
+    typedef std::deque<Attribute>::iterator iterator;
     typedef std::deque<Attribute>::const_iterator const_iterator;
 
     void add(const MString& name, const MString& value) { mAttributes.emplace_back(name, value); }
@@ -36,6 +38,9 @@ public:
     const Attribute& operator[](unsigned int index) const { return mAttributes[index]; }
     const_iterator begin() const { return mAttributes.begin(); }
     const_iterator end() const { return mAttributes.end(); }
+    // For a reader that takes the pairs' texts over instead of copying them.
+    iterator begin() { return mAttributes.begin(); }
+    iterator end() { return mAttributes.end(); }
 
 private:
     std::deque<Attribute> mAttributes;
@@ -49,6 +54,11 @@ public:
 
     void assign(const AttributeList& attributes) {
         mAttributes.assign(attributes.begin(), attributes.end());
+    }
+    // Takes the texts over; ATTRIBUTES keeps its pairs with their texts emptied.
+    void assign(AttributeList&& attributes) {
+        mAttributes.assign(std::make_move_iterator(attributes.begin()),
+                           std::make_move_iterator(attributes.end()));
     }
 
     // As AttributeList::getAttribute: the first of that name, "" when there is none.

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <cstdint>
+#include <utility>
 
 namespace DPTemplate {
 
@@ -17,6 +18,15 @@ const MString& Component::getTypeName() const {
 
 void Component::setAttributes(const AttributeList& attributes) {
     mAttributes.assign(attributes);
+    readSpans();
+}
+
+void Component::setAttributes(AttributeList&& attributes) {
+    mAttributes.assign(std::move(attributes));
+    readSpans();
+}
+
+void Component::readSpans() {
     // Both spans in one pass over the pairs; the first attribute of each name counts.
     const MString* colSpan = nullptr;
     const MString* rowSpan = nullptr;

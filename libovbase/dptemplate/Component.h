@@ -51,6 +51,8 @@ public:
     const MString& getTypeName() const override;
     // Keeps the whole list; later readers ask for any name.
     void setAttributes(const AttributeList& attributes) override;
+    // The same, taking the texts over from a list that is refilled anyway.
+    void setAttributes(AttributeList&& attributes);
     bool isContainer() const override { return false; }
 
     const AttributeVector& getAttributes() const { return mAttributes; }
@@ -70,6 +72,7 @@ public:
     int getRowSpan() const { return mRowSpan; }
 
 private:
+    void readSpans();
     static int spanOf(const MString* value);
 
     int mType;

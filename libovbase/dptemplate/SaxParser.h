@@ -129,6 +129,13 @@ protected:
 
     bool hasPendingException() const { return static_cast<bool>(mPendingException); }
 
+    // The list handed to onStartElement is this parser's own and is refilled at the next start
+    // tag, so a subclass may take its texts over: the same list, writable, when ATTRIBUTES is
+    // that list; null for any other.
+    AttributeList* reusableAttributes(const AttributeList& attributes) {
+        return &attributes == &mStartTagAttributes ? &mStartTagAttributes : nullptr;
+    }
+
     _xmlParserCtxt* mpContext;
 
 private:

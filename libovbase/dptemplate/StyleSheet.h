@@ -8,6 +8,7 @@
 #include "types/MString.h"
 
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace DPTemplate {
@@ -16,6 +17,7 @@ namespace DPTemplate {
 class Border {
 public:
     void setAttributes(const AttributeList& attributes) { mAttributes.assign(attributes); }
+    void setAttributes(AttributeList&& attributes) { mAttributes.assign(std::move(attributes)); }
     const AttributeVector& getAttributes() const { return mAttributes; }
 
     const MString& getColor() const { return mAttributes.getAttribute("color"); }
@@ -30,6 +32,7 @@ private:
 class Style {
 public:
     void setAttributes(const AttributeList& attributes) { mAttributes.assign(attributes); }
+    void setAttributes(AttributeList&& attributes) { mAttributes.assign(std::move(attributes)); }
     const AttributeVector& getAttributes() const { return mAttributes; }
 
     const MString& getSelector() const { return mAttributes.getAttribute("selector"); }
@@ -51,6 +54,7 @@ public:
     StyleSheet() : mpBase(nullptr) {}
 
     void setAttributes(const AttributeList& attributes) { mAttributes.assign(attributes); }
+    void setAttributes(AttributeList&& attributes) { mAttributes.assign(std::move(attributes)); }
     const AttributeVector& getAttributes() const { return mAttributes; }
     const MString& getId() const { return mAttributes.getAttribute("id"); }
     const MString& getBasedOn() const { return mAttributes.getAttribute("based-on"); }

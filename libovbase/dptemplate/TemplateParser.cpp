@@ -5,12 +5,24 @@
 #include "dptemplate/Template.h"
 
 #include <memory>
+#include <utility>
 
 namespace DPTemplate {
 
 const char* const TemplateParser::ELEM_TYPE_TRANS_STRING =
     "template layout stylesheet row col box scroller image text spacer style border";
 const EnumAndText TemplateParser::mTransType(ELEM_TYPE_TRANS_STRING, -1);
+
+template <class Object>
+void TemplateParser::giveAttributes(Object* object, const AttributeList& attributes) {
+    // The texts of the SAX layer's own list are moved rather than copied: it is refilled at the
+    // next start tag, and nothing reads it after the object is given its attributes.
+    if (AttributeList* reusable = reusableAttributes(attributes)) {
+        object->setAttributes(std::move(*reusable));
+    } else {
+        object->setAttributes(attributes);
+    }
+}
 
 TemplateParser::TemplateParser() : SaxParser(false), mpTemplate(nullptr), mErrorState(OK) {}
 
@@ -96,13 +108,13 @@ void TemplateParser::onTemplate(int element, const AttributeList& attributes) {
     if (element == LAYOUT) {
         Layout* layout = new Layout;
         target->addLayout(layout);
-        layout->setAttributes(attributes);
+        giveAttributes(layout, attributes);
         Element entry(static_cast<Container*>(layout), Element::CONTAINER);
         pushElement(entry);
     } else if (element == STYLESHEET) {
         StyleSheet* sheet = new StyleSheet;
         target->addStyleSheet(sheet);
-        sheet->setAttributes(attributes);
+        giveAttributes(sheet, attributes);
         Element entry(sheet, Element::STYLESHEET);
         pushElement(entry);
     } else {
@@ -118,7 +130,7 @@ void TemplateParser::onStyleSheet(int element, const AttributeList& attributes) 
     StyleSheet* sheet = static_cast<StyleSheet*>(mElementStack.back().mpObject);
     Style* style = new Style;
     sheet->addStyle(style);
-    style->setAttributes(attributes);
+    giveAttributes(style, attributes);
     Element entry(style, Element::STYLE);
     pushElement(entry);
 }
@@ -131,7 +143,7 @@ void TemplateParser::onStyle(int element, const AttributeList& attributes) {
     Style* style = static_cast<Style*>(mElementStack.back().mpObject);
     Border* border = new Border;
     style->setBorder(border);
-    border->setAttributes(attributes);
+    giveAttributes(border, attributes);
     Element entry(border, Element::BORDER);
     pushElement(entry);
 }
@@ -150,7 +162,7 @@ void TemplateParser::onContainer(int element, const AttributeList& attributes) {
     Component* component = onComponent(element);
     if (component) {
         container->setComponent(component);
-        component->setAttributes(attributes);
+        giveAttributes(component, attributes);
     }
 }
 
@@ -159,7 +171,7 @@ void TemplateParser::onSequence(int element, const AttributeList& attributes) {
     Component* component = onComponent(element);
     if (component) {
         sequence->addComponent(component);
-        component->setAttributes(attributes);
+        giveAttributes(component, attributes);
     }
 }
 

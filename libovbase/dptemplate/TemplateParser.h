@@ -98,6 +98,9 @@ protected:
     void pushElement(Element& element);
 
 private:
+    // OBJECT->setAttributes(ATTRIBUTES), moving the texts where the list allows it.
+    template <class Object> void giveAttributes(Object* object, const AttributeList& attributes);
+
     std::deque<Element> mElementStack;
     std::vector<Element> mCreatedElements;
     Template* mpTemplate;

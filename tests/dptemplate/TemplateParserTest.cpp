@@ -11,6 +11,7 @@
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 using namespace DPTemplate;
 
@@ -381,4 +382,79 @@ TEST(Component, SpansDefaultToOneUnlessPositiveDigits) {
     attributes.add("row-span", "4rows");
     text.setAttributes(attributes);
     EXPECT_EQ(4, text.getRowSpan());
+}
+
+namespace {
+
+// "name=value ..." of every pair, in the order kept.
+std::string pairsOf(const AttributeVector& attributes) {
+    std::string out;
+    for (const Attribute& attribute : attributes) {
+        out += attribute.mName + "=" + attribute.mValue + " ";
+    }
+    return out;
+}
+
+} // namespace
+
+// The parser hands each object the texts of its start tag without copying them; every kind of
+// object, wherever it stands, must still end up with all its pairs, in order.
+TEST(TemplateParser, EveryObjectKeepsEveryPairOfItsTag) {
+    const std::string font = "bold 12pt/14pt Arial, 'Times New Roman', a name long enough";
+    Template target;
+    ASSERT_EQ(0, parseText("<template>\n"
+                           "<stylesheet id=\"s\" based-on=\"\">\n"
+                           "  <style selector=\"c\" font=\"" +
+                               font +
+                               "\">\n"
+                               "    <border color=\"red\" width=\"1\"/>\n"
+                               "  </style>\n"
+                               "</stylesheet>\n"
+                               "<layout id=\"l\" stylesheet=\"s\">\n"
+                               "  <box id=\"b\" col-span=\"2\"><text id=\"t\"/></box>\n"
+                               "  <row><image id=\"i\" alt-image=\"" +
+                               font +
+                               "\" row-span=\"3\"/></row>\n"
+                               "</layout>\n"
+                               "</template>\n",
+                           target));
+    ASSERT_EQ(1u, target.getStyleSheetCount());
+    StyleSheet* sheet = target.getStyleSheet(0);
+    EXPECT_EQ("id=s based-on= ", pairsOf(sheet->getAttributes()));
+    ASSERT_EQ(1u, sheet->getStyleCount());
+    EXPECT_EQ("selector=c font=" + font + " ", pairsOf(sheet->getStyle(0)->getAttributes()));
+    ASSERT_NE(nullptr, sheet->getStyle(0)->getBorder());
+    EXPECT_EQ("color=red width=1 ", pairsOf(sheet->getStyle(0)->getBorder()->getAttributes()));
+
+    ASSERT_EQ(1u, target.getLayoutCount());
+    Layout* layout = target.getLayout(0);
+    EXPECT_EQ("id=l stylesheet=s ", pairsOf(layout->getAttributes()));
+    EXPECT_EQ(sheet, layout->getStyleSheet());
+    ASSERT_EQ(2u, layout->getSequenceCount());
+    Component* box = layout->getSequence(0)->getComponent(0);
+    EXPECT_EQ("id=b col-span=2 ", pairsOf(box->getAttributes()));
+    EXPECT_EQ(2, box->getColSpan());
+    Component* text = onlyComponentOf(static_cast<Container&>(*box));
+    ASSERT_NE(nullptr, text);
+    EXPECT_EQ("t", text->getId());
+    Component* image = layout->getSequence(1)->getComponent(0);
+    EXPECT_EQ(font, static_cast<Content*>(image)->getAltImage());
+    EXPECT_EQ(3, image->getRowSpan());
+}
+
+// A list given by value and one given to be taken over leave the component the same.
+TEST(Component, TakingAListOverKeepsWhatACopyKeeps) {
+    AttributeList attributes;
+    attributes.add("row-span", "2");
+    attributes.add("model-property", "a property name longer than a short string");
+    attributes.add("row-span", "7");
+    attributes.add("col-span", "3");
+    Content copied(Component::TEXT);
+    copied.setAttributes(attributes);
+    Content taken(Component::TEXT);
+    taken.setAttributes(std::move(attributes));
+    EXPECT_EQ(pairsOf(copied.getAttributes()), pairsOf(taken.getAttributes()));
+    EXPECT_EQ("a property name longer than a short string", taken.getModelProperty());
+    EXPECT_EQ(2, taken.getRowSpan());
+    EXPECT_EQ(3, taken.getColSpan());
 }
