@@ -81,6 +81,7 @@ void OV_EventAndStatusFacade::subscribe(const std::string& topic, OV_EventHandle
         return;
     }
     OV_LOG(5, "subscribe: check if subscription map has an entry for this eventType.\n\n");
+    std::unique_lock<std::mutex> lock(mMapMutex);
     SubscriptionMap::iterator it = mSubscriptionMap.find(topic);
     if (it != mSubscriptionMap.end()) {
         OV_LOG(5, "add event handler to the event handler list.check for duplicates.\n\n");
@@ -93,26 +94,39 @@ void OV_EventAndStatusFacade::subscribe(const std::string& topic, OV_EventHandle
     } else {
         OV_LOG(5, "There is no entry for this event type. Create an entry and subscribe with "
                   "adapter for this eventType.\n\n");
+        lock.unlock();
         mpAdapter->subscribe(topic);
-        mSubscriptionMap.insert(SubscriptionMap::value_type(topic, HandlerList(1, handler)));
+        lock.lock();
+        // Another thread may have made the entry meanwhile; join it rather than replace it.
+        HandlerList& handlers = mSubscriptionMap[topic];
+        if (!alreadySubscribed(handler, &handlers))
+            handlers.push_back(handler);
     }
     OV_LOG(5, "The subscription map has %d handlers for this event.\n\n",
            static_cast<int>(mSubscriptionMap[topic].size()));
+    lock.unlock();
     OV_LOG(5, "[EventFacade]subscribe: exiting.\n\n");
 }
 
 void OV_EventAndStatusFacade::unsubscribe(const std::string& topic, OV_EventHandler* handler) {
     OV_LOG(5, "unsubscribe: Entered.\n\n");
-    SubscriptionMap::iterator it = mSubscriptionMap.find(topic);
-    if (it != mSubscriptionMap.end()) {
-        // Only a sole handler is ever removed: the copy is dropped when others remain.
-        HandlerList remaining = it->second;
-        deleteHandler(handler, &remaining);
-        if (remaining.empty()) {
-            mpAdapter->unsubscribe(topic);
-            mSubscriptionMap.erase(it);
-            OV_LOG(5, "unsubscribe: No more handlers of this event type. Removing list.\n\n");
+    bool lastHandler = false;
+    {
+        std::lock_guard<std::mutex> lock(mMapMutex);
+        SubscriptionMap::iterator it = mSubscriptionMap.find(topic);
+        if (it != mSubscriptionMap.end()) {
+            // Only a sole handler is ever removed: the copy is dropped when others remain.
+            HandlerList remaining = it->second;
+            deleteHandler(handler, &remaining);
+            lastHandler = remaining.empty();
+            if (lastHandler)
+                mSubscriptionMap.erase(it);
         }
+    }
+    // Outside the lock: the bus may wait here for a delivery that is running a handler.
+    if (lastHandler) {
+        mpAdapter->unsubscribe(topic);
+        OV_LOG(5, "unsubscribe: No more handlers of this event type. Removing list.\n\n");
     }
     OV_LOG(5, "unsubscribe: Exiting.\n\n");
 }
@@ -140,13 +154,17 @@ void OV_EventAndStatusFacade::deleteHandler(OV_EventHandler* handler, HandlerLis
 
 void OV_EventAndStatusFacade::handleEvent(OV_Event& event) {
     OV_LOG(5, "[EventFacade] handleEvent: Event type = %s\n\n", event.mEventType.c_str());
-    SubscriptionMap::iterator it = mSubscriptionMap.find(event.mEventType);
-    if (it == mSubscriptionMap.end()) {
-        OV_LOG(5, "handleEvent: Subscription map is empty!!!! \n\n");
-        return;
+    HandlerList handlers;
+    {
+        std::lock_guard<std::mutex> lock(mMapMutex);
+        SubscriptionMap::iterator it = mSubscriptionMap.find(event.mEventType);
+        if (it == mSubscriptionMap.end()) {
+            OV_LOG(5, "handleEvent: Subscription map is empty!!!! \n\n");
+            return;
+        }
+        // Handlers may subscribe, unsubscribe or delete themselves while called: walk a copy.
+        handlers = it->second;
     }
-    // Handlers may subscribe, unsubscribe or delete themselves while called: walk a copy.
-    HandlerList handlers = it->second;
     OV_LOG(5, "handleEvent: Found handler list. Iterate thru list and call each handler.\n\n");
     handleEventExecLoop(event, &handlers);
 }

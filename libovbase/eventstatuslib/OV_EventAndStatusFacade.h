@@ -5,8 +5,11 @@
 //
 // Local handlers never receive a published event directly: they get it when the platform
 // delivers it back through notify(). Dispatch runs on the delivering thread (the bus's
-// delivery thread or the Qt event loop) over a copy of the handler list, and takes no lock:
-// subscribe and unsubscribe belong on the thread that delivers.
+// delivery thread or the Qt event loop) over a copy of the handler list. On a host the bus
+// delivers on a thread of its own, so the map is guarded by a plain mutex held only while it
+// is read or changed: never across a handler or an adapter call, so a handler may subscribe
+// and the bus may wait for a delivery without deadlock. A handler must still outlive its
+// registration; that part stays with the components.
 #ifndef OVBASE_EVENTSTATUSLIB_OV_EVENTANDSTATUSFACADE_H
 #define OVBASE_EVENTSTATUSLIB_OV_EVENTANDSTATUSFACADE_H
 
@@ -14,6 +17,7 @@
 
 #include <list>
 #include <map>
+#include <mutex>
 #include <string>
 
 class OV_EventAndStatusFacade : public OV_EventPublisher,
@@ -75,6 +79,7 @@ private:
     bool alreadySubscribed(OV_EventHandler* handler, HandlerList* handlers);
     void deleteHandler(OV_EventHandler* handler, HandlerList* handlers);
 
+    std::mutex mMapMutex; // guards mSubscriptionMap only
     SubscriptionMap mSubscriptionMap;
     OV_EventStatusAdapter* mpAdapter;
 

@@ -1,6 +1,11 @@
 // Base of every subscriber: registers with the facade for one topic for as long as it lives.
 // It keeps a reference to the topic, so the topic string must outlive the handler (topics
 // are program-lifetime constants).
+//
+// Registration happens in this constructor. Where events arrive on another thread (the bus's
+// delivery thread on a host), handleEvent may run before a derived constructor has finished:
+// make such handlers while no event of their topic can arrive, or keep their state ready
+// before the base is built.
 #ifndef OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
 #define OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
 
