@@ -13,7 +13,7 @@ namespace DPTemplate {
 
 namespace {
 
-// About the most bytes parseStream hands libxml2 at once.
+// The most bytes parseStream hands libxml2 at once.
 const std::string::size_type MAX_STREAM_CHUNK = 16 * 1024;
 
 // libxml2 hands texts as xmlChar; ours are narrow strings of the same bytes.
@@ -399,19 +399,28 @@ void SaxParser::parseStream(std::istream& in) {
     }
     adoptContext(context);
     try {
+        // What the stream already holds goes to libxml2 in blocks, however they cut its lines:
+        // libxml2's cost per chunk outweighs the parse of a short line, and the events do not
+        // depend on the cut. Only when the stream holds nothing yet is a line waited for, read
+        // in pieces so that no line is ever held whole. The text ends in a newline when it
+        // reaches libxml2, as it would read line by line.
         std::string chunk;
+        char last = '\n';
         bool ended = false;
         while (!mPendingException && !ended) {
-            // Lines the stream already holds go into the same chunk: for short lines libxml2's
-            // cost per chunk outweighs the parse itself, and the events do not change. A line
-            // still to arrive is not waited for, and a very long line goes in pieces, so that
-            // no line is ever held whole.
-            chunk.clear();
-            do {
+            chunk.resize(MAX_STREAM_CHUNK);
+            std::streamsize count =
+                in.readsome(&chunk[0], static_cast<std::streamsize>(chunk.size()));
+            chunk.resize(count > 0 ? static_cast<std::string::size_type>(count) : 0);
+            if (chunk.empty()) {
                 ended = !appendLinePiece(in, chunk);
-            } while (!ended && chunk.size() < MAX_STREAM_CHUNK && in.rdbuf()->in_avail() > 0);
+                if (ended && last != '\n') {
+                    chunk = "\n";
+                }
+            }
             if (!chunk.empty()) {
                 xmlParseChunk(mpContext, chunk.data(), static_cast<int>(chunk.size()), 0);
+                last = chunk.back();
             }
             if (ended && !mPendingException) {
                 xmlParseChunk(mpContext, nullptr, 0, 1);

@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -291,5 +292,58 @@ TEST(SaxParser, StreamEventsDoNotDependOnWhereLinesAreCut) {
                 EXPECT_EQ(fromMemory.mEvents, fromStream.mEvents) << length;
             }
         }
+    }
+}
+
+namespace {
+
+// Hands out the text in bursts of a fixed size, each ready at once, as a pipe that is written
+// in blocks would: the stream path then mixes bytes taken as they are ready with lines waited for.
+class BurstBuffer : public std::streambuf {
+public:
+    BurstBuffer(const std::string& text, std::string::size_type burst)
+        : mText(text), mBurst(burst), mNext(0) {}
+
+protected:
+    int_type underflow() override {
+        if (mNext >= mText.size()) {
+            return traits_type::eof();
+        }
+        char* begin = &mText[mNext];
+        mNext = std::min(mText.size(), mNext + mBurst);
+        setg(begin, begin, &mText[0] + mNext);
+        return traits_type::to_int_type(*begin);
+    }
+
+private:
+    std::string mText;
+    std::string::size_type mBurst;
+    std::string::size_type mNext;
+};
+
+} // namespace
+
+TEST(SaxParser, StreamEventsDoNotDependOnHowTheBytesArrive) {
+    // More than one block of the stream path, with cuts falling inside tags, attribute values,
+    // references and text, and a last line without a newline.
+    std::string text = "<?xml version=\"1.0\"?>\n<r>\n";
+    for (int i = 0; text.size() < 40 * 1024; ++i) {
+        text += "  <leaf n=\"" + std::to_string(i) + "\" v=\"a value &amp; more\">text " +
+                std::to_string(i) + " &lt;here&gt;</leaf><!--c--><e/>\n";
+    }
+    text += "</r>";
+    RecordingParser fromMemory;
+    parseAlong(Path::Memory, fromMemory, text);
+    ASSERT_TRUE(fromMemory.mErrors.empty());
+    RecordingParser fromStream;
+    parseAlong(Path::Stream, fromStream, text);
+    EXPECT_EQ(fromMemory.mEvents, fromStream.mEvents);
+    for (std::string::size_type burst : {7u, 4096u, 16385u}) {
+        BurstBuffer buffer(text, burst);
+        std::istream in(&buffer);
+        RecordingParser fromBursts;
+        fromBursts.parseStream(in);
+        EXPECT_EQ(fromMemory.mEvents, fromBursts.mEvents) << burst;
+        EXPECT_TRUE(fromBursts.mErrors.empty()) << burst;
     }
 }
