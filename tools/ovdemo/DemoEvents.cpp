@@ -76,7 +76,7 @@ bool waitForAll(const std::vector<DemoHandler*>& handlers, int count) {
 } // namespace
 
 bool demoEvents() {
-    std::printf("\n== Events and device status\n");
+    std::printf("\n== events and device status ==\n");
     if (!QCoreApplication::instance()) {
         static int argc = 1;
         static char name[] = "ovdemo";

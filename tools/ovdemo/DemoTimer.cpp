@@ -35,7 +35,7 @@ struct DemoHandler : IHandler {
 } // namespace
 
 bool demoTimer() {
-    std::printf("\n== timers\n");
+    std::printf("\n== timers ==\n");
     static Firing firing; // outlives the handler even if the timer were late
     auto start = std::chrono::steady_clock::now();
     int added = TimerMgr::addTimer(3, new DemoHandler(&firing, pthread_self()));

@@ -2,7 +2,6 @@
 // device root. The library's own diagnostics go to a log file whose path is printed.
 #include "Demo.h"
 #include "OVPlatform.h"
-#include "types/FnLog.h"
 
 #include <cstdio>
 #include <string>
@@ -20,16 +19,12 @@ int main(int argc, char** argv) {
         std::printf("cannot open the log file\n");
         return 1;
     }
-    {
-        OV_FNLOG(5);
-        std::printf("traced one call into the log\n");
-    }
-    if (!demoAttrMap()) {
-        return 1;
-    }
-    bool ok = demoSettings(root);
+    bool ok = demoAttrMap();
+    ok = demoSettings(root) && ok;
     ok = demoTemplate() && ok;
     ok = demoEvents() && ok;
     ok = demoTimer() && ok;
+    std::printf("\n%s\n", ok ? "every step went as expected"
+                             : "a step did not go as expected; see above and the log");
     return ok ? 0 : 1;
 }
