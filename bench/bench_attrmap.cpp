@@ -5,7 +5,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <sstream>
 #include <string>
 
@@ -152,15 +151,3 @@ BENCHMARK(BM_AttrMapLoadSettings)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AttrMapLoadSettingsListMode)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char** argv) {
-    // The library's diagnostics would only measure the terminal.
-    if (!std::freopen("/dev/null", "w", stderr))
-        return 1;
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}

@@ -6,7 +6,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -45,8 +44,6 @@ public:
                 out << "Setting" << i << "=" << (i % 2 ? "some text value " : "") << i * 37 << "\n";
         }
         out.close();
-        // Library diagnostics (one line per write) would swamp the report.
-        std::freopen("/dev/null", "w", stderr);
         mSource = std::make_unique<CFGOrvelSetting>(mPath.c_str());
     }
     ~SettingsFixture() {
@@ -90,5 +87,3 @@ void BM_SetIntRewritesFile(benchmark::State& state) {
 BENCHMARK(BM_SetIntRewritesFile)->Unit(benchmark::kMicrosecond);
 
 } // namespace
-
-BENCHMARK_MAIN();

@@ -160,5 +160,3 @@ void BM_CSSFontDecode(benchmark::State& state) {
 BENCHMARK(BM_CSSFontDecode);
 
 } // namespace
-
-BENCHMARK_MAIN();

@@ -74,5 +74,3 @@ void BM_SharedPtrCopy(benchmark::State& state) {
 BENCHMARK(BM_SharedPtrCopy);
 
 } // namespace
-
-BENCHMARK_MAIN();

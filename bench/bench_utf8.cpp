@@ -4,7 +4,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdio>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -137,14 +136,3 @@ BENCHMARK(BM_StdGetline)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LineWriterWrite)->Unit(benchmark::kMillisecond);
 
 } // namespace
-
-int main(int argc, char** argv) {
-    if (!std::freopen("/dev/null", "w", stderr))
-        return 1;
-    benchmark::Initialize(&argc, argv);
-    if (benchmark::ReportUnrecognizedArguments(argc, argv))
-        return 1;
-    benchmark::RunSpecifiedBenchmarks();
-    benchmark::Shutdown();
-    return 0;
-}
