@@ -1,6 +1,7 @@
 #include "eventstatuslib/OV_WBEventStatusAdapter.h"
 
 #include "eventstatuslib/OV_Event.h"
+#include "settings/NR_SettingMgr.h"
 #include "types/FnLog.h"
 
 #include "ES_EventPublisher.h"
@@ -545,7 +546,26 @@ int OV_WBEventStatusAdapter::getUserActivityStatus(OV_USER_ACTIVITY_STATUS& stat
     return 0;
 }
 
+namespace {
+
+// The number stored in the settings (OVCore.System / MSISDN); non-zero when there is none.
+int getMsisdnFromSetting(ovTypes::String& msisdn) {
+    OV_LOG(5, "getMSISDN: trying to read the value from CFG file...\n\n");
+    ovTypes::String value;
+    if (OrvelSettingMgr::getSettingMgrInstance()->getString(OrvelSettingMgr::GROUP_SYSTEM, "MSISDN",
+                                                            value) != 0)
+        return 1;
+    msisdn = value;
+    OV_LOG(5, "getMSISDN: using the MSISDN value: %s of Orvel CFG file\n\n",
+           ovTypes::ID(value).c_str());
+    return 0;
+}
+
+} // namespace
+
 int OV_WBEventStatusAdapter::getMSISDN(ovTypes::String& msisdn) {
+    if (getMsisdnFromSetting(msisdn) == 0)
+        return 0;
     return getMsisdnFromTAPI(msisdn);
 }
 
