@@ -67,7 +67,7 @@ void printIndented(const std::string& text) {
 } // namespace
 
 bool demoSettings(const std::string&) {
-    std::printf("\n== Settings ==\n");
+    std::printf("\n== settings ==\n");
     const std::string path = ovplatform::devicePath(OrvelSettingMgr::SETTING_FILE);
     if (!std::filesystem::exists(path)) {
         std::filesystem::create_directories(std::filesystem::path(path).parent_path());
