@@ -1,6 +1,7 @@
 #include "dptemplate/SaxParser.h"
 
 #include "EngineOutput.h"
+#include "FailingBuffer.h"
 #include "support/Files.h"
 #include "support/StderrCapture.h"
 #include "support/TempDir.h"
@@ -245,27 +246,9 @@ TEST(SaxParser, EntityHookOnlyWhenAskedFor) {
     EXPECT_EQ(0, withoutHook.mEntityLookUps);
 }
 
-namespace {
-
-// A stream buffer that hands out a few bytes and then fails hard.
-class FailingBuffer : public std::streambuf {
-public:
-    FailingBuffer() : mText("<root>\n<a/>\n") {
-        setg(&mText[0], &mText[0], &mText[0] + mText.size());
-    }
-
-protected:
-    int_type underflow() override { throw std::runtime_error("device gone"); }
-
-private:
-    std::string mText;
-};
-
-} // namespace
-
 TEST(SaxParser, StreamFailureReleasesTheContext) {
     RecordingParser parser;
-    FailingBuffer buffer;
+    FailingBuffer buffer("<root>\n<a/>\n");
     std::istream in(&buffer);
     in.exceptions(std::ios::badbit);
     EXPECT_THROW(parser.parseStream(in), std::exception);

@@ -4,6 +4,7 @@
 #include "dptemplate/Template.h"
 
 #include "EngineOutput.h"
+#include "FailingBuffer.h"
 #include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>
@@ -313,26 +314,8 @@ TEST(TemplateParser, FailureInACallbackBecomesTheResultAndTheParserIsReusable) {
     EXPECT_EQ(3u, parser.getCreatedElements().size());
 }
 
-namespace {
-
-// Hands out the start of a template, then the device fails.
-class FailingBuffer : public std::streambuf {
-public:
-    FailingBuffer() : mText("<template>\n<layout id=\"a\"/>\n") {
-        setg(&mText[0], &mText[0], &mText[0] + mText.size());
-    }
-
-protected:
-    int_type underflow() override { throw std::runtime_error("device gone"); }
-
-private:
-    std::string mText;
-};
-
-} // namespace
-
 TEST(TemplateParser, AFailingStreamGivesTwoInsteadOfRaising) {
-    FailingBuffer buffer;
+    FailingBuffer buffer("<template>\n<layout id=\"a\"/>\n");
     std::istream in(&buffer);
     in.exceptions(std::ios::badbit);
     TemplateParser parser;
