@@ -3,6 +3,8 @@
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "settings/NR_Setting.h"
 
+#include <cstdint>
+
 namespace settingstest {
 
 const char* const kMarker = "marker";
@@ -20,7 +22,9 @@ void SettingRecorder::handleEvent(OV_Event& e) {
     // Everything under the lock, so that a waiter that returns may free the recorder at once.
     std::lock_guard<std::mutex> guard(mLock);
     if (change.name == kMarker) {
-        ++mMarkersSeen;
+        // Markers of other recorders pass by too; only this recorder's own count.
+        if (change.value == markerText(mMarkersSent))
+            mMarkerBack = true;
     } else {
         mChanges.push_back(change);
         if (onChange)
@@ -34,14 +38,19 @@ bool SettingRecorder::waitUntil(const std::function<bool()>& ready) {
     return mChanged.wait_for(guard, kTimeout, ready);
 }
 
+std::string SettingRecorder::markerText(int number) const {
+    return std::to_string(reinterpret_cast<uintptr_t>(this)) + "/" + std::to_string(number);
+}
+
 bool SettingRecorder::drain() {
-    int target;
+    std::string marker;
     {
         std::lock_guard<std::mutex> guard(mLock);
-        target = ++mMarkersSent;
+        marker = markerText(++mMarkersSent);
+        mMarkerBack = false;
     }
-    publishChange(kMarker, "");
-    return waitUntil([&] { return mMarkersSeen >= target; });
+    publishChange(kMarker, marker);
+    return waitUntil([&] { return mMarkerBack; });
 }
 
 bool SettingRecorder::waitForChanges(size_t count) {
@@ -53,10 +62,18 @@ std::vector<Change> SettingRecorder::changes() {
     return mChanges;
 }
 
+void SettingsTest::SetUp() {
+    mFirst = std::make_unique<SettingRecorder>();
+}
+
 bool SettingsTest::drainAll() {
-    // Subscribed last, so it is the last to be called for the marker.
+    // A handler must not be built while a delivery may reach it, so first wait on the
+    // recorder subscribed before everything else: once it has the marker, every earlier event
+    // has been handled by everyone, and the marker's own dispatch walks a list that no longer
+    // changes. Then a recorder subscribed last sees the marker only after every other handler.
+    bool drained = mFirst->drain();
     auto last = std::make_unique<SettingRecorder>();
-    bool drained = last->drain();
+    drained = last->drain() && drained;
     mKept.push_back(std::move(last));
     return drained;
 }
@@ -66,6 +83,7 @@ void SettingsTest::TearDown() {
     freeHandlers();
     mKept.clear();
     mRecorder.reset();
+    mFirst.reset();
     OV_EventAndStatusFacade::destroy();
 }
 

@@ -52,7 +52,10 @@ private:
     std::mutex mLock;
     std::condition_variable mChanged;
     std::vector<Change> mChanges;
-    int mMarkersSeen = 0;
+    // The text of this recorder's marker number NUMBER, unique to it.
+    std::string markerText(int number) const;
+
+    bool mMarkerBack = false; // this recorder's last marker has come back
     int mMarkersSent = 0;
 };
 
@@ -62,6 +65,8 @@ private:
 // then replaces the facade.
 class SettingsTest : public ::testing::Test {
 protected:
+    // Subscribes the first drain recorder while nothing can be in flight yet.
+    void SetUp() override;
     void TearDown() override;
     // Frees what a test made besides the handlers it keeps; runs once the bus is drained.
     virtual void freeHandlers() {}
@@ -78,6 +83,7 @@ protected:
 
 private:
     std::unique_ptr<SettingRecorder> mRecorder;
+    std::unique_ptr<SettingRecorder> mFirst;
     std::vector<std::unique_ptr<OV_EventHandler>> mKept;
 };
 
