@@ -3,6 +3,8 @@
 // byte picks the size): both must give the same lines.
 #include "types/UTF_8Util.h"
 
+#include "support/ChunkedBuffer.h"
+
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
@@ -12,30 +14,6 @@
 #include <vector>
 
 namespace {
-
-class ChunkBuf : public std::streambuf {
-public:
-    ChunkBuf(const std::string& bytes, size_t chunk) : mBytes(bytes), mChunk(chunk), mPos(0) {}
-
-protected:
-    int_type underflow() override {
-        if (gptr() < egptr())
-            return traits_type::to_int_type(*gptr());
-        if (mPos >= mBytes.size())
-            return traits_type::eof();
-        size_t n = std::min(mChunk, mBytes.size() - mPos);
-        mBlock.assign(mBytes, mPos, n);
-        mPos += n;
-        setg(&mBlock[0], &mBlock[0], &mBlock[0] + n);
-        return traits_type::to_int_type(*gptr());
-    }
-
-private:
-    std::string mBytes;
-    size_t mChunk;
-    size_t mPos;
-    std::string mBlock;
-};
 
 std::vector<ovTypes::String> lines(std::istream& in) {
     UTF_8Util::LineReader reader(in);
@@ -63,7 +41,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const size_t chunk = data[0] % 8 + 1;
     const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
     std::istringstream whole(bytes);
-    ChunkBuf buf(bytes, chunk);
+    ovtest::ChunkedBuffer buf(bytes, chunk);
     std::istream pieces(&buf);
     if (lines(whole) != lines(pieces))
         __builtin_trap();

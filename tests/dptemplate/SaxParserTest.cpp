@@ -2,6 +2,7 @@
 
 #include "EngineOutput.h"
 #include "FailingBuffer.h"
+#include "support/ChunkedBuffer.h"
 #include "support/Files.h"
 #include "support/StderrCapture.h"
 #include "support/TempDir.h"
@@ -83,28 +84,6 @@ const std::vector<std::string> EXPECTED_EVENTS = {
 
 enum class Path { Stream, Trickle, Memory, File, Chunks };
 
-// Hands out one byte at a time and never says more is ready, as a pipe or a socket would, so
-// that the stream path feeds libxml2 line by line.
-class TrickleBuffer : public std::streambuf {
-public:
-    explicit TrickleBuffer(const std::string& text) : mText(text), mNext(0) {}
-
-protected:
-    int_type underflow() override {
-        if (mNext >= mText.size()) {
-            return traits_type::eof();
-        }
-        mCurrent = mText[mNext++];
-        setg(&mCurrent, &mCurrent, &mCurrent + 1);
-        return traits_type::to_int_type(mCurrent);
-    }
-
-private:
-    std::string mText;
-    std::string::size_type mNext;
-    char mCurrent = 0;
-};
-
 // Runs one parse of TEXT along PATH.
 void parseAlong(Path path, SaxParser& parser, const std::string& text) {
     switch (path) {
@@ -114,7 +93,7 @@ void parseAlong(Path path, SaxParser& parser, const std::string& text) {
         break;
     }
     case Path::Trickle: {
-        TrickleBuffer buffer(text);
+        ovtest::ChunkedBuffer buffer(text, 1);
         std::istream in(&buffer);
         parser.parseStream(in);
         break;
@@ -278,34 +257,6 @@ TEST(SaxParser, StreamEventsDoNotDependOnWhereLinesAreCut) {
     }
 }
 
-namespace {
-
-// Hands out the text in bursts of a fixed size, each ready at once, as a pipe that is written
-// in blocks would: the stream path then mixes bytes taken as they are ready with lines waited for.
-class BurstBuffer : public std::streambuf {
-public:
-    BurstBuffer(const std::string& text, std::string::size_type burst)
-        : mText(text), mBurst(burst), mNext(0) {}
-
-protected:
-    int_type underflow() override {
-        if (mNext >= mText.size()) {
-            return traits_type::eof();
-        }
-        char* begin = &mText[mNext];
-        mNext = std::min(mText.size(), mNext + mBurst);
-        setg(begin, begin, &mText[0] + mNext);
-        return traits_type::to_int_type(*begin);
-    }
-
-private:
-    std::string mText;
-    std::string::size_type mBurst;
-    std::string::size_type mNext;
-};
-
-} // namespace
-
 TEST(SaxParser, StreamEventsDoNotDependOnHowTheBytesArrive) {
     // More than one block of the stream path, with cuts falling inside tags, attribute values,
     // references and text, and a last line without a newline.
@@ -322,7 +273,7 @@ TEST(SaxParser, StreamEventsDoNotDependOnHowTheBytesArrive) {
     parseAlong(Path::Stream, fromStream, text);
     EXPECT_EQ(fromMemory.mEvents, fromStream.mEvents);
     for (std::string::size_type burst : {7u, 4096u, 16385u}) {
-        BurstBuffer buffer(text, burst);
+        ovtest::ChunkedBuffer buffer(text, burst);
         std::istream in(&buffer);
         RecordingParser fromBursts;
         fromBursts.parseStream(in);

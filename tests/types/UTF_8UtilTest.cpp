@@ -1,5 +1,7 @@
 #include "types/UTF_8Util.h"
 
+#include "support/ChunkedBuffer.h"
+
 #include <gtest/gtest.h>
 
 #include <sstream>
@@ -9,29 +11,6 @@
 using ovTypes::String;
 
 namespace {
-
-// Hands out its bytes one per refill, so every multi-byte sequence and line feed straddles
-// the end of the stream buffer's get area.
-class TrickleBuf : public std::streambuf {
-public:
-    explicit TrickleBuf(const std::string& bytes) : mBytes(bytes), mPos(0) {}
-
-protected:
-    int_type underflow() override {
-        if (gptr() < egptr())
-            return traits_type::to_int_type(*gptr());
-        if (mPos >= mBytes.size())
-            return traits_type::eof();
-        mCurrent = mBytes[mPos++];
-        setg(&mCurrent, &mCurrent, &mCurrent + 1);
-        return traits_type::to_int_type(mCurrent);
-    }
-
-private:
-    std::string mBytes;
-    size_t mPos;
-    char mCurrent = 0;
-};
 
 // Every line up to and including the first one with the end flag set.
 std::vector<String> readAll(std::istream& in, bool* endedProperly = nullptr) {
@@ -100,7 +79,7 @@ TEST(LineReader, DecodesMultiByteAcrossBufferBoundaries) {
     std::string text = "caf\xC3\xA9\r\n\xE4\xB8\xAD\xE6\x96\x87\n\xF0\x9F\x98\x80 end";
     std::vector<String> expected{L"caf\u00E9", L"\u4E2D\u6587", L"\U0001F600 end"};
     EXPECT_EQ(readAll(text), expected);
-    TrickleBuf trickle(text);
+    ovtest::ChunkedBuffer trickle(text, 1);
     std::istream in(&trickle);
     bool ended = false;
     EXPECT_EQ(readAll(in, &ended), expected);
@@ -124,7 +103,7 @@ TEST(LineReader, AcceptsAnyBytes) {
                                "d\ne";
     const std::vector<String> expected{L"a", L"b", L"c\u2281d", L"e"};
     EXPECT_EQ(readAll(tricky), expected);
-    TrickleBuf trickle(tricky);
+    ovtest::ChunkedBuffer trickle(tricky, 1);
     std::istream trickleIn(&trickle);
     EXPECT_EQ(readAll(trickleIn), expected);
 
