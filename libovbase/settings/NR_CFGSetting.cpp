@@ -5,6 +5,7 @@
 #include "types/AttrMap.h"
 #include "types/FnLog.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -279,12 +280,24 @@ void CFGOrvelSetting::applyReceived(const std::string& name, const std::string& 
     if (name.find('\n') != std::string::npos || value.find('\n') != std::string::npos)
         return;
     std::lock_guard<std::recursive_mutex> guard(mLock);
-    for (auto it = mPendingEchoes.begin(); it != mPendingEchoes.end(); ++it) {
-        if (it->first == name && it->second == value) {
-            mPendingEchoes.erase(it);
-            return;
-        }
-    }
+    if (isStaleEcho(name, value))
+        return;
     // Memory only: no file write and no announcement, so the change does not echo.
     mpAttrMap->putString(key, ovTypes::String(ovTypes::ID(value)), section);
+}
+
+bool CFGOrvelSetting::isStaleEcho(const std::string& name, const std::string& value) {
+    // Our announcements come back in the order they were sent, so the oldest pending one equal
+    // to this change is taken as its echo, and older ones of the same name never came back
+    // (the publish failed, the bus was down): both are forgotten. A change is never dropped for
+    // matching an announcement alone, which may equally be a genuine change from elsewhere:
+    // only when a newer write of the same name is still pending, whose value must not be undone.
+    auto sameName = [&](const std::pair<std::string, std::string>& p) { return p.first == name; };
+    auto echo =
+        std::find(mPendingEchoes.begin(), mPendingEchoes.end(), std::make_pair(name, value));
+    if (echo == mPendingEchoes.end())
+        return false;
+    auto kept = std::remove_if(mPendingEchoes.begin(), echo + 1, sameName);
+    mPendingEchoes.erase(kept, echo + 1);
+    return std::any_of(mPendingEchoes.begin(), mPendingEchoes.end(), sameName);
 }

@@ -59,10 +59,13 @@ protected:
                    const std::string& text);
     // The dotted name a write of GROUP and KEY is announced under.
     virtual std::string announcedName(const char* group, const char* key);
-    // Applies a received "group.key" = value to memory under SECTION, unless it is the echo
-    // of a change this source announced itself.
+    // Applies a received "group.key" = value to memory under SECTION, unless it is the late
+    // echo of a change this source announced itself and has since written again.
     void applyReceived(const std::string& name, const std::string& section, const std::string& key,
                        const std::string& value);
+    // Takes a change NAME = VALUE off the announcements still expected back, if it is one of
+    // them; true when it must be dropped because a newer write of NAME is still on its way.
+    bool isStaleEcho(const std::string& name, const std::string& value);
     // Applies a setting-changed event to memory: section = the name up to its second dot, key =
     // the rest. No file write, no announcement.
     void applyChange(OV_Event& e);
@@ -84,7 +87,7 @@ protected:
 
     // Guards the map and the pending echoes: changes also arrive on the bus's thread.
     std::recursive_mutex mLock;
-    // Announcements of this source not yet seen coming back, as (name, value).
+    // Announcements of this source not yet seen coming back, as (name, value), oldest first.
     std::deque<std::pair<std::string, std::string>> mPendingEchoes;
 };
 

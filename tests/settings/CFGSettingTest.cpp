@@ -270,6 +270,45 @@ TEST_F(CFGSettingTest, LateEchoOfOwnWriteDoesNotUndoANewerOne) {
     EXPECT_EQ((std::vector<int>{2, 2}), seen);
 }
 
+TEST_F(CFGSettingTest, GenuineChangeEqualToALostAnnouncementIsApplied) {
+    CFGOrvelSetting& s = open("");
+    // The announcement of K=1 never comes back, as with a bus that is down.
+    ovplatform::setCallFails("ES_EventPublisher::publish", true);
+    ASSERT_EQ(0, s.setInt(kUI, "K", 1));
+    ovplatform::setCallFails("ES_EventPublisher::publish", false);
+    // Another process then sets 2, and 1 again.
+    settingstest::publishChange("OVCore.UI.K", "2");
+    settingstest::publishChange("OVCore.UI.K", "1");
+    ASSERT_TRUE(recorder().drain());
+    int value = 0;
+    EXPECT_EQ(0, s.getInt(kUI, "K", value));
+    EXPECT_EQ(1, value);
+}
+
+TEST_F(CFGSettingTest, ChangeSentBeforeANewerOwnWriteDoesNotUndoIt) {
+    auto gate = std::make_unique<Gate>();
+    Gate& gateRef = *gate;
+    keep(std::move(gate));
+    CFGOrvelSetting& s = open("");
+    std::vector<int> seen;
+    recorder().onChange = [&](const settingstest::Change&) {
+        int value = -1;
+        s.getInt(kUI, "K", value);
+        seen.push_back(value);
+    };
+    // K=1 is lost; another process's K=1 is on the bus before this source's K=2, whose write
+    // therefore is the newer one.
+    ovplatform::setCallFails("ES_EventPublisher::publish", true);
+    ASSERT_EQ(0, s.setInt(kUI, "K", 1));
+    ovplatform::setCallFails("ES_EventPublisher::publish", false);
+    settingstest::publishChange("OVCore.UI.K", "1");
+    ASSERT_EQ(0, s.setInt(kUI, "K", 2));
+    gateRef.open();
+    ASSERT_TRUE(recorder().waitForChanges(2));
+    ASSERT_TRUE(recorder().drain());
+    EXPECT_EQ((std::vector<int>{2, 2}), seen);
+}
+
 // Settings files as they are found in the field: none of these may crash, and each gives the
 // documented results.
 TEST_F(CFGSettingTest, ToleratesBadFiles) {
