@@ -6,6 +6,7 @@
 #include "types/FnLog.h"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -42,6 +43,25 @@ void syncDirectoryOf(const std::string& path) {
         ::fsync(fd);
         ::close(fd);
     }
+}
+
+// Whether the text form of the file gives back SECTION and KEY after a store and a load
+// (CFGOrvelSetting::canCarry lists the reasons).
+bool fileFormCarries(const std::string& section, const std::string& key) {
+    if (section.find_first_of("]\r\n") != std::string::npos)
+        return false;
+    for (unsigned char c : section) {
+        if (c > 0x7F)
+            return false;
+    }
+    if (key.find_first_of("=\r\n") != std::string::npos)
+        return false;
+    if (key.empty())
+        return true;
+    if (key[0] == '[' || key[0] == '#' || key.back() == ' ')
+        return false;
+    return !(section == AttrMap::DEFAULT_CATEGORY &&
+             std::isspace(static_cast<unsigned char>(key[0])));
 }
 
 } // namespace
@@ -179,13 +199,19 @@ std::string CFGOrvelSetting::announcedName(const char* group, const char* key) {
     return std::string(group) + "." + key;
 }
 
+bool CFGOrvelSetting::canCarry(const char* group, const char* key) {
+    std::string announcedGroup, announcedKey;
+    return fileFormCarries(group, key) &&
+           splitName(announcedName(group, key), announcedGroup, announcedKey) &&
+           announcedKey == key;
+}
+
 int CFGOrvelSetting::writeValue(const char* group, const char* key,
                                 const std::function<void(AttrMap&)>& put, const std::string& text) {
     if (!mLoaded)
         return SETTING_NOT_LOADED;
-    // A line feed would break the file's line structure (and could forge other keys).
-    if (!group || !key || std::strchr(group, '\n') || std::strchr(key, '\n') ||
-        text.find('\n') != std::string::npos)
+    // A line feed in the value would break the file's line structure (and could forge keys).
+    if (!group || !key || !canCarry(group, key) || text.find('\n') != std::string::npos)
         return SETTING_NOT_SUPPORTED;
     {
         std::lock_guard<std::recursive_mutex> guard(mLock);
@@ -248,10 +274,8 @@ bool CFGOrvelSetting::firstProperty(OV_Event& e, std::string& name, std::string&
 bool CFGOrvelSetting::splitName(const std::string& name, std::string& group, std::string& key) {
     size_t first = name.find('.');
     size_t second = first == std::string::npos ? first : name.find('.', first + 1);
-    if (second == std::string::npos) {
-        OV_LOG(2, "Setting name %s names no key. Ignored.\n\n", name.c_str());
+    if (second == std::string::npos)
         return false;
-    }
     group = name.substr(0, second);
     key = name.substr(second + 1);
     return true;
@@ -266,8 +290,12 @@ void CFGOrvelSetting::applyChange(OV_Event& e) {
     if (e.mEventType != SETTING_CHANGED_TOPIC)
         return;
     std::string name, value, group, key;
-    if (!firstProperty(e, name, value) || !splitName(name, group, key))
+    if (!firstProperty(e, name, value))
         return;
+    if (!splitName(name, group, key)) {
+        OV_LOG(2, "Setting name %s names no key. Ignored.\n\n", name.c_str());
+        return;
+    }
     // Every change is kept under its own group as section, whichever file this source holds:
     // a menu change lands in a section "OVCore.Menu" here, and a change of another group in
     // a section of that name in the menu source.
@@ -276,8 +304,9 @@ void CFGOrvelSetting::applyChange(OV_Event& e) {
 
 void CFGOrvelSetting::applyReceived(const std::string& name, const std::string& section,
                                     const std::string& key, const std::string& value) {
-    // Never written by a setter (it would break the file's lines); not taken from others either.
-    if (name.find('\n') != std::string::npos || value.find('\n') != std::string::npos)
+    // Never written by a setter (they would break the file's lines or come back as another
+    // key); not taken from others either, since memory goes to the file on the next write.
+    if (value.find('\n') != std::string::npos || !fileFormCarries(section, key))
         return;
     std::lock_guard<std::recursive_mutex> guard(mLock);
     if (isStaleEcho(name, value))

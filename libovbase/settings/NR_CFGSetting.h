@@ -33,9 +33,10 @@ public:
     int getString(const char* group, const char* key, char** value) override;
     int getString(const char* group, const char* key, ovTypes::String& value) override;
     int getBoolean(const char* group, const char* key, bool& value) override;
-    // 8 when not loaded; 1 for a null group or key or a line feed in any of the texts;
-    // otherwise 0, also when the file could not be written (the old file then stays whole and
-    // a diagnostic is written).
+    // 8 when not loaded; 1 (nothing written, nothing announced) for a null group or key, a line
+    // feed in the value, or a group and key that would not come back as themselves (see
+    // canCarry); otherwise 0, also when the file could not be written (the old file then stays
+    // whole and a diagnostic is written).
     int setInt(const char* group, const char* key, int value) override;
     int setString(const char* group, const char* key, const char* value) override;
     int setString(const char* group, const char* key, const ovTypes::String& value) override;
@@ -59,6 +60,17 @@ protected:
                    const std::string& text);
     // The dotted name a write of GROUP and KEY is announced under.
     virtual std::string announcedName(const char* group, const char* key);
+    // True when a write of KEY in section GROUP comes back as that key in that section, both
+    // from a load of the file and in the sources that receive its announcement (which split the
+    // announced name at its second dot). What the file's text form cannot carry back:
+    // - in the section: ']' (the header ends at the first one), CR and LF (line ends; CRs are
+    //   dropped on load), any byte above 0x7F (headers are written as raw bytes but read back
+    //   as UTF-8);
+    // - in the key: '=' (the key ends at the first one), CR and LF, '[' or '#' first (a header,
+    //   a comment), a space last (trailing spaces are trimmed); in the default section, which is
+    //   stored first without a header, white space first (skipped at the start of the file).
+    // NUL cannot occur (the names are C strings); other bytes of a key survive.
+    bool canCarry(const char* group, const char* key);
     // Applies a received "group.key" = value to memory under SECTION, unless it is the late
     // echo of a change this source announced itself and has since written again.
     void applyReceived(const std::string& name, const std::string& section, const std::string& key,
