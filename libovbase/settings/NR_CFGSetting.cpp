@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
@@ -34,15 +35,36 @@ bool writeAll(int fd, const std::string& data) {
     return true;
 }
 
+std::string directoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
 // Makes a completed rename durable; failure only weakens durability, not consistency.
 void syncDirectoryOf(const std::string& path) {
-    size_t slash = path.rfind('/');
-    std::string dir = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
-    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = ::open(directoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0) {
         ::fsync(fd);
         ::close(fd);
     }
+}
+
+// The file PATH names once symbolic links at its end are followed (links in its directories
+// need no following: the rename goes through them). A missing file, a dangling link's target
+// or a link loop gives the last name reached.
+std::string followLinks(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat st;
+        if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+            break;
+        char target[PATH_MAX];
+        ssize_t n = ::readlink(path.c_str(), target, sizeof target);
+        if (n <= 0 || size_t(n) == sizeof target)
+            break;
+        std::string next(target, size_t(n));
+        path = next[0] == '/' ? next : directoryOf(path) + "/" + next;
+    }
+    return path;
 }
 
 // Whether the text form of the file gives back SECTION and KEY after a store and a load
@@ -213,10 +235,11 @@ int CFGOrvelSetting::writeValue(const char* group, const char* key,
     // A line feed in the value would break the file's line structure (and could forge keys).
     if (!group || !key || !canCarry(group, key) || text.find('\n') != std::string::npos)
         return SETTING_NOT_SUPPORTED;
+    const std::string target = mpPath ? followLinks(mpPath) : std::string();
     {
         std::lock_guard<std::recursive_mutex> guard(mLock);
         put(*mpAttrMap);
-        rewriteFile();
+        rewriteFile(target);
         // Our own announcement comes back from the bus; remember it so that a late echo
         // cannot overwrite a newer value written meanwhile.
         mPendingEchoes.emplace_back(announcedName(group, key), text);
@@ -227,23 +250,30 @@ int CFGOrvelSetting::writeValue(const char* group, const char* key,
     return SETTING_OK;
 }
 
-bool CFGOrvelSetting::rewriteFile() {
-    if (!mpPath)
+bool CFGOrvelSetting::rewriteFile(const std::string& target) {
+    if (target.empty())
         return false;
     std::ostringstream text;
     mpAttrMap->store(text);
     std::string data = text.str();
 
-    std::string target = mpPath;
     std::string temp = target + ".XXXXXX";
     int fd = ::mkostemp(&temp[0], O_CLOEXEC);
     if (fd < 0) {
         OV_LOG(3, "Couldn't write setting file %s: %s\n\n", target.c_str(), std::strerror(errno));
         return false;
     }
-    // Keep the permissions of the file being replaced (mkstemp creates 0600).
+    // Keep what the file being replaced had (mkstemp makes the writer's file, mode 0600): its
+    // owner and group where the writer may give them (root may, others only to a group of
+    // their own), then its mode, last because a change of owner clears set-id bits.
     struct stat st;
-    ::fchmod(fd, ::stat(target.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0644);
+    mode_t mode = 0644;
+    if (::stat(target.c_str(), &st) == 0) {
+        if (::fchown(fd, st.st_uid, st.st_gid) != 0 && ::fchown(fd, uid_t(-1), st.st_gid) != 0)
+            OV_LOG(5, "Setting file %s changes owner to the writer\n\n", target.c_str());
+        mode = st.st_mode & 07777;
+    }
+    ::fchmod(fd, mode);
     bool ok = writeAll(fd, data) && ::fsync(fd) == 0;
     ok = ::close(fd) == 0 && ok;
     ok = ok && ::rename(temp.c_str(), target.c_str()) == 0;

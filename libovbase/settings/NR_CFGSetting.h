@@ -2,6 +2,10 @@
 // section being the setting group and the key the setting key. Reads come from the copy in
 // memory; a write updates memory, rewrites the whole file and announces the change. Changes
 // announced by other sources (other processes) are applied to memory only.
+//
+// A symbolic link at the path is written through: the file it names is replaced in its own
+// directory, and the link stays. The new file keeps the old one's mode, and its owner and
+// group as far as the writer may set them.
 #ifndef OVBASE_SETTINGS_NR_CFGSETTING_H
 #define OVBASE_SETTINGS_NR_CFGSETTING_H
 
@@ -86,9 +90,9 @@ protected:
     static bool firstProperty(OV_Event& e, std::string& name, std::string& value);
     // "OVCore.UI.Foo" into the group "OVCore.UI" and the key "Foo"; false without a second dot.
     static bool splitName(const std::string& name, std::string& group, std::string& key);
-    // Stores the map into a temporary file beside the target, syncs it and renames it over
-    // the target, so the file is always either the old or the new one.
-    bool rewriteFile();
+    // Stores the map into a temporary file beside TARGET, syncs it and renames it over TARGET,
+    // so the file is always either the old or the new one.
+    bool rewriteFile(const std::string& target);
     void setPath(const char* path);
     void loadFrom(std::istream& in);
 

@@ -21,6 +21,7 @@
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -173,6 +174,56 @@ TEST_F(CFGSettingTest, FailedWriteLeavesTheOldFileWhole) {
     // The next write that can succeed carries it to the file.
     ASSERT_EQ(0, s.setInt(kUI, "Other", 1));
     EXPECT_NE(std::string::npos, ovtest::readFile(ovtest::mainSettingsPath()).find("Octal=9\n"));
+}
+
+TEST_F(CFGSettingTest, WritesThroughSymbolicLinksWhichStay) {
+    namespace fs = std::filesystem;
+    // setup/wb_orvel_setting.cfg -> ../../../../data/hop.cfg (relative) -> data/real/x.cfg
+    const std::string realDir = mRoot.file("/data/real");
+    const std::string real = realDir + "/x.cfg";
+    const std::string hop = mRoot.file("/data/hop.cfg");
+    const std::string link = ovtest::mainSettingsPath();
+    const std::string relative = "../../../../data/hop.cfg";
+    ASSERT_TRUE(ovtest::writeFile(real, "[OVCore.UI]\nA=1\n"));
+    ASSERT_EQ(0, ::chmod(real.c_str(), 0640));
+    fs::create_symlink(real, hop);
+    fs::create_directories(fs::path(link).parent_path());
+    fs::create_symlink(relative, link);
+
+    CFGOrvelSetting& s = openExisting();
+    ASSERT_TRUE(s.isLoaded());
+    ASSERT_EQ(0, s.setInt(kUI, "A", 2));
+    ASSERT_EQ(0, s.setInt(kUI, "B", 3));
+
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(relative, fs::read_symlink(link).string());
+    EXPECT_TRUE(fs::is_symlink(hop));
+    EXPECT_EQ("[OVCore.UI]\nA=2\nB=3\n", ovtest::readFile(real));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(real.c_str(), &st));
+    EXPECT_EQ(0640u, st.st_mode & 07777);
+    // The new file was made beside the target, and nothing is left behind anywhere.
+    std::vector<std::string> names;
+    for (const auto& dir : {realDir, fs::path(link).parent_path().string()})
+        for (const auto& entry : fs::directory_iterator(dir))
+            names.push_back(entry.path().filename().string());
+    EXPECT_EQ((std::vector<std::string>{"x.cfg", "wb_orvel_setting.cfg"}), names);
+}
+
+TEST_F(CFGSettingTest, RewriteKeepsTheOwnerWhereTheWriterMay) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "giving the file another owner needs root";
+    CFGOrvelSetting& s = open("[OVCore.UI]\nA=1\n");
+    const std::string path = ovtest::mainSettingsPath();
+    ASSERT_EQ(0, ::chown(path.c_str(), 4242, 4343));
+    ASSERT_EQ(0, ::chmod(path.c_str(), 0604));
+    ASSERT_EQ(0, s.setInt(kUI, "A", 2));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(path.c_str(), &st));
+    EXPECT_EQ(4242u, st.st_uid);
+    EXPECT_EQ(4343u, st.st_gid);
+    EXPECT_EQ(0604u, st.st_mode & 07777);
+    EXPECT_EQ("[OVCore.UI]\nA=2\n", ovtest::readFile(path));
 }
 
 TEST_F(CFGSettingTest, ReceivedChangeGoesToMemoryOnlyAndDoesNotEcho) {
