@@ -12,7 +12,9 @@
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -66,6 +68,32 @@ std::string followLinks(std::string path) {
     }
     return path;
 }
+
+// An exclusive flock on the directory of FILE for the object's lifetime (see the header for
+// why the directory). A directory that cannot be opened or locked leaves the write unlocked.
+class DirectoryLock {
+public:
+    explicit DirectoryLock(const std::string& file) : mFd(-1) {
+        if (file.empty())
+            return;
+        mFd = ::open(directoryOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        int rc = mFd < 0 ? -1 : ::flock(mFd, LOCK_EX);
+        while (rc != 0 && mFd >= 0 && errno == EINTR)
+            rc = ::flock(mFd, LOCK_EX);
+        if (rc != 0)
+            OV_LOG(2, "Couldn't lock the directory of setting file %s: %s\n\n", file.c_str(),
+                   std::strerror(errno));
+    }
+    ~DirectoryLock() {
+        if (mFd >= 0)
+            ::close(mFd);
+    }
+    DirectoryLock(const DirectoryLock&) = delete;
+    DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+private:
+    int mFd;
+};
 
 // Whether the text form of the file gives back SECTION and KEY after a store and a load
 // (CFGOrvelSetting::canCarry lists the reasons).
@@ -236,10 +264,16 @@ int CFGOrvelSetting::writeValue(const char* group, const char* key,
     if (!group || !key || !canCarry(group, key) || text.find('\n') != std::string::npos)
         return SETTING_NOT_SUPPORTED;
     const std::string target = mpPath ? followLinks(mpPath) : std::string();
+    // Held until the announcement is out, so announcements leave in the order of the writes.
+    DirectoryLock turn(target);
     {
         std::lock_guard<std::recursive_mutex> guard(mLock);
+        takeFileValues(target);
         put(*mpAttrMap);
-        rewriteFile(target);
+        if (rewriteFile(target))
+            mUnsaved.clear();
+        else
+            mUnsaved.emplace(group, key);
         // Our own announcement comes back from the bus; remember it so that a late echo
         // cannot overwrite a newer value written meanwhile.
         mPendingEchoes.emplace_back(announcedName(group, key), text);
@@ -248,6 +282,26 @@ int CFGOrvelSetting::writeValue(const char* group, const char* key,
     }
     publishSettingChangeEvent(group, key, text.c_str());
     return SETTING_OK;
+}
+
+void CFGOrvelSetting::takeFileValues(const std::string& target) {
+    if (target.empty())
+        return;
+    std::ifstream in(target, std::ios::binary);
+    if (!in)
+        return;
+    AttrMap current(false);
+    current.load(in);
+    for (const AttrMap::CategoryMap::value_type& section : current.categories()) {
+        for (const AttrMap::KeyMap::value_type& entry : section.second) {
+            if (mUnsaved.count(std::make_pair(section.first, entry.first)))
+                continue;
+            // putString makes the section and key; the whole list (a key may occur twice)
+            // then replaces its value.
+            mpAttrMap->putString(entry.first, ovTypes::String(), section.first);
+            (*mpAttrMap->categoryAt(section.first))[entry.first] = entry.second;
+        }
+    }
 }
 
 bool CFGOrvelSetting::rewriteFile(const std::string& target) {

@@ -162,18 +162,40 @@ TEST_F(CFGSettingTest, FailedWriteLeavesTheOldFileWhole) {
     small.rlim_cur = 64;
     ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &small));
     int rc = s.setInt(kUI, "Octal", 9);
+    int rcExisting = s.setInt(kStorage, "MaxSize", 9);
     ::setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, oldHandler);
 
     EXPECT_EQ(0, rc) << "write failures are not reported to the caller";
+    EXPECT_EQ(0, rcExisting);
     EXPECT_EQ(original, ovtest::readFile(ovtest::mainSettingsPath()));
     int number = 0;
     EXPECT_EQ(0, s.getInt(kUI, "Octal", number));
     EXPECT_EQ(9, number) << "memory holds the new value";
 
-    // The next write that can succeed carries it to the file.
+    // The next write that can succeed carries both to the file, although the file still holds
+    // an older MaxSize when that write reads it.
     ASSERT_EQ(0, s.setInt(kUI, "Other", 1));
-    EXPECT_NE(std::string::npos, ovtest::readFile(ovtest::mainSettingsPath()).find("Octal=9\n"));
+    const std::string after = ovtest::readFile(ovtest::mainSettingsPath());
+    EXPECT_NE(std::string::npos, after.find("Octal=9\n"));
+    EXPECT_NE(std::string::npos, after.find("MaxSize=9\n"));
+    EXPECT_EQ(0, s.getInt(kStorage, "MaxSize", number));
+    EXPECT_EQ(9, number);
+}
+
+TEST_F(CFGSettingTest, WriteKeepsWhatOthersWroteToTheFileMeanwhile) {
+    CFGOrvelSetting& s = open("[OVCore.UI]\nA=1\nB=1\n");
+    // Another writer, whose announcements never reached this source, changed the file.
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nS=s\n[OVCore.UI]\nA=5\nB=1\nB=2\n"));
+    ASSERT_EQ(0, s.setInt(kUI, "C", 3));
+    EXPECT_EQ("[OVCore.Storage]\nS=s\n[OVCore.UI]\nA=5\nB=1\nC=3\n",
+              ovtest::readFile(ovtest::mainSettingsPath()));
+    int number = 0;
+    EXPECT_EQ(0, s.getInt(kUI, "A", number));
+    EXPECT_EQ(5, number) << "memory takes the file's values";
+    ovTypes::String text;
+    EXPECT_EQ(0, s.getString(kStorage, "S", text));
+    EXPECT_EQ(ovTypes::String(L"s"), text);
 }
 
 TEST_F(CFGSettingTest, WritesThroughSymbolicLinksWhichStay) {
