@@ -345,6 +345,7 @@ TEST_F(CFGSettingTest, LateEchoOfOwnWriteDoesNotUndoANewerOne) {
 
 TEST_F(CFGSettingTest, GenuineChangeEqualToALostAnnouncementIsApplied) {
     CFGOrvelSetting& s = open("");
+    recorder();
     // The announcement of K=1 never comes back, as with a bus that is down.
     ovplatform::setCallFails("ES_EventPublisher::publish", true);
     ASSERT_EQ(0, s.setInt(kUI, "K", 1));
