@@ -322,25 +322,50 @@ private:
     bool mOpen = false;
 };
 
-TEST_F(CFGSettingTest, LateEchoOfOwnWriteDoesNotUndoANewerOne) {
-    // Handlers run in order of subscription: the gate, the source, the recorder. The gate
-    // holds the echo of the first write until the second write is done.
-    auto gate = std::make_unique<Gate>();
-    Gate& gateRef = *gate;
-    keep(std::move(gate));
-    CFGOrvelSetting& s = open("");
-    std::vector<int> seen;
-    recorder().onChange = [&](const settingstest::Change&) {
-        int value = -1;
-        s.getInt(kUI, "K", value);
-        seen.push_back(value);
-    };
-    ASSERT_EQ(0, s.setInt(kUI, "K", 1));
-    ASSERT_EQ(0, s.setInt(kUI, "K", 2));
-    gateRef.open();
+// Handlers run in order of subscription: the gate, the source, the recorder. The gate holds
+// every delivery until it is opened; as each change passes, the recorder notes the value of
+// K that the source's memory then holds.
+class CFGSettingEchoTest : public CFGSettingTest {
+protected:
+    void SetUp() override {
+        CFGSettingTest::SetUp();
+        auto gate = std::make_unique<Gate>();
+        mGate = gate.get();
+        keep(std::move(gate));
+        mSource = &open("");
+        recorder().onChange = [this](const settingstest::Change&) {
+            int value = -1;
+            mSource->getInt(kUI, "K", value);
+            mSeen.push_back(value);
+        };
+    }
+    Gate* mGate = nullptr;
+    CFGOrvelSetting* mSource = nullptr;
+    std::vector<int> mSeen;
+};
+
+TEST_F(CFGSettingEchoTest, LateEchoOfOwnWriteDoesNotUndoANewerOne) {
+    // The echo of the first write arrives after the second write.
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 1));
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 2));
+    mGate->open();
     ASSERT_TRUE(recorder().waitForChanges(2));
     ASSERT_TRUE(recorder().drain());
-    EXPECT_EQ((std::vector<int>{2, 2}), seen);
+    EXPECT_EQ((std::vector<int>{2, 2}), mSeen);
+}
+
+TEST_F(CFGSettingEchoTest, ChangeSentBeforeANewerOwnWriteDoesNotUndoIt) {
+    // K=1 is lost; another process's K=1 is on the bus before this source's K=2, whose write
+    // therefore is the newer one.
+    ovplatform::setCallFails("ES_EventPublisher::publish", true);
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 1));
+    ovplatform::setCallFails("ES_EventPublisher::publish", false);
+    settingstest::publishChange("OVCore.UI.K", "1");
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 2));
+    mGate->open();
+    ASSERT_TRUE(recorder().waitForChanges(2));
+    ASSERT_TRUE(recorder().drain());
+    EXPECT_EQ((std::vector<int>{2, 2}), mSeen);
 }
 
 TEST_F(CFGSettingTest, GenuineChangeEqualToALostAnnouncementIsApplied) {
@@ -357,30 +382,6 @@ TEST_F(CFGSettingTest, GenuineChangeEqualToALostAnnouncementIsApplied) {
     int value = 0;
     EXPECT_EQ(0, s.getInt(kUI, "K", value));
     EXPECT_EQ(1, value);
-}
-
-TEST_F(CFGSettingTest, ChangeSentBeforeANewerOwnWriteDoesNotUndoIt) {
-    auto gate = std::make_unique<Gate>();
-    Gate& gateRef = *gate;
-    keep(std::move(gate));
-    CFGOrvelSetting& s = open("");
-    std::vector<int> seen;
-    recorder().onChange = [&](const settingstest::Change&) {
-        int value = -1;
-        s.getInt(kUI, "K", value);
-        seen.push_back(value);
-    };
-    // K=1 is lost; another process's K=1 is on the bus before this source's K=2, whose write
-    // therefore is the newer one.
-    ovplatform::setCallFails("ES_EventPublisher::publish", true);
-    ASSERT_EQ(0, s.setInt(kUI, "K", 1));
-    ovplatform::setCallFails("ES_EventPublisher::publish", false);
-    settingstest::publishChange("OVCore.UI.K", "1");
-    ASSERT_EQ(0, s.setInt(kUI, "K", 2));
-    gateRef.open();
-    ASSERT_TRUE(recorder().waitForChanges(2));
-    ASSERT_TRUE(recorder().drain());
-    EXPECT_EQ((std::vector<int>{2, 2}), seen);
 }
 
 // Settings files as they are found in the field: none of these may crash, and each gives the
