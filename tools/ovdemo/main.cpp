@@ -2,13 +2,14 @@
 // device root. The library's own diagnostics go to a log file whose path is printed.
 #include "Demo.h"
 #include "OVPlatform.h"
+#include "ToolSupport.h"
 
 #include <cstdio>
 #include <string>
 
 int main(int argc, char** argv) {
     if (argc != 2) {
-        std::fprintf(stderr, "usage: ovdemo DEVICE_ROOT\n");
+        std::fprintf(ovtool::err(), "usage: ovdemo DEVICE_ROOT\n");
         return 2;
     }
     std::string root = argv[1];

@@ -1,6 +1,7 @@
 // ovsettings: reads and writes the library's settings on a device root. A set goes through the
 // setting manager, so the file is rewritten and the change announced like any other write.
 #include "OVPlatform.h"
+#include "ToolSupport.h"
 #include "settings/NR_MenuCFGSetting.h"
 #include "settings/NR_SettingMgr.h"
 #include "types/AttrMap.h"
@@ -13,13 +14,12 @@
 #include <iostream>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 
 namespace {
 
 // The tool's own messages; the library's diagnostics go to stderr, which is discarded unless
 // -v is given.
-FILE* gErr = stderr;
+FILE* gErr = ovtool::err();
 
 // Exit codes: the setting manager's result codes pass through unchanged (0 success, 1 no such
 // group or source, 3 key absent, 8 settings file not loaded); 64 is a usage error.
@@ -204,17 +204,7 @@ int run(int argc, char** argv) {
         usage(stdout);
         return 0;
     }
-    bool verbose = argc >= 2 && std::strcmp(argv[1], "-v") == 0;
-    if (verbose) {
-        --argc;
-        ++argv;
-    } else {
-        int saved = ::dup(2);
-        if (FILE* err = saved >= 0 ? ::fdopen(saved, "w") : nullptr) {
-            gErr = err;
-            std::freopen("/dev/null", "w", stderr);
-        }
-    }
+    ovtool::dropVerboseOptions(argc, argv);
     if (argc < 3) {
         usage(gErr);
         return kExitUsage;
@@ -254,8 +244,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    int rc = run(argc, argv);
-    std::fflush(stdout);
-    std::fflush(gErr);
-    return rc;
+    return ovtool::finish(run(argc, argv));
 }

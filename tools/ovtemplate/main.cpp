@@ -2,6 +2,7 @@
 //
 //   ovtemplate check [--tree] FILE   parse FILE; exit 0 when the parser accepts it
 //   ovtemplate font TEXT             show the font TEXT describes and how it is classified
+#include "ToolSupport.h"
 #include "dptemplate/CSSFont.h"
 #include "dptemplate/Component.h"
 #include "dptemplate/StyleSheet.h"
@@ -21,7 +22,7 @@ const int EXIT_REFUSED = 1; // the parse returned non-zero
 const int EXIT_USAGE = 2;   // bad arguments or an unreadable file
 
 void usage() {
-    std::fprintf(stderr,
+    std::fprintf(ovtool::err(),
                  "usage: ovtemplate check [--tree] FILE\n"
                  "       ovtemplate font TEXT\n"
                  "\n"
@@ -136,7 +137,7 @@ void printTree(const Template& target) {
 int check(const char* file, bool tree) {
     std::ifstream in(file, std::ios::binary);
     if (!in) {
-        std::fprintf(stderr, "ovtemplate: cannot open %s\n", file);
+        std::fprintf(ovtool::err(), "ovtemplate: cannot open %s\n", file);
         return EXIT_USAGE;
     }
     CheckingParser parser;
@@ -195,9 +196,7 @@ int font(const char* text) {
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     if (argc >= 2 && (!std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help"))) {
         usage();
         return 0;
@@ -213,4 +212,11 @@ int main(int argc, char** argv) {
     }
     usage();
     return EXIT_USAGE;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    ovtool::dropVerboseOptions(argc, argv);
+    return ovtool::finish(run(argc, argv));
 }
