@@ -441,3 +441,18 @@ TEST(Component, TakingAListOverKeepsWhatACopyKeeps) {
     EXPECT_EQ(2, taken.getRowSpan());
     EXPECT_EQ(3, taken.getColSpan());
 }
+
+TEST(TemplateParser, ObjectsGetAttributeValuesDecoded) {
+    Template target;
+    ASSERT_EQ(0, parseText("<template><layout id=\"a&amp;b\">"
+                           "<text id=\"&lt;&#x41;&#66;&gt;\" class=\"x&#38;#38;\"/>"
+                           "</layout></template>",
+                           target));
+    ASSERT_EQ(1u, target.getLayoutCount());
+    EXPECT_EQ("a&b", target.getLayout(0)->getId());
+    EXPECT_EQ(target.getLayout(0), target.getLayout("a&b"));
+    Component* text = onlyComponentOf(*target.getLayout(0));
+    ASSERT_NE(nullptr, text);
+    EXPECT_EQ("<AB>", text->getId());
+    EXPECT_EQ("x&#38;", text->getAttribute("class"));
+}
