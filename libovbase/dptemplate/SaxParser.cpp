@@ -294,6 +294,10 @@ void SaxParser::handleException(std::exception_ptr failure) {
     if (!mPendingException) {
         mPendingException = failure;
     }
+    stopParsing();
+}
+
+void SaxParser::stopParsing() {
     if (mpContext) {
         xmlStopParser(mpContext);
     }

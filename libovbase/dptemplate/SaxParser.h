@@ -135,6 +135,9 @@ protected:
     virtual void parse();
 
     bool hasPendingException() const { return static_cast<bool>(mPendingException); }
+    // Ends the parse under way from inside an event: libxml2 delivers no further event and
+    // the input is read no further. The parse call returns normally.
+    void stopParsing();
 
     // The list handed to onStartElement is this parser's own and is refilled at the next start
     // tag, so a subclass may take its texts over: the same list, writable, when ATTRIBUTES is

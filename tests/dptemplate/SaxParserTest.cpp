@@ -1,5 +1,6 @@
 #include "dptemplate/SaxParser.h"
 
+#include "EndlessBuffer.h"
 #include "EngineOutput.h"
 #include "FailingBuffer.h"
 #include "support/ChunkedBuffer.h"
@@ -294,35 +295,6 @@ TEST(SaxParser, StreamEventsDoNotDependOnHowTheBytesArrive) {
 }
 
 namespace {
-
-// Hands out PREFIX and then FILLER over and over, as /dev/zero or a chatty pipe would, and
-// counts what it handed out. It gives up after 64 MB so that a parser that keeps reading
-// fails the test instead of hanging it.
-class EndlessBuffer : public std::streambuf {
-public:
-    EndlessBuffer(const std::string& prefix, const std::string& filler)
-        : mBlock(prefix), mFiller(filler) {}
-
-    std::size_t mHandedOut = 0;
-
-protected:
-    int_type underflow() override {
-        if (mHandedOut >= 64u << 20)
-            return traits_type::eof();
-        if (mHandedOut > 0 || mBlock.empty()) {
-            mBlock.clear();
-            while (mBlock.size() < 4096)
-                mBlock += mFiller;
-        }
-        mHandedOut += mBlock.size();
-        setg(&mBlock[0], &mBlock[0], &mBlock[0] + mBlock.size());
-        return traits_type::to_int_type(mBlock[0]);
-    }
-
-private:
-    std::string mBlock;
-    std::string mFiller;
-};
 
 // A TCP port on the loopback interface that nobody answers: a parser that tried to fetch an
 // http URL on it leaves a connection waiting in the backlog.

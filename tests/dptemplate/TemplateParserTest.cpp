@@ -3,6 +3,7 @@
 #include "dptemplate/StyleSheet.h"
 #include "dptemplate/Template.h"
 
+#include "EndlessBuffer.h"
 #include "EngineOutput.h"
 #include "FailingBuffer.h"
 #include "support/StderrCapture.h"
@@ -322,6 +323,17 @@ TEST(TemplateParser, AFailingStreamGivesTwoInsteadOfRaising) {
     Template target;
     EXPECT_EQ(TemplateParser::BAD_STRUCTURE, parser.parse(in, &target));
     EXPECT_EQ(1u, target.getLayoutCount());
+}
+
+TEST(TemplateParser, NothingIsReadAfterAnElementIsRefused) {
+    // Well formed so far and never ending, as a pipe that keeps writing.
+    EndlessBuffer buffer("<template><layout id=\"a\"/><style/>", "<layout id=\"b\"/>");
+    std::istream in(&buffer);
+    TemplateParser parser;
+    Template target;
+    EXPECT_EQ(2, parser.parse(in, &target));
+    EXPECT_EQ(1u, target.getLayoutCount());
+    EXPECT_LE(buffer.mHandedOut, 2u * 4096u);
 }
 
 TEST(TemplateParser, AStateTwoParseDoesNotSpoilTheNext) {

@@ -171,6 +171,13 @@ TEST_F(OvTemplate, EndlessOrStalledInputEndsAtTheFirstFatalError) {
     EXPECT_EQ(1, pipe.exitCode);
     EXPECT_NE(std::string::npos, pipe.err.find(":2: not well formed: Opening and ending tag"))
         << pipe.err;
+    // The same once an element is refused: the rest cannot change the verdict.
+    stalled.input = "<template>\n<style/>\n";
+    ovtest::ToolResult refused = check("/dev/stdin", stalled);
+    EXPECT_FALSE(refused.timedOut);
+    EXPECT_EQ(1, refused.exitCode);
+    EXPECT_EQ("ovtemplate: /dev/stdin:2: <style> may not stand inside <template> (error state 2)\n",
+              refused.err);
 }
 
 TEST_F(OvTemplate, AFailedWriteOnStandardOutputExits74) {
