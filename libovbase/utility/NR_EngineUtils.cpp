@@ -247,9 +247,10 @@ int NR_EngineUtils::replacePatternsInURL(std::string& url) {
     // A value is scanned again, so it may hold (or, with the text after it, complete) a
     // placeholder. When that placeholder lies wholly inside what an open replacement of the same
     // placeholder expanded to, the same steps would repeat from there for ever; that occurrence
-    // stays as it is. Any endless expansion reaches such a point, and none that ends does.
+    // stays as it is. As long as the values stay the same, every endless expansion reaches such
+    // a point and none that ends does.
     std::vector<OpenReplacement> open;
-    auto closeBelow = [&open](size_t size) {
+    auto closeFinished = [&open](size_t size) {
         while (!open.empty() && open.back().base > size)
             open.pop_back();
     };
@@ -262,39 +263,36 @@ int NR_EngineUtils::replacePatternsInURL(std::string& url) {
         }
         done.append(pending.rbegin(), pending.rend() - (at + 1));
         pending.resize(at + 1);
-        closeBelow(pending.size());
+        closeFinished(pending.size());
 
         int index = patternAtHead(pending);
-        if (index < 0) {
-            done += '@';
-            pending.pop_back();
-            closeBelow(pending.size());
-            continue;
-        }
-        size_t end = pending.size() - std::strlen(URL_PATTERNS[index]);
-        unsigned below = 0;
-        for (auto it = open.rbegin(); it != open.rend(); ++it) {
-            if (it->base <= end) {
-                below = it->patterns;
-                break;
+        if (index >= 0) {
+            size_t end = pending.size() - std::strlen(URL_PATTERNS[index]);
+            unsigned below = 0;
+            for (auto it = open.rbegin(); it != open.rend(); ++it) {
+                if (it->base <= end) {
+                    below = it->patterns;
+                    break;
+                }
             }
-        }
-        if (below & (1u << index)) {
+            if ((below & (1u << index)) == 0) {
+                std::string value = DEFAULT_REPLACEMENT;
+                getReplacementPattern(index, value);
+                pending.resize(end);
+                closeFinished(end);
+                pending.append(value.rbegin(), value.rend());
+                open.push_back(OpenReplacement{end, below | (1u << index)});
+                continue;
+            }
             OV_LOG(3,
                    "NR_EngineUtils::replacePatternsInURL - pattern (%s) comes back in its own "
                    "replacement. Leaving it as it is to stop an endless expansion.\n\n",
                    URL_PATTERNS[index]);
-            done += '@';
-            pending.pop_back();
-            closeBelow(pending.size());
-            continue;
         }
-        std::string value = DEFAULT_REPLACEMENT;
-        getReplacementPattern(index, value);
-        pending.resize(end);
-        closeBelow(end);
-        pending.append(value.rbegin(), value.rend());
-        open.push_back(OpenReplacement{end, below | (1u << index)});
+        // An '@' that starts no placeholder, or starts one left in place, stays.
+        done += '@';
+        pending.pop_back();
+        closeFinished(pending.size());
     }
     url.swap(done);
     OV_LOG(5, "NR_EngineUtils::replacePatternsInURL - URL after replacement (%s).\n\n",
