@@ -24,6 +24,7 @@ int main(int argc, char** argv) {
     ok = demoSettings(root) && ok;
     ok = demoTemplate() && ok;
     ok = demoEvents() && ok;
+    ok = demoEngine() && ok;
     ok = demoTimer() && ok;
     std::printf("\n%s\n", ok ? "every step went as expected"
                              : "a step did not go as expected; see above and the log");
