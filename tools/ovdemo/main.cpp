@@ -52,6 +52,7 @@ int run(int argc, char** argv) {
     ok = demoSettings(root) && ok;
     ok = demoTemplate() && ok;
     ok = demoEvents() && ok;
+    ok = demoEngine() && ok;
     ok = demoTimer() && ok;
     std::printf("\n%s\n", ok ? "every step went as expected"
                              : "a step did not go as expected; see above and the log");
