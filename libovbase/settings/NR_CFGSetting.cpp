@@ -250,10 +250,7 @@ std::string CFGOrvelSetting::announcedName(const char* group, const char* key) {
 }
 
 bool CFGOrvelSetting::canCarry(const char* group, const char* key) {
-    std::string announcedGroup, announcedKey;
-    return fileFormCarries(group, key) &&
-           splitName(announcedName(group, key), announcedGroup, announcedKey) &&
-           announcedKey == key;
+    return fileFormCarries(group, key);
 }
 
 int CFGOrvelSetting::writeValue(const char* group, const char* key,

@@ -85,9 +85,10 @@ protected:
                    const std::string& text);
     // The dotted name a write of GROUP and KEY is announced under.
     virtual std::string announcedName(const char* group, const char* key);
-    // True when a write of KEY in section GROUP comes back as that key in that section, both
-    // from a load of the file and in the sources that receive its announcement (which split the
-    // announced name at its second dot). What the file's text form cannot carry back:
+    // True when a write of KEY in section GROUP comes back as that key in that section from a
+    // load of the file. (A group without exactly one dot is stored and loaded as itself, but
+    // the sources that receive its announcement split the name at its second dot and so file
+    // it elsewhere; the setting groups all have one dot.) What the text form cannot carry back:
     // - in the section: ']' (the header ends at the first one), CR and LF (line ends; CRs are
     //   dropped on load), any byte above 0x7F (headers are written as raw bytes but read back
     //   as UTF-8);

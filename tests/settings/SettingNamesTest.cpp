@@ -82,10 +82,8 @@ protected:
         EXPECT_TRUE(recorder().drain());
         if (rc != 0) {
             EXPECT_EQ(1, rc);
-            // With one dot in the group the announcement carries any key: only the text form
-            // may be the reason.
-            bool oneDot = std::count(group.begin(), group.end(), '.') == 1;
-            EXPECT_FALSE(oneDot && textFormCarries(group, key)) << "refused needlessly";
+            // Only the text form may be the reason.
+            EXPECT_FALSE(textFormCarries(group, key)) << "refused needlessly";
             EXPECT_EQ(before, ovtest::readFile(ovtest::mainSettingsPath()));
             EXPECT_EQ(announced, recorder().changes().size());
             return rc;
@@ -98,9 +96,13 @@ protected:
         EXPECT_TRUE(found);
         EXPECT_EQ(ovTypes::String(L"z"), loaded.getString("Z", L"", nullptr, "OVCore.Service"));
         EXPECT_EQ(ovTypes::String(L"1"), loaded.getString("A", L"", nullptr, kUI));
-        ovTypes::String received;
-        EXPECT_EQ(0, mReceiver->getString(group.c_str(), key.c_str(), received));
-        EXPECT_EQ(ovTypes::String(L"v"), received);
+        // Receivers file the announcement under the name up to its second dot: only a group
+        // with one dot comes back there as itself.
+        if (std::count(group.begin(), group.end(), '.') == 1) {
+            ovTypes::String received;
+            EXPECT_EQ(0, mReceiver->getString(group.c_str(), key.c_str(), received));
+            EXPECT_EQ(ovTypes::String(L"v"), received);
+        }
         return rc;
     }
 
@@ -124,10 +126,9 @@ TEST_F(SettingNamesTest, KeysComeBackAsThemselvesOrAreRefused) {
 TEST_F(SettingNamesTest, GroupsComeBackAsThemselvesOrAreRefused) {
     for (const std::string& suffix : shortTexts("a []=#\t\r\n\xc3\xa9"))
         checkRoundTrip("OVCore." + suffix, "k");
-    // Receivers take the group to be the name up to its second dot: a group with another
-    // number of dots would come back under another group and key, or not at all.
+    // Groups with another number of dots are plain sections of the file.
     for (const char* group : {"OVCore", "", "OVCore.UI.Deep", "a.b.c", ".."})
-        EXPECT_EQ(1, mWriter->setInt(group, "k", 1)) << printable(group);
+        EXPECT_EQ(0, checkRoundTrip(group, "k"));
     EXPECT_EQ(0, checkRoundTrip("X.", "k"));
     EXPECT_EQ(0, checkRoundTrip(".y", "k"));
 }
