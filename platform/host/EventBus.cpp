@@ -21,16 +21,32 @@ void shutdownAtExit() {
 
 } // namespace
 
+void EventBus::create(std::unique_ptr<EventTransport> transport) {
+    // Never freed: a delivery thread left behind at shutdown may still use it.
+    gInstance = new EventBus(std::move(transport));
+    // Registered after the process's static objects were built, so it runs before they are
+    // destroyed: no delivery reaches a half-destroyed program.
+    std::atexit(shutdownAtExit);
+}
+
 EventBus* EventBus::instance() {
     std::lock_guard<std::mutex> lock(gInstanceMutex);
-    if (!gInstance) {
-        // Never freed: a delivery thread left behind at shutdown may still use it.
-        gInstance = new EventBus(std::unique_ptr<EventTransport>(new LoopbackTransport));
-        // Registered after the process's static objects were built, so it runs before
-        // they are destroyed: no delivery reaches a half-destroyed program.
-        std::atexit(shutdownAtExit);
-    }
+    if (!gInstance)
+        create(std::unique_ptr<EventTransport>(new LoopbackTransport));
     return gInstance;
+}
+
+bool EventBus::install(std::unique_ptr<EventTransport> transport) {
+    std::lock_guard<std::mutex> lock(gInstanceMutex);
+    if (gInstance)
+        return false;
+    create(std::move(transport));
+    return true;
+}
+
+bool EventBus::exists() {
+    std::lock_guard<std::mutex> lock(gInstanceMutex);
+    return gInstance != nullptr;
 }
 
 EventBus::EventBus(std::unique_ptr<EventTransport> transport)
@@ -54,9 +70,14 @@ int EventBus::subscribe(const std::string& topic, ES_EventHandler* handler) {
     std::lock_guard<std::mutex> lock(mMutex);
     if (mDown)
         return ES_ERR_BUS_DOWN;
-    std::vector<ES_EventHandler*>& handlers = mSubscriptions[topic];
-    if (handlers.empty())
-        mpTransport->listen(topic);
+    auto it = mSubscriptions.find(topic);
+    if (it == mSubscriptions.end()) {
+        int status = mpTransport->listen(topic);
+        if (status != ES_OK)
+            return status;
+        it = mSubscriptions.emplace(topic, std::vector<ES_EventHandler*>()).first;
+    }
+    std::vector<ES_EventHandler*>& handlers = it->second;
     if (std::find(handlers.begin(), handlers.end(), handler) == handlers.end())
         handlers.push_back(handler);
     return ES_OK;

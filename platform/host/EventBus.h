@@ -26,6 +26,10 @@ class EventBus {
 public:
     // The process's bus, created with the loopback transport on first use.
     static EventBus* instance();
+    // Creates the process's bus with TRANSPORT instead; false when the bus already exists.
+    static bool install(std::unique_ptr<EventTransport> transport);
+    // Whether the process's bus has been created.
+    static bool exists();
 
     int subscribe(const std::string& topic, ES_EventHandler* handler);
     int unsubscribe(const std::string& topic, ES_EventHandler* handler);
@@ -34,6 +38,8 @@ public:
 
 private:
     explicit EventBus(std::unique_ptr<EventTransport> transport);
+    // Makes the process's bus; called with the instance lock held.
+    static void create(std::unique_ptr<EventTransport> transport);
     EventBus(const EventBus&) = delete;
     EventBus& operator=(const EventBus&) = delete;
 
