@@ -2,14 +2,17 @@
 // device root. The library's own diagnostics go to a log file whose path is printed.
 #include "Demo.h"
 #include "OVPlatform.h"
+#include "ToolBus.h"
 #include "ToolSupport.h"
 
 #include <cstdio>
 #include <string>
 
 int main(int argc, char** argv) {
+    if (int rc = ovtool::useBusOption(argc, argv))
+        return rc;
     if (argc != 2) {
-        std::fprintf(ovtool::err(), "usage: ovdemo DEVICE_ROOT\n");
+        std::fprintf(ovtool::err(), "usage: ovdemo [--bus WHERE] DEVICE_ROOT\n");
         return 2;
     }
     std::string root = argv[1];

@@ -1,6 +1,7 @@
 // ovsettings: reads and writes the library's settings on a device root. A set goes through the
 // setting manager, so the file is rewritten and the change announced like any other write.
 #include "OVPlatform.h"
+#include "ToolBus.h"
 #include "ToolSupport.h"
 #include "settings/NR_MenuCFGSetting.h"
 #include "settings/NR_SettingMgr.h"
@@ -27,7 +28,7 @@ const int kExitUsage = 64;
 
 void usage(FILE* out) {
     std::fprintf(out,
-                 "usage: ovsettings [-v] DEVICE_ROOT COMMAND ...\n"
+                 "usage: ovsettings [-v] [--bus WHERE] DEVICE_ROOT COMMAND ...\n"
                  "\n"
                  "commands:\n"
                  "  get GROUP KEY [--int|--bool]     print a value (as text unless a type is "
@@ -46,6 +47,7 @@ void usage(FILE* out) {
                  "\n"
                  "exit status: 0 success, 1 no such group or source, 3 key absent,\n"
                  "8 settings file not loaded, 64 usage error.\n");
+    std::fprintf(out, "\n%s", ovtool::BUS_USAGE);
 }
 
 // The group index of an index or a name; -1 when it is neither.
@@ -205,6 +207,8 @@ int run(int argc, char** argv) {
         return 0;
     }
     ovtool::dropVerboseOptions(argc, argv);
+    if (int rc = ovtool::useBusOption(argc, argv))
+        return rc;
     if (argc < 3) {
         usage(gErr);
         return kExitUsage;
