@@ -35,10 +35,13 @@ bool DBusDaemon::start(std::string* reason) {
     }
     if (!mProcess.start({"dbus-daemon", "--config-file=" + config, "--nofork", "--nopidfile",
                          "--print-address=1"},
-                        {}, ChildProcess::INHERIT, reason))
+                        {}, ChildProcess::TO_STDOUT, reason))
         return false;
-    if (!mProcess.readLine(&mAddress, 20000) || mAddress.empty()) {
-        *reason = "dbus-daemon started but printed no address";
+    // Its complaints (such as a file limit it may not raise) come first on the same pipe.
+    if (!mProcess.waitForLine("unix:", &mAddress, 20000)) {
+        *reason = "dbus-daemon printed no address";
+        for (const std::string& line : mProcess.skipped())
+            *reason += "; it said: " + line;
         return false;
     }
     return true;
