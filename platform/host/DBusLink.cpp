@@ -132,10 +132,14 @@ DBusLink* DBusLink::instance() {
 
 DBusLink::DBusLink(const QDBusConnection& connection, const std::string& description)
     : mConnection(connection), mDescription(description), mpThread(new QThread),
-      mpReceiver(new DBusLinkReceiver(this)), mLost(false) {
+      mpReceiver(new DBusLinkReceiver(this)), mpEventThread(new QThread),
+      mpEventReceiver(new DBusLinkReceiver(this)), mLost(false) {
     mpThread->setObjectName("ovplatform-dbus");
     mpReceiver->moveToThread(mpThread);
     mpThread->start();
+    mpEventThread->setObjectName("ovplatform-bus");
+    mpEventReceiver->moveToThread(mpEventThread);
+    mpEventThread->start();
     mConnection.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                         "Disconnected", mpReceiver, SLOT(onDisconnected()));
 }
@@ -158,11 +162,12 @@ void DBusLink::receive(Kind kind, const QString& key, const QByteArray& first,
 
 bool DBusLink::connectKey(Kind kind, const std::string& key, bool on) {
     QStringList match(wireKey(key));
+    DBusLinkReceiver* receiver = kind == EVENT ? mpEventReceiver : mpReceiver;
     if (on)
         return mConnection.connect(QString(), kPath, kInterface, kMembers[kind], match, QString(),
-                                   mpReceiver, kSlots[kind]);
+                                   receiver, kSlots[kind]);
     return mConnection.disconnect(QString(), kPath, kInterface, kMembers[kind], match, QString(),
-                                  mpReceiver, kSlots[kind]);
+                                  receiver, kSlots[kind]);
 }
 
 int DBusLink::listen(Kind kind, const std::string& key) {

@@ -8,9 +8,11 @@
 // listens it also owns the key's presence name, so that another process can tell whether
 // anyone listens before it sends (hasListener).
 //
-// Arriving signals are handed to the kind's receiver on the link's own thread, in the order the
-// daemon sent them. Every other call may come from any thread. Once the daemon goes away the
-// link stays lost for the rest of the process: sends and listens fail, nothing arrives.
+// Arriving signals are handed to the kind's receiver in the order the daemon sent them, on one
+// of the link's two threads: bus events on a thread of their own (the event bus's delivery
+// thread, so that a slow handler holds up nothing else), everything else on the other. Every
+// other call may come from any thread. Once the daemon goes away the link stays lost for the
+// rest of the process: sends and listens fail, nothing arrives.
 //
 // The link is made once per process (connect) and never freed: threads still running at exit
 // may use it. Qt's D-Bus module needs a QCoreApplication, which must exist before connect().
@@ -36,7 +38,7 @@ class DBusLink {
 public:
     enum Kind { EVENT, CHANNEL, PHONE, KIND_COUNT };
 
-    // Takes what arrives for one kind; runs on the link's thread.
+    // Takes what arrives for one kind; runs on the link's thread for that kind.
     typedef std::function<void(const std::string& key, const QByteArray& first,
                                const QByteArray& second)>
         Receiver;
@@ -76,7 +78,7 @@ public:
     // "session bus" or the address given to connect().
     const std::string& description() const { return mDescription; }
 
-    // Called by the link's thread.
+    // Called by the link's threads.
     void receive(Kind kind, const QString& key, const QByteArray& first, const QByteArray& second);
     void ownerChanged(const QString& name, bool owned);
     void lost();
@@ -93,6 +95,8 @@ private:
     std::string mDescription;
     QThread* mpThread;
     DBusLinkReceiver* mpReceiver; // lives on mpThread
+    QThread* mpEventThread;
+    DBusLinkReceiver* mpEventReceiver; // lives on mpEventThread, receives EVENT only
     std::atomic<bool> mLost;
 
     std::mutex mMutex; // guards the receivers and the owners

@@ -18,6 +18,8 @@ public:
     explicit DBusTransport(DBusLink* link) : mpLink(link) {}
     ~DBusTransport() override;
 
+    // Events arrive on the link's event thread, which thereby delivers them.
+    bool deliversOnItsThread() const override { return true; }
     void start(Sink sink) override;
     void stop() override;
     int listen(const std::string& topic) override;

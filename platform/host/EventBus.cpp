@@ -15,6 +15,10 @@ namespace {
 std::mutex gInstanceMutex;
 EventBus* gInstance = nullptr;
 
+// The bus whose handlers this thread is delivering to: for the bus's own thread, all its life;
+// for a transport's thread, for the length of a delivery.
+thread_local const EventBus* tDelivering = nullptr;
+
 void shutdownAtExit() {
     shutdownEventBus();
 }
@@ -51,9 +55,12 @@ bool EventBus::exists() {
 
 EventBus::EventBus(std::unique_ptr<EventTransport> transport)
     : mpDelivering(nullptr), mDown(false), mThreadDone(false), mpTransport(std::move(transport)) {
+    if (mpTransport->deliversOnItsThread()) {
+        mpTransport->start([this](const ES_Event& event) { deliverNow(event); });
+        return;
+    }
     mpTransport->start([this](const ES_Event& event) { enqueue(event); });
     mThread = std::thread([this] { run(); });
-    mThreadId = mThread.get_id();
 }
 
 bool EventBus::isSubscribed(const std::string& topic, ES_EventHandler* handler) const {
@@ -104,7 +111,7 @@ int EventBus::unsubscribe(const std::string& topic, ES_EventHandler* handler) {
     }
     // The caller may free the handler next: let a call into it on the delivery thread end
     // first. From inside that call (a handler leaving during delivery) there is nothing to wait.
-    if (std::this_thread::get_id() != mThreadId)
+    if (tDelivering != this)
         mIdle.wait(lock, [&] { return mpDelivering != handler || mThreadDone; });
     return ES_OK;
 }
@@ -131,6 +138,7 @@ void EventBus::enqueue(const ES_Event& event) {
 }
 
 void EventBus::run() {
+    tDelivering = this;
     std::unique_lock<std::mutex> lock(mMutex);
     while (true) {
         mWake.wait(lock, [this] { return mDown || !mQueue.empty(); });
@@ -138,27 +146,40 @@ void EventBus::run() {
             break;
         ES_Event event = std::move(mQueue.front());
         mQueue.pop_front();
-        auto it = mSubscriptions.find(event.getTopic());
-        if (it == mSubscriptions.end())
-            continue;
-        // Handlers may subscribe and unsubscribe while called: walk a copy, and skip those
-        // that left in the meantime.
-        std::vector<ES_EventHandler*> handlers = it->second;
-        for (ES_EventHandler* handler : handlers) {
-            if (mDown)
-                break;
-            if (!isSubscribed(event.getTopic(), handler))
-                continue;
-            mpDelivering = handler;
-            lock.unlock();
-            handler->handleEvent(event);
-            lock.lock();
-            mpDelivering = nullptr;
-            mIdle.notify_all();
-        }
+        deliver(lock, event);
     }
     mThreadDone = true;
     mIdle.notify_all();
+}
+
+void EventBus::deliverNow(const ES_Event& event) {
+    const EventBus* outer = tDelivering;
+    tDelivering = this;
+    std::unique_lock<std::mutex> lock(mMutex);
+    if (!mDown)
+        deliver(lock, event);
+    tDelivering = outer;
+}
+
+void EventBus::deliver(std::unique_lock<std::mutex>& lock, const ES_Event& event) {
+    auto it = mSubscriptions.find(event.getTopic());
+    if (it == mSubscriptions.end())
+        return;
+    // Handlers may subscribe and unsubscribe while called: walk a copy, and skip those that
+    // left in the meantime.
+    std::vector<ES_EventHandler*> handlers = it->second;
+    for (ES_EventHandler* handler : handlers) {
+        if (mDown)
+            break;
+        if (!isSubscribed(event.getTopic(), handler))
+            continue;
+        mpDelivering = handler;
+        lock.unlock();
+        handler->handleEvent(event);
+        lock.lock();
+        mpDelivering = nullptr;
+        mIdle.notify_all();
+    }
 }
 
 void EventBus::shutdown() {
@@ -171,14 +192,19 @@ void EventBus::shutdown() {
         mWake.notify_all();
     }
     mpTransport->stop();
-    if (std::this_thread::get_id() == mThreadId) {
-        // Called from a handler: the thread ends once that handler returns.
-        mThread.detach();
+    if (tDelivering == this) {
+        // Called from a handler: the delivery ends once that handler returns.
+        if (mThread.joinable())
+            mThread.detach();
         return;
     }
     std::unique_lock<std::mutex> lock(mMutex);
-    bool ended = mIdle.wait_for(lock, std::chrono::seconds(2), [this] { return mThreadDone; });
+    bool ended = mIdle.wait_for(lock, std::chrono::seconds(2), [this] {
+        return mThread.joinable() ? mThreadDone : mpDelivering == nullptr;
+    });
     lock.unlock();
+    if (!mThread.joinable())
+        return;
     if (ended)
         mThread.join();
     else

@@ -1,6 +1,8 @@
 // The process's side of the platform bus: subscriptions by topic, a queue of events to
 // deliver and the delivery thread that calls the handlers, one event after the other in
-// order of arrival and, per event, the handlers in order of subscription.
+// order of arrival and, per event, the handlers in order of subscription. A transport that
+// receives on a thread of its own (D-Bus) delivers there directly instead: that thread is then
+// the bus's delivery thread, and the bus runs no thread and no queue of its own.
 //
 // Shutdown (explicit, or at process exit through atexit): events still queued are discarded
 // without being delivered; a delivery under way is waited for up to about two seconds, after
@@ -45,6 +47,10 @@ private:
 
     void enqueue(const ES_Event& event);
     void run();
+    // Delivers EVENT on the calling thread (a transport's own), in place of the queue.
+    void deliverNow(const ES_Event& event);
+    // Calls EVENT's handlers; LOCK holds mMutex, released around each call.
+    void deliver(std::unique_lock<std::mutex>& lock, const ES_Event& event);
     bool isSubscribed(const std::string& topic, ES_EventHandler* handler) const;
 
     std::mutex mMutex;
@@ -56,8 +62,7 @@ private:
     bool mDown;
     bool mThreadDone;
     std::unique_ptr<EventTransport> mpTransport;
-    std::thread mThread;
-    std::thread::id mThreadId;
+    std::thread mThread; // not joinable when the transport delivers on its own thread
 };
 
 } // namespace ovplatform

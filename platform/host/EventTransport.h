@@ -15,9 +15,14 @@ namespace ovplatform {
 class EventTransport {
 public:
     // Takes an arriving event into the bus's delivery queue; may be called from any thread.
+    // For a transport that delivers on its own thread, delivers it.
     typedef std::function<void(const ES_Event&)> Sink;
 
     virtual ~EventTransport() {}
+
+    // Whether the transport receives on a thread of its own and calls the sink only there,
+    // one event at a time. Its sink then delivers to the handlers at once, on that thread.
+    virtual bool deliversOnItsThread() const { return false; }
 
     virtual void start(Sink sink) = 0;
     // After stop() the sink is not called any more, except by a call already under way.
