@@ -68,8 +68,8 @@ int useBusOption(int& argc, char** argv) {
     return 0;
 }
 
-bool onBus() {
-    return gOnBus;
+const char* busHint() {
+    return gOnBus ? "" : " in this program (--bus reaches other processes)";
 }
 
 } // namespace ovtool

@@ -278,8 +278,7 @@ int publish(int argc, char** argv) {
     if (status == ES_OK)
         return 0;
     if (status == ES_ERR_NO_SUBSCRIBER) {
-        ovtool::error("nobody listens to %s%s", argv[0],
-                      ovtool::onBus() ? "" : " in this program (--bus reaches other processes)");
+        ovtool::error("nobody listens to %s%s", argv[0], ovtool::busHint());
         return EXIT_NOBODY;
     }
     ovtool::error("%s: not published (bus status %d)", argv[0], status);

@@ -279,8 +279,7 @@ int messageResult(const char* what, bool sent) {
         ovtool::error("%s: not sent: the bus is lost", what);
         return ovtool::EXIT_UNAVAILABLE;
     }
-    ovtool::error("%s: nobody has " SYSTEM_CHANNEL " open%s", what,
-                  ovtool::onBus() ? "" : " in this program (--bus reaches other processes)");
+    ovtool::error("%s: nobody has " SYSTEM_CHANNEL " open%s", what, ovtool::busHint());
     return EXIT_NOT_DONE;
 }
 
@@ -311,8 +310,7 @@ int push(int argc, char** argv) {
     if (status == ES_OK)
         return 0;
     if (status == ES_ERR_NO_SUBSCRIBER) {
-        ovtool::error("push: nobody listens to %s%s", topic.c_str(),
-                      ovtool::onBus() ? "" : " in this program (--bus reaches other processes)");
+        ovtool::error("push: nobody listens to %s%s", topic.c_str(), ovtool::busHint());
         return EXIT_NOT_DONE;
     }
     ovtool::error("push: not sent (bus status %d)", status);
