@@ -149,7 +149,8 @@ void runPeer(const std::string& role) {
         NullBusHandler raw;
         report("subscribe " +
                std::to_string(ES_EventSubscriber::subscribe("/test/dbus/raw", &raw)));
-        ovtest::EventRecorder other("/test/dbus/other"); // the facade's subscribe fails quietly
+        const std::string otherTopic = "/test/dbus/other"; // outlives its handler
+        ovtest::EventRecorder other(otherTopic);           // the facade's subscribe fails quietly
         report("channel " + std::to_string(QCopChannel::send(SYSTEM_CHANNEL, "FlipOpened")));
         report("flip " + std::to_string(ovplatform::setFlipOpen(true)));
         report("connected " + std::to_string(ovplatform::busConnected()));
@@ -229,7 +230,7 @@ TEST_F(MultiProcessTest, OwnEventsComeBackThroughTheDaemonInOrderOnTheBusThread)
 TEST_F(MultiProcessTest, OddTopicsAndPropertiesCrossTheWireUnchanged) {
     // Bytes that match rules, D-Bus strings or the key encoding could mangle.
     const std::string odd =
-        std::string("/test/it's \"odd\" 100%\\ \xe9\xff/", 28) + std::string(1, '\0') + "end";
+        std::string("/test/it's \"odd\" 100%\\ \xe9\xff/") + std::string(1, '\0') + "end";
     const std::string lookalike = "/test/it%27s";
     ovtest::EventRecorder oddEvents(odd);
     ovtest::EventRecorder lookalikeEvents(lookalike);
