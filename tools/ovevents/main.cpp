@@ -16,6 +16,7 @@
 
 #include <QCoreApplication>
 #include <QTimer>
+#include <algorithm>
 #include <climits>
 #include <csignal>
 #include <cstdint>
@@ -201,10 +202,13 @@ int listen(int argc, char** argv) {
         }
     }
     // Handlers keep a reference to their topic: the texts live in a deque, which never moves
-    // them, for as long as the handlers.
+    // them, for as long as the handlers. One handler per topic, as the facade keeps a topic's
+    // handlers registered until the last of them leaves.
     std::deque<std::string> topics;
-    for (; at < argc; ++at)
-        topics.push_back(argv[at]);
+    for (; at < argc; ++at) {
+        if (std::find(topics.begin(), topics.end(), argv[at]) == topics.end())
+            topics.push_back(argv[at]);
+    }
     if (topics.empty()) {
         for (const std::string& topic : libraryTopics())
             topics.push_back(topic);
