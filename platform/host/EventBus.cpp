@@ -15,29 +15,52 @@ namespace {
 std::mutex gInstanceMutex;
 EventBus* gInstance = nullptr;
 
+// The bus whose handlers this thread is delivering to: for the bus's own thread, all its life;
+// for a transport's thread, for the length of a delivery.
+thread_local const EventBus* tDelivering = nullptr;
+
 void shutdownAtExit() {
     shutdownEventBus();
 }
 
 } // namespace
 
+void EventBus::create(std::unique_ptr<EventTransport> transport) {
+    // Never freed: a delivery thread left behind at shutdown may still use it.
+    gInstance = new EventBus(std::move(transport));
+    // Registered after the process's static objects were built, so it runs before they are
+    // destroyed: no delivery reaches a half-destroyed program.
+    std::atexit(shutdownAtExit);
+}
+
 EventBus* EventBus::instance() {
     std::lock_guard<std::mutex> lock(gInstanceMutex);
-    if (!gInstance) {
-        // Never freed: a delivery thread left behind at shutdown may still use it.
-        gInstance = new EventBus(std::unique_ptr<EventTransport>(new LoopbackTransport));
-        // Registered after the process's static objects were built, so it runs before
-        // they are destroyed: no delivery reaches a half-destroyed program.
-        std::atexit(shutdownAtExit);
-    }
+    if (!gInstance)
+        create(std::unique_ptr<EventTransport>(new LoopbackTransport));
     return gInstance;
+}
+
+bool EventBus::install(std::unique_ptr<EventTransport> transport) {
+    std::lock_guard<std::mutex> lock(gInstanceMutex);
+    if (gInstance)
+        return false;
+    create(std::move(transport));
+    return true;
+}
+
+bool EventBus::exists() {
+    std::lock_guard<std::mutex> lock(gInstanceMutex);
+    return gInstance != nullptr;
 }
 
 EventBus::EventBus(std::unique_ptr<EventTransport> transport)
     : mpDelivering(nullptr), mDown(false), mThreadDone(false), mpTransport(std::move(transport)) {
+    if (mpTransport->deliversOnItsThread()) {
+        mpTransport->start([this](const ES_Event& event) { deliverNow(event); });
+        return;
+    }
     mpTransport->start([this](const ES_Event& event) { enqueue(event); });
     mThread = std::thread([this] { run(); });
-    mThreadId = mThread.get_id();
 }
 
 bool EventBus::isSubscribed(const std::string& topic, ES_EventHandler* handler) const {
@@ -54,9 +77,14 @@ int EventBus::subscribe(const std::string& topic, ES_EventHandler* handler) {
     std::lock_guard<std::mutex> lock(mMutex);
     if (mDown)
         return ES_ERR_BUS_DOWN;
-    std::vector<ES_EventHandler*>& handlers = mSubscriptions[topic];
-    if (handlers.empty())
-        mpTransport->listen(topic);
+    auto it = mSubscriptions.find(topic);
+    if (it == mSubscriptions.end()) {
+        int status = mpTransport->listen(topic);
+        if (status != ES_OK)
+            return status;
+        it = mSubscriptions.emplace(topic, std::vector<ES_EventHandler*>()).first;
+    }
+    std::vector<ES_EventHandler*>& handlers = it->second;
     if (std::find(handlers.begin(), handlers.end(), handler) == handlers.end())
         handlers.push_back(handler);
     return ES_OK;
@@ -83,7 +111,7 @@ int EventBus::unsubscribe(const std::string& topic, ES_EventHandler* handler) {
     }
     // The caller may free the handler next: let a call into it on the delivery thread end
     // first. From inside that call (a handler leaving during delivery) there is nothing to wait.
-    if (std::this_thread::get_id() != mThreadId)
+    if (tDelivering != this)
         mIdle.wait(lock, [&] { return mpDelivering != handler || mThreadDone; });
     return ES_OK;
 }
@@ -110,6 +138,7 @@ void EventBus::enqueue(const ES_Event& event) {
 }
 
 void EventBus::run() {
+    tDelivering = this;
     std::unique_lock<std::mutex> lock(mMutex);
     while (true) {
         mWake.wait(lock, [this] { return mDown || !mQueue.empty(); });
@@ -117,27 +146,40 @@ void EventBus::run() {
             break;
         ES_Event event = std::move(mQueue.front());
         mQueue.pop_front();
-        auto it = mSubscriptions.find(event.getTopic());
-        if (it == mSubscriptions.end())
-            continue;
-        // Handlers may subscribe and unsubscribe while called: walk a copy, and skip those
-        // that left in the meantime.
-        std::vector<ES_EventHandler*> handlers = it->second;
-        for (ES_EventHandler* handler : handlers) {
-            if (mDown)
-                break;
-            if (!isSubscribed(event.getTopic(), handler))
-                continue;
-            mpDelivering = handler;
-            lock.unlock();
-            handler->handleEvent(event);
-            lock.lock();
-            mpDelivering = nullptr;
-            mIdle.notify_all();
-        }
+        deliver(lock, event);
     }
     mThreadDone = true;
     mIdle.notify_all();
+}
+
+void EventBus::deliverNow(const ES_Event& event) {
+    const EventBus* outer = tDelivering;
+    tDelivering = this;
+    std::unique_lock<std::mutex> lock(mMutex);
+    if (!mDown)
+        deliver(lock, event);
+    tDelivering = outer;
+}
+
+void EventBus::deliver(std::unique_lock<std::mutex>& lock, const ES_Event& event) {
+    auto it = mSubscriptions.find(event.getTopic());
+    if (it == mSubscriptions.end())
+        return;
+    // Handlers may subscribe and unsubscribe while called: walk a copy, and skip those that
+    // left in the meantime.
+    std::vector<ES_EventHandler*> handlers = it->second;
+    for (ES_EventHandler* handler : handlers) {
+        if (mDown)
+            break;
+        if (!isSubscribed(event.getTopic(), handler))
+            continue;
+        mpDelivering = handler;
+        lock.unlock();
+        handler->handleEvent(event);
+        lock.lock();
+        mpDelivering = nullptr;
+        mIdle.notify_all();
+    }
 }
 
 void EventBus::shutdown() {
@@ -150,14 +192,19 @@ void EventBus::shutdown() {
         mWake.notify_all();
     }
     mpTransport->stop();
-    if (std::this_thread::get_id() == mThreadId) {
-        // Called from a handler: the thread ends once that handler returns.
-        mThread.detach();
+    if (tDelivering == this) {
+        // Called from a handler: the delivery ends once that handler returns.
+        if (mThread.joinable())
+            mThread.detach();
         return;
     }
     std::unique_lock<std::mutex> lock(mMutex);
-    bool ended = mIdle.wait_for(lock, std::chrono::seconds(2), [this] { return mThreadDone; });
+    bool ended = mIdle.wait_for(lock, std::chrono::seconds(2), [this] {
+        return mThread.joinable() ? mThreadDone : mpDelivering == nullptr;
+    });
     lock.unlock();
+    if (!mThread.joinable())
+        return;
     if (ended)
         mThread.join();
     else

@@ -12,7 +12,7 @@ class LoopbackTransport : public EventTransport {
 public:
     void start(Sink sink) override;
     void stop() override;
-    void listen(const std::string&) override {}
+    int listen(const std::string&) override { return ES_OK; }
     void unlisten(const std::string&) override {}
     int send(const ES_Event& event, bool listenedHere) override;
 

@@ -1,12 +1,21 @@
 #include "PHONE_AsyncMsgReceiver.h"
 
+#include "DBusLink.h"
+#include "ES_Event.h"
+
 #include <QMetaObject>
 #include <mutex>
 #include <vector>
 
 namespace {
 
+using ovplatform::DBusLink;
+
+// The one key all phone signals travel under over D-Bus.
+const char* const kBusKey = "phone";
+
 struct ReceiverRegistry {
+    // Held across the D-Bus calls that start and stop listening, as for the system channel.
     std::mutex mutex;
     std::vector<PHONE_AsyncMsgReceiver*> receivers;
 };
@@ -17,7 +26,7 @@ ReceiverRegistry& registry() {
 }
 
 // Queues CALL(receiver) on each receiver's own thread.
-template <typename Call> void postToAll(Call call) {
+template <typename Call> void postHere(Call call) {
     ReceiverRegistry& r = registry();
     std::lock_guard<std::mutex> lock(r.mutex);
     for (PHONE_AsyncMsgReceiver* target : r.receivers)
@@ -25,11 +34,55 @@ template <typename Call> void postToAll(Call call) {
             target, [target, call] { call(target); }, Qt::QueuedConnection);
 }
 
+void postGprsHere(bool available) {
+    postHere([available](PHONE_AsyncMsgReceiver* r) { emit r->signalGprsService(available); });
+}
+
+void postRoamingHere(TAPI_NETWORK_ROAM_E state) {
+    postHere([state](PHONE_AsyncMsgReceiver* r) { emit r->signalRoamingState(state); });
+}
+
+void postLowBatteryHere() {
+    postHere([](PHONE_AsyncMsgReceiver* r) { emit r->signalLowBatteryStatusChanged(); });
+}
+
+void postChargeHere(TAPI_CHARGER_STATUS_E status) {
+    postHere([status](PHONE_AsyncMsgReceiver* r) { emit r->signalChargeStatus(status); });
+}
+
+// Over D-Bus a signal travels as its name and its value in decimal.
+void receiveFromBus(const std::string&, const QByteArray& name, const QByteArray& text) {
+    int value = text.toInt();
+    if (name == "GprsService")
+        postGprsHere(value != 0);
+    else if (name == "RoamingState")
+        postRoamingHere(static_cast<TAPI_NETWORK_ROAM_E>(value));
+    else if (name == "LowBatteryStatusChanged")
+        postLowBatteryHere();
+    else if (name == "ChargeStatus")
+        postChargeHere(static_cast<TAPI_CHARGER_STATUS_E>(value));
+}
+
+// Sends the signal NAME with VALUE to every process, or posts it here with POSTHERE.
+template <typename PostHere> bool post(const char* name, int value, PostHere postHere) {
+    DBusLink* link = DBusLink::instance();
+    if (!link) {
+        postHere();
+        return true;
+    }
+    return link->send(DBusLink::PHONE, kBusKey, name, QByteArray::number(value)) == ES_OK;
+}
+
 } // namespace
 
 PHONE_AsyncMsgReceiver::PHONE_AsyncMsgReceiver(QObject* parent) : QObject(parent) {
     ReceiverRegistry& r = registry();
     std::lock_guard<std::mutex> lock(r.mutex);
+    DBusLink* link = DBusLink::instance();
+    if (link && r.receivers.empty()) {
+        link->setReceiver(DBusLink::PHONE, receiveFromBus);
+        link->listen(DBusLink::PHONE, kBusKey); // a lost bus leaves it unheard
+    }
     r.receivers.push_back(this);
 }
 
@@ -42,22 +95,25 @@ PHONE_AsyncMsgReceiver::~PHONE_AsyncMsgReceiver() {
             break;
         }
     }
+    DBusLink* link = DBusLink::instance();
+    if (link && r.receivers.empty())
+        link->unlisten(DBusLink::PHONE, kBusKey);
 }
 
-void PHONE_AsyncMsgReceiver::postGprsService(bool available) {
-    postToAll([available](PHONE_AsyncMsgReceiver* r) { emit r->signalGprsService(available); });
+bool PHONE_AsyncMsgReceiver::postGprsService(bool available) {
+    return post("GprsService", available, [available] { postGprsHere(available); });
 }
 
-void PHONE_AsyncMsgReceiver::postRoamingState(TAPI_NETWORK_ROAM_E state) {
-    postToAll([state](PHONE_AsyncMsgReceiver* r) { emit r->signalRoamingState(state); });
+bool PHONE_AsyncMsgReceiver::postRoamingState(TAPI_NETWORK_ROAM_E state) {
+    return post("RoamingState", state, [state] { postRoamingHere(state); });
 }
 
-void PHONE_AsyncMsgReceiver::postLowBatteryStatusChanged() {
-    postToAll([](PHONE_AsyncMsgReceiver* r) { emit r->signalLowBatteryStatusChanged(); });
+bool PHONE_AsyncMsgReceiver::postLowBatteryStatusChanged() {
+    return post("LowBatteryStatusChanged", 0, [] { postLowBatteryHere(); });
 }
 
-void PHONE_AsyncMsgReceiver::postChargeStatus(TAPI_CHARGER_STATUS_E status) {
-    postToAll([status](PHONE_AsyncMsgReceiver* r) { emit r->signalChargeStatus(status); });
+bool PHONE_AsyncMsgReceiver::postChargeStatus(TAPI_CHARGER_STATUS_E status) {
+    return post("ChargeStatus", status, [status] { postChargeHere(status); });
 }
 
 // The moc output for the header in platform/include, which AUTOMOC finds through this include.

@@ -1,13 +1,21 @@
 #include "QCopChannel.h"
 
+#include "DBusLink.h"
+#include "ES_Event.h"
+#include "SystemMessages.h"
+
 #include <QMetaObject>
 #include <mutex>
 #include <vector>
 
 namespace {
 
+using ovplatform::DBusLink;
+
 // Live channel objects. Never freed, so sends from late threads at exit find it intact.
 struct ChannelRegistry {
+    // Held across the D-Bus calls that start and stop listening to a channel, so that a
+    // channel object never exists unheard.
     std::mutex mutex;
     std::vector<QCopChannel*> channels;
 };
@@ -17,12 +25,47 @@ ChannelRegistry& registry() {
     return *r;
 }
 
+// Call with the registry locked.
+bool anyOn(const ChannelRegistry& r, const QCString& channel) {
+    for (QCopChannel* target : r.channels) {
+        if (target->channel() == channel)
+            return true;
+    }
+    return false;
+}
+
+// Queues MSG with DATA for every object of this process on CHANNEL; false when none exists.
+bool deliverHere(const QCString& channel, const QCString& msg, const QByteArray& data) {
+    ChannelRegistry& r = registry();
+    std::lock_guard<std::mutex> lock(r.mutex);
+    bool any = false;
+    for (QCopChannel* target : r.channels) {
+        if (target->channel() != channel)
+            continue;
+        // Posted to the target's thread; dropped by Qt if the target is deleted first.
+        QMetaObject::invokeMethod(
+            target, [target, msg, data] { emit target->received(msg, data); },
+            Qt::QueuedConnection);
+        any = true;
+    }
+    return any;
+}
+
+void deliverFromBus(const std::string& channel, const QByteArray& msg, const QByteArray& data) {
+    deliverHere(QCString::fromStdString(channel), msg, data);
+}
+
 } // namespace
 
 QCopChannel::QCopChannel(const QCString& channel, QObject* parent)
     : QObject(parent), mChannel(channel) {
     ChannelRegistry& r = registry();
     std::lock_guard<std::mutex> lock(r.mutex);
+    DBusLink* link = DBusLink::instance();
+    if (link && !anyOn(r, channel)) {
+        link->setReceiver(DBusLink::CHANNEL, deliverFromBus);
+        link->listen(DBusLink::CHANNEL, channel.toStdString()); // a lost bus leaves it unheard
+    }
     r.channels.push_back(this);
 }
 
@@ -36,22 +79,28 @@ QCopChannel::~QCopChannel() {
             break;
         }
     }
+    DBusLink* link = DBusLink::instance();
+    if (link && !anyOn(r, mChannel))
+        link->unlisten(DBusLink::CHANNEL, mChannel.toStdString());
 }
 
+namespace ovplatform {
+
+SendResult sendChannelMessage(const QCString& channel, const QCString& msg,
+                              const QByteArray& data) {
+    DBusLink* link = DBusLink::instance();
+    if (!link)
+        return deliverHere(channel, msg, data) ? SENT : NO_RECEIVER;
+    std::string key = channel.toStdString();
+    if (!link->hasListener(DBusLink::CHANNEL, key))
+        return link->connected() ? NO_RECEIVER : BUS_LOST;
+    return link->send(DBusLink::CHANNEL, key, msg, data) == ES_OK ? SENT : BUS_LOST;
+}
+
+} // namespace ovplatform
+
 bool QCopChannel::send(const QCString& channel, const QCString& msg, const QByteArray& data) {
-    ChannelRegistry& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
-    bool any = false;
-    for (QCopChannel* target : r.channels) {
-        if (target->mChannel != channel)
-            continue;
-        // Posted to the target's thread; dropped by Qt if the target is deleted first.
-        QMetaObject::invokeMethod(
-            target, [target, msg, data] { emit target->received(msg, data); },
-            Qt::QueuedConnection);
-        any = true;
-    }
-    return any;
+    return ovplatform::sendChannelMessage(channel, msg, data) == ovplatform::SENT;
 }
 
 bool QCopChannel::send(const QCString& channel, const QCString& msg) {
@@ -59,13 +108,14 @@ bool QCopChannel::send(const QCString& channel, const QCString& msg) {
 }
 
 bool QCopChannel::isRegistered(const QCString& channel) {
-    ChannelRegistry& r = registry();
-    std::lock_guard<std::mutex> lock(r.mutex);
-    for (QCopChannel* target : r.channels) {
-        if (target->mChannel == channel)
+    {
+        ChannelRegistry& r = registry();
+        std::lock_guard<std::mutex> lock(r.mutex);
+        if (anyOn(r, channel))
             return true;
     }
-    return false;
+    DBusLink* link = DBusLink::instance();
+    return link && link->hasListener(DBusLink::CHANNEL, channel.toStdString());
 }
 
 // The moc output for the header in platform/include, which AUTOMOC finds through this include.

@@ -5,6 +5,7 @@
 #include "PHONE_AsyncMsgReceiver.h"
 #include "QCopChannel.h"
 #include "SETUP_Utility.h"
+#include "SystemMessages.h"
 #include "TAPI.h"
 #include "UTIL.h"
 
@@ -174,8 +175,13 @@ bool setFlag(const char* key, bool on, bool* changed) {
     return ok;
 }
 
-void sendSystem(const char* msg, const QByteArray& data = QByteArray()) {
-    QCopChannel::send(SYSTEM_CHANNEL, msg, data);
+SendResult sendSystem(const char* msg, const QByteArray& data = QByteArray()) {
+    return sendChannelMessage(SYSTEM_CHANNEL, msg, data);
+}
+
+// A change announced to nobody is still made; a lost D-Bus connection makes the setter fail.
+bool announced(SendResult result) {
+    return result != BUS_LOST;
 }
 
 } // namespace
@@ -198,8 +204,8 @@ bool setRoaming(bool roaming) {
     bool changed;
     bool ok = setFlag("roaming", roaming, &changed);
     if (changed)
-        PHONE_AsyncMsgReceiver::postRoamingState(roaming ? TAPI_NETWORK_ROAM_ON
-                                                         : TAPI_NETWORK_ROAM_OFF);
+        ok = PHONE_AsyncMsgReceiver::postRoamingState(roaming ? TAPI_NETWORK_ROAM_ON
+                                                              : TAPI_NETWORK_ROAM_OFF);
     return ok;
 }
 
@@ -207,7 +213,7 @@ bool setGprsAvailable(bool available) {
     bool changed;
     bool ok = setFlag("gprs", available, &changed);
     if (changed)
-        PHONE_AsyncMsgReceiver::postGprsService(available);
+        ok = PHONE_AsyncMsgReceiver::postGprsService(available);
     return ok;
 }
 
@@ -215,7 +221,7 @@ bool setLowBattery(bool low) {
     bool changed;
     bool ok = setFlag("low_battery", low, &changed);
     if (changed)
-        PHONE_AsyncMsgReceiver::postLowBatteryStatusChanged();
+        ok = PHONE_AsyncMsgReceiver::postLowBatteryStatusChanged();
     return ok;
 }
 
@@ -223,7 +229,7 @@ bool setFlipOpen(bool open) {
     bool changed;
     bool ok = setFlag("flip_open", open, &changed);
     if (changed)
-        sendSystem(open ? "FlipOpened" : "FlipClosed");
+        ok = announced(sendSystem(open ? "FlipOpened" : "FlipClosed"));
     return ok;
 }
 
@@ -231,7 +237,7 @@ bool setSliderOpen(bool open) {
     bool changed;
     bool ok = setFlag("slider_open", open, &changed);
     if (changed)
-        sendSystem(open ? "sliderOpened" : "sliderClosed");
+        ok = announced(sendSystem(open ? "sliderOpened" : "sliderClosed"));
     return ok;
 }
 
@@ -239,8 +245,8 @@ bool setChargerAttached(bool attached) {
     bool changed;
     bool ok = setFlag("charger", attached, &changed);
     if (changed)
-        PHONE_AsyncMsgReceiver::postChargeStatus(attached ? TAPI_CHARGER_CONNECTED
-                                                          : TAPI_CHARGER_DISCONNECTED);
+        ok = PHONE_AsyncMsgReceiver::postChargeStatus(attached ? TAPI_CHARGER_CONNECTED
+                                                               : TAPI_CHARGER_DISCONNECTED);
     return ok;
 }
 
@@ -251,9 +257,9 @@ bool setLcdBrightness(int brightness) {
     bool wasOn = std::atoi(old.c_str()) != 0;
     bool isOn = brightness != 0;
     if (wasOn && !isOn)
-        sendSystem("DPL_BKLGT_DIMMED");
-    else if (!wasOn && isOn)
-        sendSystem("DPL_BKLGT_RESTORED");
+        return announced(sendSystem("DPL_BKLGT_DIMMED"));
+    if (!wasOn && isOn)
+        return announced(sendSystem("DPL_BKLGT_RESTORED"));
     return true;
 }
 
@@ -298,28 +304,28 @@ bool setCurrentCarrierName(const std::string& name) {
     return setPhoneValue("current_carrier", name);
 }
 
-void sendMasterClear() {
-    sendSystem("master clear");
+bool sendMasterClear() {
+    return sendSystem("master clear") == SENT;
 }
-void sendMasterReset() {
-    sendSystem("master reset");
+bool sendMasterReset() {
+    return sendSystem("master reset") == SENT;
 }
 
-void sendKillingPolicy(int policy) {
+bool sendKillingPolicy(int policy) {
     QByteArray data;
     QDataStream out(&data, QIODevice::WriteOnly);
     out.setVersion(QDataStream::Qt_6_0);
     out << qint32(policy);
-    sendSystem("KillingPolicy(int)", data);
+    return sendSystem("KillingPolicy(int)", data) == SENT;
 }
 
-void sendTimeInfoChanged(int flags, long previousTime, long newTime) {
+bool sendTimeInfoChanged(int flags, long previousTime, long newTime) {
     QByteArray data;
     QDataStream out(&data, QIODevice::WriteOnly);
     out.setVersion(QDataStream::Qt_6_0);
     out << qint32(flags) << QDateTime::fromSecsSinceEpoch(previousTime, Qt::UTC)
         << QDateTime::fromSecsSinceEpoch(newTime, Qt::UTC);
-    sendSystem("TimeInfoChanged", data);
+    return sendSystem("TimeInfoChanged", data) == SENT;
 }
 
 void setCallFails(const std::string& name, bool fails) {

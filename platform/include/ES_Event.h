@@ -12,7 +12,7 @@ enum ES_STATUS {
     ES_ERR_INVALID_TOPIC = 2,   // empty topic
     ES_ERR_INVALID_HANDLER = 3, // null handler
     ES_ERR_NOT_SUBSCRIBED = 4,  // unsubscribe of a handler the topic does not have
-    ES_ERR_BUS_DOWN = 5         // the bus was shut down
+    ES_ERR_BUS_DOWN = 5         // the bus was shut down, or its D-Bus connection is lost
 };
 
 class ES_Event {

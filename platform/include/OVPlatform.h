@@ -1,6 +1,7 @@
 // What only a host has of the phone platform: the device root under which the library's
 // built-in device paths are opened (on the phone the root is empty and paths stay as they
-// are), the controls of the simulated phone, and the shutdown of the event bus.
+// are), the choice of how events and messages reach other processes, the controls of the
+// simulated phone, and the shutdown of the event bus.
 #ifndef OVPLATFORM_OVPLATFORM_H
 #define OVPLATFORM_OVPLATFORM_H
 
@@ -18,6 +19,27 @@ std::string deviceRoot();
 // The root followed by PATH. Paths under "/proc" are never mapped.
 std::string devicePath(const std::string& path);
 
+// The transport of the event bus, the system channel and the phone message client. By default
+// (loopback) they stay inside the process. Over D-Bus, everything published, sent or posted
+// reaches every process connected to the same dbus-daemon, this one included; deliveries keep
+// their threads (bus events on the bus's delivery thread, channel messages and phone signals
+// on the receiver's Qt event loop).
+//
+// Choose D-Bus once, from the main thread, before anything uses the bus, a QCopChannel or a
+// PHONE_AsyncMsgReceiver (so before the event facade is first used). A QCoreApplication must
+// exist first: Qt's D-Bus module needs one. False, with the reason in *REASON, when the daemon
+// cannot be reached, the bus is already in use, or the process is already connected; the
+// process then stays as it was. Once the daemon goes away, the connection stays lost: bus
+// calls return ES_ERR_BUS_DOWN, sends return false, and nothing more arrives.
+bool useSessionBus(std::string* reason = nullptr);
+bool useBusAddress(const std::string& address, std::string* reason = nullptr);
+
+// "loopback", "session bus", or the address given to useBusAddress.
+std::string busName();
+
+// False once a D-Bus connection is lost; always true with loopback.
+bool busConnected();
+
 // The simulated phone. Its state is a file under the device root (phoneStatePath()), so all
 // processes on one root see one phone; values not yet set read as the defaults below. Each
 // setter also sends what a real phone sends for the change, when the value changes:
@@ -25,7 +47,9 @@ std::string devicePath(const std::string& path);
 //   slider     "sliderOpened" / "sliderClosed" on "QBX/System"
 //   brightness "DPL_BKLGT_DIMMED" on reaching 0, "DPL_BKLGT_RESTORED" on leaving 0
 //   roaming, GPRS, low battery, charger: the phone message client's signal
-// Setters return false when the state file cannot be written.
+// Over D-Bus those reach the adapters of every process. Setters return false when the state
+// file cannot be written, or when the D-Bus connection is lost before the change was sent (the
+// state is written all the same). A change nobody listens to is not a failure.
 std::string phoneStatePath();
 
 bool setRoaming(bool roaming);                            // default false
@@ -51,10 +75,12 @@ std::string phoneValue(const std::string& key, const std::string& fallback = "")
 
 // Messages a real phone sends on its own: master clear and reset, the shut-down policy, and a
 // change of the date or time (FLAGS bits 1 date, 2 time, 4 zone; times in seconds since 1970).
-void sendMasterClear();
-void sendMasterReset();
-void sendKillingPolicy(int policy);
-void sendTimeInfoChanged(int flags, long previousTime, long newTime);
+// False when no process has the system channel open (nobody got it) or the D-Bus connection
+// is lost (busConnected() tells which).
+bool sendMasterClear();
+bool sendMasterReset();
+bool sendKillingPolicy(int policy);
+bool sendTimeInfoChanged(int flags, long previousTime, long newTime);
 
 // Makes the platform call NAME (for example "UTIL_GetFlipStatus") fail until cleared, to try
 // the callers' failure paths.

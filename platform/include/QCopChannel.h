@@ -1,6 +1,7 @@
 // A named system channel of the toolkit. Every QCopChannel object on a channel receives the
-// messages sent to it; the signal reaches the object on the Qt event loop of the thread the
-// object lives in, never inside send().
+// messages sent to it: the objects of this process, and over D-Bus (ovplatform::useBusAddress)
+// those of every process on the same daemon. The signal reaches the object on the Qt event
+// loop of the thread the object lives in, never inside send().
 //
 // Messages of "QBX/System" and their data (QDataStream, version Qt_6_0):
 //   "master clear", "master reset"        no data
@@ -27,9 +28,12 @@ public:
 
     QCString channel() const { return mChannel; }
 
-    // Queues MSG with DATA for every object on CHANNEL; false when none exists.
+    // Queues MSG with DATA for every object on CHANNEL; false when none exists, or when the
+    // D-Bus connection is lost.
     static bool send(const QCString& channel, const QCString& msg, const QByteArray& data);
     static bool send(const QCString& channel, const QCString& msg);
+    // Whether an object on CHANNEL exists. Over D-Bus, another process's object may still
+    // count for a moment after it was deleted.
     static bool isRegistered(const QCString& channel);
 
 signals:

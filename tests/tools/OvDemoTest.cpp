@@ -27,7 +27,7 @@ TEST(OvDemo, HelpIsHelpNotADeviceRoot) {
          {std::vector<std::string>{"--help"}, {"-h"}, {"-v", "--help"}}) {
         ovtest::ToolResult help = ovtest::runTool(OVDEMO, args, inCwd);
         EXPECT_EQ(0, help.exitCode) << args.back();
-        EXPECT_TRUE(contains(help.out, "usage: ovdemo [-v] DEVICE_ROOT")) << help.out;
+        EXPECT_TRUE(contains(help.out, "usage: ovdemo [-v] [--bus WHERE] DEVICE_ROOT")) << help.out;
         EXPECT_FALSE(contains(help.out, "device root:")) << help.out;
     }
     // Nothing was written where the demo would have put its device root.

@@ -3,6 +3,7 @@
 // -v to standard error.
 #include "Demo.h"
 #include "OVPlatform.h"
+#include "ToolBus.h"
 #include "ToolSupport.h"
 
 #include <cerrno>
@@ -13,7 +14,7 @@
 namespace {
 
 void usage(FILE* out) {
-    std::fprintf(out, "usage: ovdemo [-v] DEVICE_ROOT\n"
+    std::fprintf(out, "usage: ovdemo [-v] [--bus WHERE] DEVICE_ROOT\n"
                       "\n"
                       "Tells the road of a news item through the library on DEVICE_ROOT, an\n"
                       "existing directory that stands for the phone's file system (files are\n"
@@ -22,6 +23,7 @@ void usage(FILE* out) {
                       "\n"
                       "exit status: 0 every step went as expected, 1 a step did not, 64 usage\n"
                       "error, 74 the log file or standard output cannot be written.\n");
+    std::fprintf(out, "\n%s", ovtool::BUS_USAGE);
 }
 
 int run(int argc, char** argv) {
@@ -30,6 +32,8 @@ int run(int argc, char** argv) {
         usage(stdout);
         return 0;
     }
+    if (int rc = ovtool::useBusOption(argc, argv))
+        return rc;
     if (argc != 2 || argv[1][0] == '-') {
         usage(ovtool::err());
         return ovtool::EXIT_USAGE;

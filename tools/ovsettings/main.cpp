@@ -2,6 +2,7 @@
 // setting manager, so the file is rewritten and the change announced like any other write;
 // the tool then reads the file back, since the library does not report a failed write.
 #include "OVPlatform.h"
+#include "ToolBus.h"
 #include "ToolSupport.h"
 #include "settings/NR_MenuCFGSetting.h"
 #include "settings/NR_SettingMgr.h"
@@ -34,7 +35,7 @@ const char* gRoot = ""; // the device root, as given
 void usage(FILE* out) {
     std::fprintf(
         out,
-        "usage: ovsettings [-v] DEVICE_ROOT COMMAND ...\n"
+        "usage: ovsettings [-v] [--bus WHERE] DEVICE_ROOT COMMAND ...\n"
         "\n"
         "commands:\n"
         "  init                             create the empty settings and menu files where the\n"
@@ -66,6 +67,7 @@ void usage(FILE* out) {
         "  65  get --int or --bool of a value that is not of that type\n"
         "  74  the file does not hold the value after a set, init could not create a file,\n"
         "      or standard output could not be written\n");
+    std::fprintf(out, "\n%s", ovtool::BUS_USAGE);
 }
 
 // The group index of an index or a name; -1 when it is neither.
@@ -341,6 +343,8 @@ int run(int argc, char** argv) {
         usage(stdout);
         return 0;
     }
+    if (int rc = ovtool::useBusOption(argc, argv))
+        return rc;
     if (argc < 3) {
         usage(ovtool::err());
         return ovtool::EXIT_USAGE;

@@ -1,0 +1,448 @@
+// Several processes on one private dbus-daemon: this test process (connected for its whole
+// run) and peers, which are this program started again to play one part each. A peer reports
+// on its standard output in lines that begin with "peer: ".
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "eventstatuslib/OV_WBEventStatusAdapter.h"
+#include "settings/NR_CFGSetting.h"
+#include "settings/NR_Setting.h"
+
+#include "support/ChildProcess.h"
+#include "support/DBusDaemon.h"
+#include "support/EventRecorder.h"
+#include "support/Files.h"
+#include "support/QtLoop.h"
+#include "support/SettingsFiles.h"
+#include "support/TempDir.h"
+
+#include "ES_EventPublisher.h"
+#include "ES_EventSubscriber.h"
+#include "OVPlatform.h"
+#include "QCopChannel.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <sstream>
+#include <sys/wait.h>
+#include <thread>
+
+namespace {
+
+typedef OV_WBEventStatusAdapter Adapter;
+
+const char* const kRoleVariable = "OVTEST_DBUS_PEER";
+const char* const kAddressVariable = "OVTEST_DBUS_ADDRESS";
+const char* const kRootVariable = "OVTEST_DBUS_ROOT";
+
+std::vector<std::string> words(const std::string& text) {
+    std::istringstream in(text);
+    std::vector<std::string> out;
+    for (std::string word; in >> word;)
+        out.push_back(word);
+    return out;
+}
+
+void publish(const std::string& topic, int value) {
+    OV_Event event(topic);
+    event.mValue = value;
+    OV_EventAndStatusFacade::instance()->publish(event);
+}
+
+// ---- the peer side ------------------------------------------------------------------------
+
+void report(const std::string& line) {
+    std::printf("peer: %s\n", line.c_str());
+    std::fflush(stdout);
+}
+
+// Prints every event; at event number DIEAT (1 for the first) it kills its process from
+// inside the delivery, as a crash would.
+class PrintingHandler : public OV_EventHandler {
+public:
+    PrintingHandler(const std::string& topic, int dieAt) : OV_EventHandler(topic), mDieAt(dieAt) {}
+    void handleEvent(OV_Event& event) override {
+        int count = ++mCount; // before the report, which the test may answer at once
+        report("event " + std::to_string(event.mValue));
+        if (count == mDieAt)
+            ::kill(::getpid(), SIGKILL);
+    }
+    std::atomic<int> mCount{0};
+
+private:
+    int mDieAt;
+};
+
+std::string waitForInput() {
+    std::string line;
+    std::getline(std::cin, line);
+    return line;
+}
+
+// Takes nothing: only whether the bus accepts it matters.
+class NullBusHandler : public ES_EventHandler {
+public:
+    void handleEvent(const ES_Event&) override {}
+};
+
+void runPeer(const std::string& role) {
+    std::vector<std::string> args = words(role);
+    ovtest::ensureQtApp();
+    ovplatform::setDeviceRoot(std::getenv(kRootVariable) ? std::getenv(kRootVariable) : "");
+    std::string reason;
+    if (args[0] == "late") {
+        // The bus used (on loopback) before D-Bus is chosen: the choice must be refused.
+        ES_Event event("/test/dbus/late");
+        ES_EventPublisher::publish(event);
+        report("late " + std::to_string(ovplatform::useBusAddress(std::getenv(kAddressVariable))));
+        return;
+    }
+    bool connected = ovplatform::useBusAddress(std::getenv(kAddressVariable), &reason);
+    if (args[0] == "connect") {
+        report("connect " + std::to_string(connected) + " " + reason);
+        return;
+    }
+    ASSERT_TRUE(connected) << reason;
+
+    if (args[0] == "set-setting") {
+        CFGOrvelSetting source(ovtest::mainSettingsPath().c_str());
+        report("rc " +
+               std::to_string(source.setString(args[1].c_str(), args[2].c_str(), args[3].c_str())));
+    } else if (args[0] == "flip") {
+        report("ok " + std::to_string(ovplatform::setFlipOpen(args[1] == "open")));
+    } else if (args[0] == "roaming") {
+        report("ok " + std::to_string(ovplatform::setRoaming(args[1] == "on")));
+    } else if (args[0] == "master-clear") {
+        report("ok " + std::to_string(ovplatform::sendMasterClear()));
+    } else if (args[0] == "push") {
+        ES_Event push(args[1] == "dcd" ? Adapter::PUSH_TOPIC_DCD : Adapter::PUSH_TOPIC_ORVEL);
+        push.setProperty("body", "from the peer");
+        if (args.size() > 2)
+            push.setProperty("Content-Type", args[2]);
+        report("status " + std::to_string(ES_EventPublisher::publish(push)));
+    } else if (args[0] == "listen") {
+        PrintingHandler handler(args[1], args.size() > 2 ? std::stoi(args[2]) : 0);
+        report("ready");
+        waitForInput(); // until the test closes our input
+        report("count " + std::to_string(handler.mCount.load()));
+        OV_EventAndStatusFacade::instance()->unsubscribe(args[1], &handler);
+    } else if (args[0] == "bus-loss") {
+        ovtest::EventRecorder events(args[1]);
+        ovtest::EventRecorder flips(Adapter::EVENT_FLIP_STATUS_CHANGED);
+        report("ready");
+        waitForInput(); // the daemon is gone by now
+        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
+        ES_Event probe(args[1]);
+        int status = ES_OK;
+        while (status == ES_OK && std::chrono::steady_clock::now() < deadline) {
+            status = ES_EventPublisher::publish(probe);
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        report("publish " + std::to_string(status));
+        NullBusHandler raw;
+        report("subscribe " +
+               std::to_string(ES_EventSubscriber::subscribe("/test/dbus/raw", &raw)));
+        const std::string otherTopic = "/test/dbus/other"; // outlives its handler
+        ovtest::EventRecorder other(otherTopic);           // the facade's subscribe fails quietly
+        report("channel " + std::to_string(QCopChannel::send(SYSTEM_CHANNEL, "FlipOpened")));
+        report("flip " + std::to_string(ovplatform::setFlipOpen(true)));
+        report("connected " + std::to_string(ovplatform::busConnected()));
+        publish(args[1], 1); // through the facade: logs the failure, nothing more
+        report("received " + std::to_string(events.count() + flips.count()));
+    }
+}
+
+// Run only as a peer of the tests below, which say in the environment what to do.
+TEST(DBusPeer, DISABLED_Run) {
+    const char* role = std::getenv(kRoleVariable);
+    if (!role)
+        GTEST_SKIP() << "only run as a peer process";
+    runPeer(role);
+}
+
+// ---- the test side ------------------------------------------------------------------------
+
+class MultiProcessTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string reason;
+        mDaemon = ovtest::DBusDaemon::forThisProcess(&reason);
+        ASSERT_NE(mDaemon, nullptr) << reason;
+    }
+    void TearDown() override { OV_EventAndStatusFacade::destroy(); }
+
+    // Starts a peer playing ROLE on ROOT (this test's device root unless given) and on this
+    // test's daemon (unless ADDRESS is given).
+    void startPeer(ovtest::ChildProcess& peer, const std::string& role,
+                   const std::string& root = "", const std::string& address = "") {
+        std::string reason;
+        ASSERT_TRUE(peer.start(
+            {"/proc/self/exe", "--gtest_filter=DBusPeer.DISABLED_Run",
+             "--gtest_also_run_disabled_tests"},
+            {std::string(kRoleVariable) + "=" + role,
+             std::string(kAddressVariable) + "=" + (address.empty() ? mDaemon->address() : address),
+             std::string(kRootVariable) + "=" + (root.empty() ? mRoot.path() : root)},
+            ovtest::ChildProcess::DISCARD, &reason))
+            << reason;
+    }
+
+    // The text after "peer: WORD " of the next such line.
+    static std::string answer(ovtest::ChildProcess& peer, const std::string& word) {
+        std::string line;
+        if (!peer.waitForLine("peer: " + word + " ", &line))
+            return "<no answer>";
+        return line.substr(7 + word.size());
+    }
+
+    // Waits for the peer to end on its own; true when it exited with status 0.
+    static bool endsWell(ovtest::ChildProcess& peer) {
+        int status = peer.wait();
+        return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == 0;
+    }
+
+    ovtest::DBusDaemon* mDaemon = nullptr;
+    ovtest::TempDeviceRoot mRoot;
+};
+
+TEST_F(MultiProcessTest, OwnEventsComeBackThroughTheDaemonInOrderOnTheBusThread) {
+    const std::string topic = "/test/dbus/own";
+    ovtest::EventRecorder first(topic);
+    ovtest::EventRecorder second(topic);
+    for (int i = 0; i < 200; ++i)
+        publish(topic, i);
+    ASSERT_TRUE(first.waitFor(200));
+    ASSERT_TRUE(second.waitFor(200));
+    std::vector<ovtest::RecordedEvent> events = first.events();
+    for (int i = 0; i < 200; ++i) {
+        EXPECT_EQ(events[i].value, i);
+        EXPECT_NE(events[i].thread, std::this_thread::get_id());
+    }
+    EXPECT_EQ(second.events().back().value, 199);
+}
+
+TEST_F(MultiProcessTest, OddTopicsAndPropertiesCrossTheWireUnchanged) {
+    // Bytes that match rules, D-Bus strings or the key encoding could mangle.
+    const std::string odd =
+        std::string("/test/it's \"odd\" 100%\\ \xe9\xff/") + std::string(1, '\0') + "end";
+    const std::string lookalike = "/test/it%27s";
+    ovtest::EventRecorder oddEvents(odd);
+    ovtest::EventRecorder lookalikeEvents(lookalike);
+    OV_Event event(odd);
+    event.mValue = -7;
+    event.setProperty("text", std::string("a\0b\n\xff", 5));
+    event.setProperty("", "empty name");
+    OV_EventAndStatusFacade::instance()->publish(event);
+    publish(lookalike, 1);
+    ASSERT_TRUE(oddEvents.waitFor(1));
+    ASSERT_TRUE(lookalikeEvents.waitFor(1));
+    ovtest::RecordedEvent got = oddEvents.events()[0];
+    EXPECT_EQ(got.topic, odd);
+    EXPECT_EQ(got.value, -7);
+    EXPECT_EQ(got.properties.at("text"), std::string("a\0b\n\xff", 5));
+    EXPECT_EQ(got.properties.at(""), "empty name");
+    EXPECT_EQ(got.properties.size(), 2u);
+    EXPECT_EQ(oddEvents.count(), 1u);
+    EXPECT_EQ(lookalikeEvents.events()[0].value, 1);
+}
+
+TEST_F(MultiProcessTest, ChoosingTheBusAgainOrTooLateIsRefused) {
+    std::string reason;
+    EXPECT_FALSE(ovplatform::useBusAddress(mDaemon->address(), &reason));
+    EXPECT_NE(reason.find("already connected"), std::string::npos) << reason;
+    EXPECT_EQ(ovplatform::busName(), mDaemon->address());
+
+    ovtest::ChildProcess late;
+    startPeer(late, "late");
+    EXPECT_EQ(answer(late, "late"), "0");
+    EXPECT_TRUE(endsWell(late));
+
+    ovtest::ChildProcess nowhere;
+    startPeer(nowhere, "connect", "", "unix:path=" + mRoot.file("no-daemon-here"));
+    std::string result = answer(nowhere, "connect");
+    EXPECT_EQ(result.substr(0, 2), "0 ") << result;
+    EXPECT_GT(result.size(), 2u) << "a failed connection must say why";
+    EXPECT_TRUE(endsWell(nowhere));
+}
+
+TEST_F(MultiProcessTest, PublishingToATopicNobodyListensToIsReported) {
+    const std::string topic = "/test/dbus/lonely";
+    ES_Event event(topic);
+    EXPECT_EQ(ES_EventPublisher::publish(event), ES_ERR_NO_SUBSCRIBER);
+
+    ovtest::ChildProcess listener;
+    startPeer(listener, "listen " + topic);
+    ASSERT_TRUE(listener.waitForLine("peer: ready"));
+    // A listener that has only just started is found at once.
+    event.setProperty("__OV_Event__mValue", "5");
+    EXPECT_EQ(ES_EventPublisher::publish(event), ES_OK);
+    EXPECT_EQ(answer(listener, "event"), "5");
+    listener.closeInput();
+    EXPECT_EQ(answer(listener, "count"), "1");
+    ASSERT_TRUE(endsWell(listener));
+
+    // Its leaving is learnt from the daemon's notice, which may take a moment.
+    int status = ES_OK;
+    for (int i = 0; i < 5000 && status == ES_OK; ++i) {
+        status = ES_EventPublisher::publish(event);
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    EXPECT_EQ(status, ES_ERR_NO_SUBSCRIBER);
+}
+
+TEST_F(MultiProcessTest, SettingWrittenByOneProcessReachesAnotherWithoutRereadingTheFile) {
+    const char* const initial = "[OVCore.UI]\nFoo=1\n";
+    ASSERT_TRUE(ovtest::writeMainSettings(initial));
+    CFGOrvelSetting source(ovtest::mainSettingsPath().c_str());
+    ovtest::EventRecorder changes(OrvelSetting::SETTING_CHANGED_TOPIC); // after the source
+
+    // The writer has a device root of its own: our file never sees its write, so the new
+    // value can only come from the announcement.
+    ovtest::TempDir writerRoot;
+    ASSERT_TRUE(ovtest::writeFile(
+        writerRoot.file("/qbxlocal/download/appwrite/setup/wb_orvel_setting.cfg"), initial));
+    ovtest::ChildProcess writer;
+    startPeer(writer, "set-setting OVCore.UI Foo 7", writerRoot.path());
+    EXPECT_EQ(answer(writer, "rc"), "0");
+    EXPECT_TRUE(endsWell(writer));
+
+    ASSERT_TRUE(changes.waitFor(1));
+    EXPECT_EQ(changes.events()[0].properties.at("OVCore.UI.Foo"), "7");
+    ovTypes::String value;
+    EXPECT_EQ(source.getString("OVCore.UI", "Foo", value), 0);
+    EXPECT_EQ(value, ovTypes::String(L"7"));
+    EXPECT_EQ(ovtest::readFile(ovtest::mainSettingsPath()), initial);
+}
+
+TEST_F(MultiProcessTest, PhoneChangesInOneProcessReachHandlersInAnother) {
+    ovtest::EventRecorder flips(Adapter::EVENT_FLIP_STATUS_CHANGED);
+    ovtest::EventRecorder roaming(Adapter::EVENT_ROAMING_STATUS_CHANGED);
+    ovtest::EventRecorder clears(Adapter::EVENT_MASTER_CLEAR);
+
+    for (const char* role : {"flip open", "roaming on", "master-clear"}) {
+        ovtest::ChildProcess phone;
+        startPeer(phone, role);
+        EXPECT_EQ(answer(phone, "ok"), "1") << role;
+        EXPECT_TRUE(endsWell(phone)) << role;
+    }
+
+    ASSERT_TRUE(flips.waitFor(1));
+    ASSERT_TRUE(roaming.waitFor(1));
+    ASSERT_TRUE(clears.waitFor(1));
+    EXPECT_EQ(flips.events()[0].value, OV_FLIP_OPEN);
+    EXPECT_EQ(roaming.events()[0].value, OV_ROAMING);
+    // Signals of the phone arrive on the Qt event loop, which this thread runs while waiting.
+    EXPECT_EQ(flips.events()[0].thread, std::this_thread::get_id());
+    EXPECT_EQ(roaming.events()[0].thread, std::this_thread::get_id());
+    // The state itself is shared through the device root.
+    OV_FLIP_STATUS status = OV_FLIP_CLOSED;
+    EXPECT_EQ(OV_EventAndStatusFacade::instance()->getFlipStatus(status), 0);
+    EXPECT_EQ(status, OV_FLIP_OPEN);
+    ovtest::runQtFor(50);
+    EXPECT_EQ(flips.count() + roaming.count() + clears.count(), 3u);
+}
+
+TEST_F(MultiProcessTest, PushFromAnotherProcessArrivesAsSmsPush) {
+    ovtest::EventRecorder pushes(Adapter::EVENT_SMS_PUSH);
+    size_t expected = 0;
+    for (const char* role : {"push orvel", "push dcd text/plain"}) {
+        ovtest::ChildProcess pusher;
+        startPeer(pusher, role);
+        EXPECT_EQ(answer(pusher, "status"), std::to_string(ES_OK)) << role;
+        EXPECT_TRUE(endsWell(pusher)) << role;
+        ASSERT_TRUE(pushes.waitFor(++expected)) << role;
+    }
+    std::vector<ovtest::RecordedEvent> got = pushes.events();
+    EXPECT_EQ(got[0].topic, "/kestrix/orvel/platform/sms_push");
+    EXPECT_EQ(got[0].properties.at("Content-Type"), "application/vnd.kestrix.orvel+xml");
+    EXPECT_EQ(got[0].properties.at("body"), "from the peer");
+    EXPECT_EQ(got[1].topic, "/kestrix/orvel/platform/sms_push");
+    EXPECT_EQ(got[1].properties.at("Content-Type"), "text/plain");
+}
+
+TEST_F(MultiProcessTest, AProcessDyingMidDeliveryDoesNotStopTheOthers) {
+    const std::string topic = "/test/dbus/stream";
+    ovtest::EventRecorder here(topic);
+    ovtest::ChildProcess dying, surviving;
+    startPeer(dying, "listen " + topic + " 1");
+    startPeer(surviving, "listen " + topic);
+    ASSERT_TRUE(dying.waitForLine("peer: ready"));
+    ASSERT_TRUE(surviving.waitForLine("peer: ready"));
+
+    const int count = 100;
+    for (int i = 0; i < count / 2; ++i)
+        publish(topic, i);
+    int status = dying.wait();
+    ASSERT_NE(status, -1) << "the dying peer did not die";
+    EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGKILL);
+    for (int i = count / 2; i < count; ++i)
+        publish(topic, i);
+
+    ASSERT_TRUE(here.waitFor(count));
+    for (int i = 0; i < count; ++i)
+        ASSERT_EQ(answer(surviving, "event"), std::to_string(i));
+    surviving.closeInput();
+    EXPECT_EQ(answer(surviving, "count"), std::to_string(count));
+    EXPECT_TRUE(endsWell(surviving));
+    EXPECT_EQ(here.events().back().value, count - 1);
+}
+
+TEST_F(MultiProcessTest, TheDaemonGoingAwayGivesFailuresNotAHang) {
+    // A daemon of its own: the one this process uses must stay.
+    ovtest::DBusDaemon doomed;
+    std::string reason;
+    ASSERT_TRUE(doomed.start(&reason)) << reason;
+    ovtest::ChildProcess peer;
+    startPeer(peer, "bus-loss /test/dbus/doomed", "", doomed.address());
+    ASSERT_TRUE(peer.waitForLine("peer: ready"));
+    ASSERT_TRUE(doomed.kill());
+    ASSERT_TRUE(peer.writeLine("go"));
+
+    EXPECT_EQ(answer(peer, "publish"), std::to_string(ES_ERR_BUS_DOWN));
+    EXPECT_EQ(answer(peer, "subscribe"), std::to_string(ES_ERR_BUS_DOWN));
+    EXPECT_EQ(answer(peer, "channel"), "0");
+    EXPECT_EQ(answer(peer, "flip"), "0");
+    EXPECT_EQ(answer(peer, "connected"), "0");
+    EXPECT_EQ(answer(peer, "received"), "0");
+    EXPECT_TRUE(endsWell(peer)) << "the peer must end on its own, promptly";
+}
+
+TEST_F(MultiProcessTest, MalformedEventsFromOtherClientsAreDropped) {
+    const std::string topic = "/test/dbus/garbage";
+    ovtest::EventRecorder events(topic);
+    // A client of its own, speaking the wire form badly.
+    QDBusConnection rogue =
+        QDBusConnection::connectToBus(QString::fromStdString(mDaemon->address()), "rogue");
+    ASSERT_TRUE(rogue.isConnected());
+    auto event = [&topic]() {
+        QDBusMessage signal =
+            QDBusMessage::createSignal("/org/ovbase/Platform", "org.ovbase.Platform", "Event");
+        signal << QString::fromStdString(topic);
+        return signal;
+    };
+    QDBusMessage truncated = event();
+    truncated << QByteArray("\0\0\0\5abc", 7) << QByteArray();
+    QDBusMessage trailing = event();
+    trailing << QByteArray("\0\0\0\0junk", 8) << QByteArray();
+    QDBusMessage wrongTypes = event();
+    wrongTypes << 42;
+    for (const QDBusMessage& message : {truncated, trailing, wrongTypes})
+        EXPECT_TRUE(rogue.send(message));
+    // Answered only once the daemon has routed the three; our own event comes after them.
+    QDBusMessage ping = QDBusMessage::createMethodCall(
+        "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId");
+    EXPECT_EQ(rogue.call(ping).type(), QDBusMessage::ReplyMessage);
+    QDBusConnection::disconnectFromBus("rogue");
+
+    publish(topic, 3);
+    ASSERT_TRUE(events.waitFor(1));
+    EXPECT_EQ(events.events()[0].value, 3) << "a malformed event got through";
+}
+
+} // namespace

@@ -1,0 +1,180 @@
+#include "support/ChildProcess.h"
+
+#include <cerrno>
+#include <chrono>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+
+extern char** environ;
+
+namespace ovtest {
+namespace {
+
+typedef std::chrono::steady_clock Clock;
+
+int msLeft(Clock::time_point deadline) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - Clock::now());
+    return left.count() > 0 ? static_cast<int>(left.count()) : 0;
+}
+
+} // namespace
+
+ChildProcess::~ChildProcess() {
+    closeInput();
+    if (mPid > 0) {
+        ::kill(mPid, SIGKILL);
+        ::waitpid(mPid, nullptr, 0);
+    }
+    if (mOut >= 0)
+        ::close(mOut);
+}
+
+bool ChildProcess::start(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                         Stderr err, std::string* reason) {
+    // Everything the child needs is built before fork: after it, only system calls.
+    std::vector<char*> args;
+    for (const std::string& arg : argv)
+        args.push_back(const_cast<char*>(arg.c_str()));
+    args.push_back(nullptr);
+    std::vector<char*> envp;
+    for (char** e = environ; *e; ++e)
+        envp.push_back(*e);
+    for (const std::string& entry : env)
+        envp.push_back(const_cast<char*>(entry.c_str()));
+    envp.push_back(nullptr);
+
+    int in[2], out[2], status[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
+        ::pipe2(status, O_CLOEXEC) != 0) {
+        if (reason)
+            *reason = std::string("pipe: ") + std::strerror(errno);
+        return false;
+    }
+    pid_t parent = ::getpid();
+    pid_t pid = ::fork();
+    if (pid == 0) {
+        ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+        if (::getppid() != parent)
+            ::_exit(127);
+        ::dup2(in[0], 0);
+        ::dup2(out[1], 1);
+        if (err == TO_STDOUT) {
+            ::dup2(out[1], 2);
+        } else if (err == DISCARD) {
+            int devNull = ::open("/dev/null", O_WRONLY);
+            ::dup2(devNull, 2);
+        }
+        ::execvpe(args[0], args.data(), envp.data());
+        int error = errno; // the status pipe closes on a successful exec, and carries this else
+        ssize_t ignored = ::write(status[1], &error, sizeof error);
+        (void)ignored;
+        ::_exit(127);
+    }
+    ::close(in[0]);
+    ::close(out[1]);
+    ::close(status[1]);
+    int error = 0;
+    ssize_t got = pid < 0 ? 0 : ::read(status[0], &error, sizeof error);
+    if (pid < 0)
+        error = errno;
+    ::close(status[0]);
+    if (pid < 0 || got == sizeof error) {
+        if (reason)
+            *reason = "cannot run " + argv[0] + ": " + std::strerror(error);
+        if (pid > 0)
+            ::waitpid(pid, nullptr, 0);
+        ::close(in[1]);
+        ::close(out[0]);
+        return false;
+    }
+    mPid = pid;
+    mIn = in[1];
+    mOut = out[0];
+    return true;
+}
+
+bool ChildProcess::readLine(std::string* line, int timeoutMs) {
+    Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (true) {
+        std::string::size_type end = mBuffer.find('\n');
+        if (end != std::string::npos) {
+            *line = mBuffer.substr(0, end);
+            mBuffer.erase(0, end + 1);
+            return true;
+        }
+        if (mEnded || mOut < 0)
+            return false;
+        pollfd fd = {mOut, POLLIN, 0};
+        int ready = ::poll(&fd, 1, msLeft(deadline));
+        if (ready < 0 && errno == EINTR)
+            continue;
+        if (ready <= 0)
+            return false;
+        char chunk[4096];
+        ssize_t n = ::read(mOut, chunk, sizeof chunk);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            mEnded = true;
+        else
+            mBuffer.append(chunk, static_cast<size_t>(n));
+    }
+}
+
+bool ChildProcess::waitForLine(const std::string& prefix, std::string* line, int timeoutMs) {
+    Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    std::string next;
+    while (readLine(&next, msLeft(deadline))) {
+        if (next.compare(0, prefix.size(), prefix) == 0) {
+            if (line)
+                *line = next;
+            return true;
+        }
+        mSkipped.push_back(next);
+    }
+    return false;
+}
+
+bool ChildProcess::writeLine(const std::string& line) {
+    if (mIn < 0)
+        return false;
+    std::string text = line + "\n";
+    // A child that has gone makes the write fail with EPIPE; the test must not die of SIGPIPE.
+    std::signal(SIGPIPE, SIG_IGN);
+    return ::write(mIn, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+}
+
+void ChildProcess::closeInput() {
+    if (mIn >= 0)
+        ::close(mIn);
+    mIn = -1;
+}
+
+int ChildProcess::wait(int timeoutMs) {
+    if (mPid <= 0)
+        return -1;
+    Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (true) {
+        int status = 0;
+        pid_t done = ::waitpid(mPid, &status, WNOHANG);
+        if (done == mPid) {
+            mPid = -1;
+            return status;
+        }
+        if (done < 0 || msLeft(deadline) == 0)
+            return -1;
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+    }
+}
+
+bool ChildProcess::kill(int signal) {
+    return mPid > 0 && ::kill(mPid, signal) == 0;
+}
+
+} // namespace ovtest

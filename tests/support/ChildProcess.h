@@ -1,0 +1,59 @@
+// A child process for tests that need several processes: started with its arguments and extra
+// environment, its standard output read line by line with time-outs, its standard input
+// written by the test. The child is killed if the test process dies first, and killed and
+// reaped when the object goes, so no test leaves processes behind.
+#ifndef OVBASE_TESTS_SUPPORT_CHILDPROCESS_H
+#define OVBASE_TESTS_SUPPORT_CHILDPROCESS_H
+
+#include <string>
+#include <sys/types.h>
+#include <vector>
+
+namespace ovtest {
+
+class ChildProcess {
+public:
+    // Where the child's standard error goes.
+    enum Stderr { DISCARD, TO_STDOUT, INHERIT };
+
+    ChildProcess() = default;
+    ~ChildProcess();
+    ChildProcess(const ChildProcess&) = delete;
+    ChildProcess& operator=(const ChildProcess&) = delete;
+
+    // Runs ARGV[0] (searched in PATH unless it holds a '/') with ARGV, its environment being
+    // this process's plus ENV ("NAME=VALUE" entries). False, with the reason in *REASON, when
+    // the program cannot be run.
+    bool start(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
+               Stderr err = DISCARD, std::string* reason = nullptr);
+
+    // The next line of the child's output, without its line feed; false on time-out or when
+    // the output ended first.
+    bool readLine(std::string* line, int timeoutMs = 10000);
+    // Reads lines until one begins with PREFIX (kept in *LINE when not null); false on
+    // time-out or end of output. Lines passed over are kept in skipped().
+    bool waitForLine(const std::string& prefix, std::string* line = nullptr, int timeoutMs = 10000);
+    const std::vector<std::string>& skipped() const { return mSkipped; }
+
+    bool writeLine(const std::string& line);
+    void closeInput();
+
+    // Waits for the child to end and returns its status as waitpid() gives it; -1 on time-out
+    // (the child is left running).
+    int wait(int timeoutMs = 10000);
+    bool kill(int signal);
+    pid_t pid() const { return mPid; }
+    bool running() const { return mPid > 0; }
+
+private:
+    pid_t mPid = -1;
+    int mIn = -1;
+    int mOut = -1;
+    std::string mBuffer; // output read but not yet returned as lines
+    bool mEnded = false;
+    std::vector<std::string> mSkipped;
+};
+
+} // namespace ovtest
+
+#endif

@@ -1,0 +1,160 @@
+// The bus tools against a private dbus-daemon: what ovevents prints for what ovphone,
+// ovsettings and ovevents itself send, and the tools' exit statuses.
+#include "support/ChildProcess.h"
+#include "support/DBusDaemon.h"
+#include "support/Files.h"
+#include "support/TempDir.h"
+#include "support/ToolProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/wait.h>
+
+namespace {
+
+const std::string kFlipTopic = "/kestrix/orvel/platform/flip_status_changed";
+const std::string kPushTopic = "/kestrix/orvel/platform/sms_push";
+const std::string kSettingTopic = "/kestrix/orvel/platform/orvel_setting_changed";
+
+const char* const OVEVENTS = OVTOOL_OVEVENTS;
+const char* const OVPHONE = OVTOOL_OVPHONE;
+const char* const OVSETTINGS = OVTOOL_OVSETTINGS;
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+bool exitedWith(int status, int code) {
+    return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == code;
+}
+
+class BusToolsTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        std::string reason;
+        ASSERT_TRUE(mDaemon.start(&reason)) << reason;
+    }
+
+    // Starts a monitor with ARGS after "listen", its standard error joined to its output, and
+    // waits until it listens.
+    void monitor(ovtest::ChildProcess& process, std::vector<std::string> args) {
+        args.insert(args.begin(), {OVEVENTS, "--bus", mDaemon.address(), "listen"});
+        std::string reason;
+        ASSERT_TRUE(process.start(args, {}, ovtest::ChildProcess::TO_STDOUT, &reason)) << reason;
+        ASSERT_TRUE(process.waitForLine("ovevents: listening to "));
+    }
+
+    ovtest::DBusDaemon mDaemon;
+    ovtest::TempDir mRoot;
+};
+
+TEST_F(BusToolsTest, TheMonitorPrintsWhatOtherToolsSend) {
+    ovtest::ChildProcess json, plain;
+    monitor(json,
+            {"--json", "--count", "4", kFlipTopic, kPushTopic, "/test/tools/odd", kSettingTopic});
+    monitor(plain, {"--count", "1", "/test/tools/odd"});
+    ASSERT_TRUE(ovtest::writeFile(
+        mRoot.file("/qbxlocal/download/appwrite/setup/wb_orvel_setting.cfg"), "[OVCore.UI]\n"));
+    const std::string& bus = mDaemon.address();
+    const std::string& root = mRoot.path();
+    std::string line;
+
+    // One tool at a time, each line read before the next tool runs: the monitor prints bus
+    // events and phone signals from different threads.
+    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus", bus, root, "set", "flip", "open"}).exitCode, 0);
+    ASSERT_TRUE(json.readLine(&line));
+    EXPECT_EQ(line, "{\"topic\":\"" + kFlipTopic + "\",\"value\":1,\"properties\":{}}");
+
+    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus", bus, root, "push", "body=hi"}).exitCode, 0);
+    ASSERT_TRUE(json.readLine(&line));
+    EXPECT_EQ(line, "{\"topic\":\"" + kPushTopic +
+                        "\",\"value\":0,\"properties\":{\"Content-Type\":\"application/"
+                        "vnd.kestrix.orvel+xml\",\"body\":\"hi\"}}");
+
+    EXPECT_EQ(ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/test/tools/odd", "--value",
+                                         "-3", "a b=x=y\\\"", "k=caf\xe9"})
+                  .exitCode,
+              0);
+    ASSERT_TRUE(json.readLine(&line));
+    EXPECT_EQ(line, "{\"topic\":\"/test/tools/odd\",\"value\":-3,\"properties\":{\"a b\":"
+                    "\"x=y\\\\\\\"\",\"k\":\"caf\\u00e9\"}}");
+    ASSERT_TRUE(plain.readLine(&line));
+    EXPECT_EQ(line, "/test/tools/odd value=-3 a\\x20b=x\\x3dy\\x5c\" k=caf\\xe9");
+
+    EXPECT_EQ(
+        ovtest::runTool(OVSETTINGS, {"--bus", bus, root, "set", "OVCore.UI", "Foo", "9"}).exitCode,
+        0);
+    ASSERT_TRUE(json.readLine(&line));
+    EXPECT_EQ(line, "{\"topic\":\"" + kSettingTopic +
+                        "\",\"value\":0,\"properties\":{\"OVCore.UI.Foo\":\"9\"}}");
+
+    // Both stop by themselves once they have their count.
+    EXPECT_TRUE(exitedWith(json.wait(), 0));
+    EXPECT_TRUE(exitedWith(plain.wait(), 0));
+}
+
+TEST_F(BusToolsTest, PhoneValuesSetByOneRunAreSeenByTheNext) {
+    auto phone = [this](std::vector<std::string> args) {
+        args.insert(args.begin(), mRoot.path());
+        return ovtest::runTool(OVPHONE, args);
+    };
+    EXPECT_EQ(phone({"set", "imsi", "310410123456789"}).exitCode, 0);
+    EXPECT_EQ(phone({"set", "mnc-length", "3"}).exitCode, 0);
+    EXPECT_EQ(phone({"set", "languages", "en,fr"}).exitCode, 0);
+    EXPECT_EQ(phone({"set", "backlight", "0"}).exitCode, 0);
+    EXPECT_EQ(phone({"get", "home-plmn"}).out, "310410\n");
+    EXPECT_EQ(phone({"get", "imsi"}).out, "310410123456789\n");
+    ovtest::ToolResult shown = phone({"show"});
+    EXPECT_TRUE(contains(shown.out, "\nlanguages en,fr\n")) << shown.out;
+    EXPECT_TRUE(contains(shown.out, "\nbacklight 0\n")) << shown.out;
+    EXPECT_EQ(shown.out.compare(0, 12, "flip closed\n"), 0) << shown.out;
+    EXPECT_FALSE(ovtest::hasDiagnostics(shown.err)) << shown.err;
+}
+
+TEST_F(BusToolsTest, ExitStatusesTellWhatHappened) {
+    const std::string& bus = mDaemon.address();
+    const std::string& root = mRoot.path();
+    const std::string nowhere = "unix:path=" + mRoot.file("no-daemon");
+
+    ovtest::ToolResult unreachable = ovtest::runTool(OVEVENTS, {"--bus", nowhere, "listen"});
+    EXPECT_EQ(unreachable.exitCode, 69);
+    EXPECT_TRUE(contains(unreachable.err, nowhere)) << unreachable.err;
+    EXPECT_EQ(ovtest::runTool(OVSETTINGS, {"--bus", nowhere, root, "groups"}).exitCode, 69);
+    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus"}).exitCode, 64);
+    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus", bus, root, "set", "flip", "sideways"}).exitCode,
+              64);
+    EXPECT_EQ(ovtest::runTool(OVPHONE, {root, "set", "home-plmn", "12345"}).exitCode, 64);
+    EXPECT_EQ(ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/test/tools/nobody", "novalue"})
+                  .exitCode,
+              64);
+
+    // Sent, but nobody got it.
+    ovtest::ToolResult nobody =
+        ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/test/tools/nobody"});
+    EXPECT_EQ(nobody.exitCode, 1);
+    EXPECT_TRUE(contains(nobody.err, "nobody listens to /test/tools/nobody")) << nobody.err;
+    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus", bus, root, "master-clear"}).exitCode, 1);
+    ovtest::ToolResult alone = ovtest::runTool(OVPHONE, {root, "push"});
+    EXPECT_EQ(alone.exitCode, 1);
+    EXPECT_TRUE(contains(alone.err, "--bus")) << "say how to reach others: " << alone.err;
+
+    for (const char* tool : {OVEVENTS, OVPHONE}) {
+        ovtest::ToolResult help = ovtest::runTool(tool, {"--help"});
+        EXPECT_EQ(help.exitCode, 0);
+        EXPECT_TRUE(contains(help.out, "usage: ov")) << help.out;
+        EXPECT_TRUE(contains(help.out, "--bus WHERE")) << help.out;
+        EXPECT_EQ(help.err, "");
+    }
+}
+
+TEST_F(BusToolsTest, TheMonitorEndsWhenTheBusGoes) {
+    ovtest::ChildProcess watcher;
+    monitor(watcher, {"/test/tools/any"});
+    ASSERT_TRUE(mDaemon.kill());
+    std::string line;
+    ASSERT_TRUE(watcher.waitForLine("ovevents: the bus", &line));
+    EXPECT_TRUE(contains(line, "was lost")) << line;
+    EXPECT_TRUE(exitedWith(watcher.wait(), 69));
+}
+
+} // namespace
