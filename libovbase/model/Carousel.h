@@ -38,8 +38,8 @@ public:
     // already placed.
     bool addChannel(const PtrRef<Channel>& channel, bool fromDefaultContent = false);
     // Places ITEM after the items of CHANNEL placed so far and points it to CHANNEL; marks it
-    // transient when FROMDEFAULTCONTENT. False (nothing changes) for a null item, an item
-    // already placed, or a channel that is not placed here.
+    // transient when FROMDEFAULTCONTENT. False (nothing changes) for a null item, an item that
+    // already has a channel, or a channel that is not placed here.
     bool addItem(const Channel& channel, const PtrRef<Item>& item, bool fromDefaultContent = false);
 
     // Where OBJECT stands: for an item, its 1-based place among its channel's items and their

@@ -19,7 +19,8 @@ public:
     // Writes the object's keys into ATTRS.
     virtual void storeIntoAttrs(AttrMap& attrs) const = 0;
 
-    // Writes the stream form to OUT; false when the stream failed while taking it.
+    // Writes the stream form to OUT; false when the stream failed while taking it. A line feed
+    // in a key or value is written as a space, so no text can add lines of its own.
     bool store(std::ostream& out) const;
     // Reads the stream form from IN. Any bytes are accepted: what is not a known key line
     // leaves the field at its default, so a garbage or truncated stream gives the defaults.
