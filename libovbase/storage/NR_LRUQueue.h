@@ -110,12 +110,9 @@ private:
     }
 
     void setKey(Element* element, int32_t key) {
-        int32_t old = element->key;
         element->key = key;
-        if (key < old)
-            siftUp(element->index);
-        else
-            siftDown(element->index);
+        siftUp(size_t(element->index));
+        siftDown(size_t(element->index));
     }
 
     void erase(Element* element) {
