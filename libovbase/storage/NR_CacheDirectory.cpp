@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <dirent.h>
+#include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -115,7 +116,12 @@ bool NR_CacheDirectory::Stamp::operator==(const Stamp& other) const {
            modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
 }
 
+NR_CacheDirectory::~NR_CacheDirectory() {
+    closeDirectory();
+}
+
 void NR_CacheDirectory::setPath(const std::string& dir) {
+    closeDirectory();
     mPath = dir;
     if (mPath.empty() || mPath.back() != '/')
         mPath += '/';
@@ -123,14 +129,30 @@ void NR_CacheDirectory::setPath(const std::string& dir) {
     mByBase.clear();
 }
 
-bool NR_CacheDirectory::stamp(Stamp& out) const {
+bool NR_CacheDirectory::stamp(Stamp& out) {
+    // Through a descriptor kept open, which spares a path lookup on every change and lookup; a
+    // directory removed since (no links left) is looked up by its path again.
     struct stat st;
-    if (::stat(mPath.c_str(), &st) != 0 || !S_ISDIR(st.st_mode))
-        return false;
-    out.device = st.st_dev;
-    out.inode = st.st_ino;
-    out.modified = st.st_mtim;
-    return true;
+    for (int attempt = 0; attempt < 2; ++attempt) {
+        if (mFd < 0)
+            mFd = ::open(mPath.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        if (mFd < 0)
+            return false;
+        if (::fstat(mFd, &st) == 0 && st.st_nlink > 0) {
+            out.device = st.st_dev;
+            out.inode = st.st_ino;
+            out.modified = st.st_mtim;
+            return true;
+        }
+        closeDirectory();
+    }
+    return false;
+}
+
+void NR_CacheDirectory::closeDirectory() {
+    if (mFd >= 0)
+        ::close(mFd);
+    mFd = -1;
 }
 
 bool NR_CacheDirectory::current() {
@@ -189,26 +211,6 @@ int NR_CacheDirectory::find(const std::string& id, std::string& name) {
         return -1;
     name = best->name;
     return 0;
-}
-
-std::vector<std::string> NR_CacheDirectory::filesNamedBy(const std::string& id) {
-    std::vector<std::string> files;
-    if (!current())
-        return files;
-    std::string stem, ext, base;
-    splitName(id, base, ext); // where a file named exactly ID is indexed
-    std::string bases[3] = {id, splitExtension(id, stem, ext) ? stem : id, base};
-    for (const std::string& key : bases) {
-        auto it = mByBase.find(key);
-        if (it == mByBase.end())
-            continue;
-        for (const Entry& entry : it->second) {
-            if ((entry.name == id || names(id, entry.name)) &&
-                std::find(files.begin(), files.end(), entry.name) == files.end())
-                files.push_back(entry.name);
-        }
-    }
-    return files;
 }
 
 bool NR_CacheDirectory::beginChange() {

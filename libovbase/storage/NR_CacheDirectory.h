@@ -50,6 +50,7 @@ public:
     static std::vector<std::string> namesOf(const std::string& name);
 
     NR_CacheDirectory() = default;
+    ~NR_CacheDirectory();
     NR_CacheDirectory(const NR_CacheDirectory&) = delete;
     NR_CacheDirectory& operator=(const NR_CacheDirectory&) = delete;
 
@@ -61,8 +62,6 @@ public:
     // The first file, in the order the index learnt the names, that a lookup of ID matches: 0
     // and its NAME, or -1 (also when the directory cannot be read).
     int find(const std::string& id, std::string& name);
-    // Every file the ID's lookup matches, and the file named exactly ID if there is one.
-    std::vector<std::string> filesNamedBy(const std::string& id);
     // Reads the whole directory: every entry but "." and "..", in directory order, and
     // renews the index. -1 when it cannot be opened.
     int list(std::vector<std::string>& names);
@@ -88,7 +87,8 @@ private:
     };
 
     // The directory's stamp now; false when it cannot be read.
-    bool stamp(Stamp& out) const;
+    bool stamp(Stamp& out);
+    void closeDirectory();
     // Makes the index current, reading the directory again when it changed; false when the
     // directory cannot be read.
     bool current();
@@ -100,6 +100,7 @@ private:
     void indexRemove(const std::string& name);
 
     std::string mPath;
+    int mFd = -1; // the directory, open for stamps
     bool mIndexed = false;
     Stamp mStamp;
     uint64_t mNextOrder = 0;

@@ -553,8 +553,10 @@ int NR_ContentCache::fileType(const std::string& name) const {
     const char* suffix = objectSuffix(name);
     if (suffix == kContainerSuffix)
         return 0;
-    if (suffix)
-        return getType(name.substr(0, name.size() - std::strlen(suffix)));
+    if (suffix == kChannelSuffix)
+        return 2;
+    if (suffix == kItemSuffix)
+        return 3;
     for (const std::string& id : NR_CacheDirectory::namesOf(name)) {
         int type = getType(id);
         if (type != 9)

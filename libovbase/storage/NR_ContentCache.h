@@ -156,7 +156,10 @@ private:
     // Forgets the ID sets and the policy's accounting and references.
     void resetReferences();
 
-    // The queue the file NAME is accounted in: 0 for containers, else the class of its ID.
+    // The queue the file NAME is accounted in: the classes getType leaves free for the cache's
+    // own objects (containers 0, channels 2, items 3), so that a resource never pushes out a
+    // referenced object and room for an object takes resources first; a resource's class is
+    // that of the IDs naming it.
     int fileType(const std::string& name) const;
     // The directory's names in byte order; -1 when it cannot be read.
     int sortDir(std::vector<std::string>& names);

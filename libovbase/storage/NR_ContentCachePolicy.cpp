@@ -10,8 +10,10 @@
 #include <climits>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <filesystem>
 #include <sys/stat.h>
+#include <unistd.h>
 
 int32_t NR_ContentCachePolicy::mPercentSize = 10;
 int32_t NR_ContentCachePolicy::mBlockSize = 0;
@@ -19,9 +21,10 @@ int32_t NR_ContentCachePolicy::mMaxCacheSize = 0;
 int32_t NR_ContentCachePolicy::mCacheUsed = 0;
 int32_t NR_ContentCachePolicy::mReferencedUsed = 0;
 int32_t NR_ContentCachePolicy::blockMultiplier = 1;
-std::map<std::string, std::list<std::string>> NR_ContentCachePolicy::references;
+std::map<std::string, std::set<std::string>> NR_ContentCachePolicy::references;
 std::map<std::string, std::set<std::string>> NR_ContentCachePolicy::mChildren;
 std::map<std::string, NR_ContentCachePolicy::FileRecord> NR_ContentCachePolicy::mFiles;
+std::multimap<std::string, std::string> NR_ContentCachePolicy::mFilesByName;
 NR_LRUQueue<std::string> NR_ContentCachePolicy::mQueueArr[NR_ContentCachePolicy::QUEUE_COUNT];
 NR_ContentCachePolicy* NR_ContentCachePolicy::mInstance = nullptr;
 
@@ -118,6 +121,8 @@ int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool 
     mQueueArr[type].push(name, !referenced && !fresh && type != 0);
     int blocks = blocksFor((unsigned long)st.st_size);
     mFiles[name] = FileRecord{type, blocks, referenced};
+    for (const std::string& key : NR_CacheDirectory::namesOf(name))
+        mFilesByName.emplace(key, name);
     OV_LOG(5, "NR_ContentCachePolicy.addDiskUsage(): Target = %s, target used = %d\n\n",
            name.c_str(), blocks);
     mCacheUsed += blocks;
@@ -146,13 +151,13 @@ void NR_ContentCachePolicy::addRef(const std::string& parent, const std::string&
     auto it = references.find(child);
     if (it != references.end()) {
         OV_LOG(5, "addRef(): Child %s was referenced earlier\n\n", child.c_str());
-        if (std::find(it->second.begin(), it->second.end(), parent) != it->second.end()) {
+        if (it->second.count(parent)) {
             OV_LOG(5, "addRef(): Parent %s found\n\n", parent.c_str());
             return;
         }
     }
     bool first = it == references.end();
-    references[child].push_back(parent);
+    references[child].insert(parent);
     mChildren[parent].insert(child);
     OV_LOG(5, "addRef(): Parent %s added\n\n", parent.c_str());
     if (first)
@@ -162,12 +167,8 @@ void NR_ContentCachePolicy::addRef(const std::string& parent, const std::string&
 void NR_ContentCachePolicy::delRef(const std::string& parent, const std::string& child,
                                    int /*type*/) {
     auto it = references.find(child);
-    if (it == references.end())
+    if (it == references.end() || it->second.erase(parent) == 0)
         return;
-    auto parentAt = std::find(it->second.begin(), it->second.end(), parent);
-    if (parentAt == it->second.end())
-        return;
-    it->second.erase(parentAt);
     auto children = mChildren.find(parent);
     if (children != mChildren.end()) {
         children->second.erase(child);
@@ -197,9 +198,9 @@ std::set<std::string> NR_ContentCachePolicy::childrenOf(const std::string& paren
     return it == mChildren.end() ? std::set<std::string>() : it->second;
 }
 
-std::list<std::string> NR_ContentCachePolicy::parentsOf(const std::string& child) const {
+std::set<std::string> NR_ContentCachePolicy::parentsOf(const std::string& child) const {
     auto it = references.find(child);
-    return it == references.end() ? std::list<std::string>() : it->second;
+    return it == references.end() ? std::set<std::string>() : it->second;
 }
 
 bool NR_ContentCachePolicy::isReferenced(const std::string& name) const {
@@ -211,11 +212,10 @@ bool NR_ContentCachePolicy::isReferenced(const std::string& name) const {
 }
 
 void NR_ContentCachePolicy::updateReferenced(const std::string& child) {
-    for (const std::string& name : NR_ContentCache::directory().filesNamedBy(child)) {
-        auto it = mFiles.find(name);
-        if (it == mFiles.end())
-            continue;
-        FileRecord& record = it->second;
+    auto range = mFilesByName.equal_range(child);
+    for (auto named = range.first; named != range.second; ++named) {
+        const std::string& name = named->second;
+        FileRecord& record = mFiles.at(name);
         bool referenced = isReferenced(name);
         if (referenced == record.referenced)
             continue;
@@ -280,6 +280,8 @@ int NR_ContentCachePolicy::removeFile(std::string name) {
         mCacheUsed -= blocks;
         forget(name);
     }
+    // A file that is gone references nothing.
+    delRefsOf(name);
     return 0;
 }
 
@@ -298,6 +300,15 @@ void NR_ContentCachePolicy::forget(const std::string& name) {
         return;
     mQueueArr[it->second.type].remove(name);
     mFiles.erase(it);
+    for (const std::string& key : NR_CacheDirectory::namesOf(name)) {
+        auto range = mFilesByName.equal_range(key);
+        for (auto named = range.first; named != range.second; ++named) {
+            if (named->second == name) {
+                mFilesByName.erase(named);
+                break;
+            }
+        }
+    }
 }
 
 void NR_ContentCachePolicy::reset() {
@@ -306,26 +317,38 @@ void NR_ContentCachePolicy::reset() {
     references.clear();
     mChildren.clear();
     mFiles.clear();
+    mFilesByName.clear();
     for (NR_LRUQueue<std::string>& queue : mQueueArr)
         queue.clear();
 }
 
 int NR_ContentCachePolicy::writeRefUsed() const {
+    // What this process last wrote, so that an unchanged total is not written again.
+    static std::string writtenPath;
+    static int32_t writtenValue = 0;
     std::string path = ovplatform::devicePath(kRefFile);
+    if (path == writtenPath && mReferencedUsed == writtenValue)
+        return 0;
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-    // Through a temporary file, so that another process reading it never sees it half written.
-    std::string temp = path + ".tmp";
-    FILE* out = std::fopen(temp.c_str(), "w");
-    bool ok = out && std::fprintf(out, "%ld\n", long(mReferencedUsed)) > 0;
-    ok = (out && std::fclose(out) == 0) && ok;
-    ok = ok && std::rename(temp.c_str(), path.c_str()) == 0;
+    // In place, the new line first and what is left of the old text cut off after it: a reader
+    // in another process sees the old number or the new one, each ending at a line feed.
+    char text[32];
+    int length = std::snprintf(text, sizeof text, "%ld\n", long(mReferencedUsed));
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    bool ok =
+        fd >= 0 && ::pwrite(fd, text, size_t(length), 0) == length && ::ftruncate(fd, length) == 0;
+    int error = errno;
+    if (fd >= 0)
+        ok = ::close(fd) == 0 && ok;
     if (!ok) {
         OV_LOG(3, "NR_ContentCachePolicy: cannot write %s: %s\n\n", path.c_str(),
-               std::strerror(errno));
-        std::remove(temp.c_str());
+               std::strerror(error));
+        writtenPath.clear();
         return -1;
     }
+    writtenPath = path;
+    writtenValue = mReferencedUsed;
     return 0;
 }
 

@@ -10,8 +10,9 @@
 // so references registered before or after the file arrives both count. Unreferenced files
 // carry key 0 in their queue, which puts them on top; a referenced, used or freshly written
 // object takes the queue's counter, and a file that loses its last parent goes back to 0.
-// Queue 0 holds the cache's roots (containers): they are never taken for unreferenced and go
-// only when every other queue is empty.
+// The cache's own objects use the classes resources never have: containers 0, channels 2,
+// items 3. Queue 0 holds the roots: they are never taken for unreferenced and go only when
+// every other queue is empty.
 //
 // The limit is 10 percent of the file system that holds the cache directory, as
 // ovplatform::fileSystemSize reports it, in whole percent steps of its blocks.
@@ -24,7 +25,6 @@
 #include "storage/NR_LRUQueue.h"
 
 #include <cstdint>
-#include <list>
 #include <map>
 #include <set>
 #include <string>
@@ -76,8 +76,8 @@ public:
     bool hasReferences(const std::string& name, int type);
     // The children PARENT references.
     std::set<std::string> childrenOf(const std::string& parent) const;
-    // The parents of CHILD, in the order they were added.
-    std::list<std::string> parentsOf(const std::string& child) const;
+    // The parents of CHILD.
+    std::set<std::string> parentsOf(const std::string& child) const;
 
     // Marks NAME as just used.
     void accessedCacheObj(const std::string& name);
@@ -85,8 +85,9 @@ public:
     // highest non-empty queue from 10 down to TYPE. EVICTEDREFERENCED tells which way it went
     // (true also when nothing went). 0 when a file went, -1 when none could.
     int removeNext(int type, bool& evictedReferenced);
-    // Deletes NAME and its accounting, counting the blocks the file occupies on disk. -1 when
-    // its status cannot be read or it cannot be deleted.
+    // Deletes NAME and its accounting, counting the blocks the file occupies on disk, and
+    // withdraws the references NAME held as a parent. -1 when its status cannot be read or it
+    // cannot be deleted.
     int removeFile(std::string name);
 
     // Where an accounted file is: its queue and whether it counts as referenced. False when
@@ -129,9 +130,11 @@ private:
     static int32_t mCacheUsed;
     static int32_t mReferencedUsed;
     static int32_t blockMultiplier;
-    static std::map<std::string, std::list<std::string>> references; // child -> parents
-    static std::map<std::string, std::set<std::string>> mChildren;   // parent -> children
-    static std::map<std::string, FileRecord> mFiles;                 // accounted files
+    static std::map<std::string, std::set<std::string>> references; // child -> parents
+    static std::map<std::string, std::set<std::string>> mChildren;  // parent -> children
+    static std::map<std::string, FileRecord> mFiles;                // accounted files
+    // Accounted files by every text that refers to them (NR_CacheDirectory::namesOf).
+    static std::multimap<std::string, std::string> mFilesByName;
     static NR_LRUQueue<std::string> mQueueArr[QUEUE_COUNT];
     static NR_ContentCachePolicy* mInstance;
 };

@@ -186,6 +186,27 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
     EXPECT_EQ(3, p->blocksUsed());
 }
 
+TEST_F(Policy, AnEvictedParentNoLongerProtectsWhatItReferenced) {
+    NR_ContentCachePolicy* p = policy();
+    p->addRef("a.itm", "img");
+    p->addRef("b.itm", "img");
+    p->addRef("a.itm", "tpl");
+    account("a.itm", 9);
+    account("tpl.xhtml", 6);
+    account("img.gif", 7);
+    EXPECT_EQ(2, p->referencedUsed());
+    bool evictedReferenced = true;
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced)); // a.itm, the only unreferenced file
+    EXPECT_FALSE(exists("a.itm"));
+    EXPECT_TRUE(p->childrenOf("a.itm").empty());
+    EXPECT_EQ(std::set<std::string>({"b.itm"}), p->parentsOf("img"));
+    EXPECT_EQ(1, p->referencedUsed()) << "the template lost its only parent";
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("tpl.xhtml"));
+    EXPECT_TRUE(exists("img.gif"));
+}
+
 TEST_F(Policy, ReferenceTableLinesAndDumps) {
     NR_ContentCachePolicy* p = policy();
     ovtest::StderrCapture capture;
@@ -194,7 +215,7 @@ TEST_F(Policy, ReferenceTableLinesAndDumps) {
     p->addRef("b.itm", "img");
     EXPECT_TRUE(p->hasReferences("img", 0));
     EXPECT_FALSE(p->hasReferences("other", 0));
-    std::list<std::string> parents{"a.itm", "b.itm"};
+    std::set<std::string> parents{"a.itm", "b.itm"};
     EXPECT_EQ(parents, p->parentsOf("img"));
     account("img.gif", 5);
     p->dump();
