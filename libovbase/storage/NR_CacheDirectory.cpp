@@ -236,6 +236,40 @@ bool NR_CacheDirectory::create(const std::string& name, std::ofstream& out) {
     return out.is_open();
 }
 
+bool NR_CacheDirectory::writeFile(const std::string& temp, const std::string& name,
+                                  const std::string& data) {
+    bool wasCurrent = beginChange();
+    const std::string tempPath = pathOf(temp);
+    int fd = ::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
+    bool ok = fd >= 0;
+    for (size_t done = 0; ok && done < data.size();) {
+        ssize_t n = ::write(fd, data.data() + done, data.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0) {
+            if (n == 0)
+                errno = ENOSPC;
+            ok = false;
+        } else {
+            done += size_t(n);
+        }
+    }
+    int error = errno;
+    if (fd >= 0 && ::close(fd) != 0 && ok) {
+        error = errno;
+        ok = false;
+    }
+    if (ok && std::rename(tempPath.c_str(), pathOf(name).c_str()) != 0) {
+        error = errno;
+        ok = false;
+    }
+    if (!ok && fd >= 0)
+        ::unlink(tempPath.c_str());
+    endChange(wasCurrent, ok ? name : std::string(), std::string());
+    errno = error;
+    return ok;
+}
+
 bool NR_CacheDirectory::rename(const std::string& from, const std::string& to) {
     bool wasCurrent = beginChange();
     bool ok = std::rename(pathOf(from).c_str(), pathOf(to).c_str()) == 0;

@@ -69,6 +69,9 @@ public:
     // Changes made by the cache. Each keeps the index in step.
     // Opens NAME (truncating it) for writing; false when it cannot be opened.
     bool create(const std::string& name, std::ofstream& out);
+    // Writes DATA to TEMP and renames it over NAME, so that NAME is always whole. False with
+    // errno when it did not happen: TEMP is then removed and NAME stays as it was.
+    bool writeFile(const std::string& temp, const std::string& name, const std::string& data);
     // Renames FROM to TO, replacing TO; false with errno when it did not happen.
     bool rename(const std::string& from, const std::string& to);
     // Deletes NAME; false with errno when it did not happen.

@@ -153,19 +153,10 @@ int NR_ContentCache::save(const ovTypes::ID& id, const Streamable& object, const
     clearSpace(blocks);
 
     NR_CacheDirectory& dir = directory();
-    const std::string temp = id + kTempSuffix;
     const std::string name = id + suffix;
-    std::ofstream out;
-    bool ok = dir.create(temp, out);
-    if (ok) {
-        out.write(bytes.data(), std::streamsize(bytes.size()));
-        out.close();
-        ok = !out.fail() && dir.rename(temp, name);
-    }
-    if (!ok) {
+    if (!dir.writeFile(id + kTempSuffix, name, bytes)) {
         OV_LOG(3, "NR_ContentCache.save(): cannot write %s: %s\n\n", dir.pathOf(name).c_str(),
                std::strerror(errno));
-        dir.unlink(temp);
         return -1;
     }
     policy()->addDiskUsage(name, fileType(name), true);

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <climits>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <filesystem>
@@ -90,10 +91,12 @@ long NR_ContentCachePolicy::cacheBlocksFree() const {
 
 long NR_ContentCachePolicy::cacheUsed() const {
     long refUsed = 0;
-    if (FILE* in = std::fopen(ovplatform::devicePath(kRefFile).c_str(), "r")) {
-        if (std::fscanf(in, "%ld", &refUsed) != 1)
-            refUsed = 0;
-        std::fclose(in);
+    int fd = ::open(ovplatform::devicePath(kRefFile).c_str(), O_RDONLY | O_CLOEXEC);
+    if (fd >= 0) {
+        char text[32] = {0};
+        if (::read(fd, text, sizeof text - 1) > 0)
+            refUsed = std::strtol(text, nullptr, 10);
+        ::close(fd);
     }
     OV_LOG(5, "NR_ContentCachePolicy::cacheUsed read refUsed %d\n\n", int(refUsed));
     return clampKilobytes(std::min<long>(refUsed, mMaxCacheSize), mBlockSize);
