@@ -556,7 +556,7 @@ int NR_ContentCache::fileType(const std::string& name) const {
     return 9;
 }
 
-int NR_ContentCache::sync() {
+int NR_ContentCache::sync(bool sweepUnfinished) {
     resetReferences();
 
     OV_LOG(5, "About to loop through containers\n\n");
@@ -593,8 +593,10 @@ int NR_ContentCache::sync() {
     std::vector<std::string> objects, others;
     for (const std::string& name : names) {
         if (endsWith(name, kTempSuffix)) {
-            OV_LOG(4, "NR_ContentCache.sync(): removing unfinished %s\n\n", name.c_str());
-            directory().unlink(name);
+            if (sweepUnfinished) {
+                OV_LOG(4, "NR_ContentCache.sync(): removing unfinished %s\n\n", name.c_str());
+                directory().unlink(name);
+            }
             continue;
         }
         const char* suffix = objectSuffix(name);

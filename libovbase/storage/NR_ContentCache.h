@@ -101,9 +101,10 @@ public:
     long cacheRemaining();
 
     // Rebuilds the accounting and all references from the files on disk, sweeping unfinished
-    // ".tmp" files, and announces the storage status. 0, or -1 when the directory cannot be
+    // ".tmp" files unless SWEEPUNFINISHED is false (a tool looking at a cache another process
+    // may be writing), and announces the storage status. 0, or -1 when the directory cannot be
     // read (the references of the objects that could be read are kept).
-    int sync();
+    int sync(bool sweepUnfinished = true);
 
     // Publishes the storage-status event ("total", "used", "free", each "<n> K").
     void sendStorageStatus();
