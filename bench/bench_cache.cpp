@@ -105,52 +105,37 @@ void BM_SaveItemsEvicting(benchmark::State& state) {
 }
 BENCHMARK(BM_SaveItemsEvicting)->Iterations(10000)->Unit(benchmark::kMicrosecond);
 
-// The same bytes through ".tmp" files renamed to their final names, nothing else.
+// The same bytes through ".tmp" files renamed to their final names, nothing else. With an
+// argument N, the oldest file is also deleted once N are there, as the cache must: what the
+// file system itself spends on files deleted and made in turn.
 void BM_SaveItemsBaseline(benchmark::State& state) {
     CacheFixture& f = fixture();
     f.reset();
     std::ostringstream text;
     makeItem("item")->store(text);
     const std::string bytes = text.str();
+    const long keep = long(state.range(0));
     long i = 0;
     for (auto _ : state) {
-        std::string id = "item" + std::to_string(i++);
-        std::string temp = f.baselineDir() + id + ".tmp";
+        std::string temp = f.baselineDir() + "item" + std::to_string(i) + ".tmp";
         std::ofstream out(temp, std::ios::out | std::ios::trunc | std::ios::binary);
         out.write(bytes.data(), std::streamsize(bytes.size()));
         out.close();
-        int rc = std::rename(temp.c_str(), (f.baselineDir() + id + ".itm").c_str());
-        benchmark::DoNotOptimize(rc);
-    }
-    f.reset();
-}
-BENCHMARK(BM_SaveItemsBaseline)->Iterations(10000)->Unit(benchmark::kMicrosecond);
-
-// The baseline that also deletes the oldest file once 2,000 are there, as the cache must: what
-// the file system itself spends on files deleted and made in turn.
-void BM_SaveItemsBaselineDeleting(benchmark::State& state) {
-    CacheFixture& f = fixture();
-    f.reset();
-    std::ostringstream text;
-    makeItem("item")->store(text);
-    const std::string bytes = text.str();
-    long i = 0;
-    for (auto _ : state) {
-        std::string id = "item" + std::to_string(i);
-        std::string temp = f.baselineDir() + id + ".tmp";
-        std::ofstream out(temp, std::ios::out | std::ios::trunc | std::ios::binary);
-        out.write(bytes.data(), std::streamsize(bytes.size()));
-        out.close();
-        int rc = std::rename(temp.c_str(), (f.baselineDir() + id + ".itm").c_str());
-        if (i >= 2000)
+        int rc = std::rename(temp.c_str(),
+                             (f.baselineDir() + "item" + std::to_string(i) + ".itm").c_str());
+        if (keep > 0 && i >= keep)
             rc |=
-                std::remove((f.baselineDir() + "item" + std::to_string(i - 2000) + ".itm").c_str());
+                std::remove((f.baselineDir() + "item" + std::to_string(i - keep) + ".itm").c_str());
         ++i;
         benchmark::DoNotOptimize(rc);
     }
     f.reset();
 }
-BENCHMARK(BM_SaveItemsBaselineDeleting)->Iterations(10000)->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_SaveItemsBaseline)
+    ->Arg(0)
+    ->Arg(2000)
+    ->Iterations(10000)
+    ->Unit(benchmark::kMicrosecond);
 
 // A cache of COUNT files as a feed leaves it: a container, channels of 100 items, and an image
 // for every item.

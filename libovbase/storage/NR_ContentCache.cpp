@@ -94,7 +94,7 @@ std::string NR_ContentCache::getCachePath() {
 
 NR_CacheDirectory& NR_ContentCache::directory() {
     static NR_CacheDirectory* dir = new NR_CacheDirectory(); // outlives static destruction
-    if (dir->path().size() <= 1)
+    if (dir->path().empty())
         dir->setPath(getCachePath());
     return *dir;
 }

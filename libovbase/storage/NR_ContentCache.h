@@ -70,8 +70,9 @@ public:
     int clear();
 
     // The file of ID: a "Z" extension at the end of the ID (logoZpng) must match the file's
-    // extension, otherwise any extension matches. 0 and the name (without directory) when
-    // found, else -1 and NAME unchanged.
+    // extension, otherwise any extension matches; an unfinished ".tmp" file never does. Of
+    // several matches the one the directory index learnt first wins. 0 and the name (without
+    // directory) when found, else -1 and NAME unchanged.
     int getFileName(const ovTypes::ID& id, std::string& name);
     // The same with the cache directory in front; PATH is set empty on failure.
     int getPath(const ovTypes::ID& id, std::string& path);
@@ -82,8 +83,9 @@ public:
     std::ifstream* getInputStream(const ovTypes::ID& id);
     // Closes and deletes STREAM; 0.
     int closeInputStream(std::ifstream* stream);
-    // Makes room for SIZE bytes among the classes ID may displace, then opens "ID.tmp" for
-    // writing; null when it cannot be opened. Hand the stream to closeOutputStream.
+    // Makes room for SIZE bytes among the classes ID may displace (when nothing of those is
+    // left, the write is tried anyway), then opens "ID.tmp" for writing; null when it cannot
+    // be opened. Hand the stream to closeOutputStream.
     std::ofstream* getOutputStream(const ovTypes::ID& id, unsigned long size);
     // Closes and deletes STREAM and renames the file to ID's final name for MIMETYPE (see
     // finalName), which the policy then accounts. 0, or -1 when the stream had failed or the
@@ -116,7 +118,11 @@ public:
     void saveRefUsed();
 
     // Reference registration: each object file (parent) tells the policy which resources or
-    // objects (children) it points to, and the resource IDs join the sets getType reads.
+    // objects (children) it points to, and the resource IDs join the sets getType reads. An
+    // item references its effective template and every entry of its content map; a channel its
+    // template, its item template, its images and its items' files; both their excerpt
+    // content (style sheets by their "text/css" type); a container its channels' files.
+    // Default-content ("dc:") IDs are not in the cache and are skipped.
     void addItemRefs(const Item& item);
     void addItemExcerptRefs(const Item& item);
     void addChannelRefs(const Channel& channel);

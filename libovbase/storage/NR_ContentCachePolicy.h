@@ -72,7 +72,8 @@ public:
     void delRef(const std::string& parent, const std::string& child, int type);
     // Withdraws every reference PARENT holds.
     void delRefsOf(const std::string& parent);
-    // Whether NAME is a child in the reference table.
+    // Whether NAME, or an ID whose lookup finds the file NAME, is a child in the reference
+    // table; a line is logged when not. TYPE is not needed.
     bool hasReferences(const std::string& name, int type);
     // The children PARENT references.
     std::set<std::string> childrenOf(const std::string& parent) const;
@@ -85,9 +86,10 @@ public:
     // highest non-empty queue from 10 down to TYPE. EVICTEDREFERENCED tells which way it went
     // (true also when nothing went). 0 when a file went, -1 when none could.
     int removeNext(int type, bool& evictedReferenced);
-    // Deletes NAME and its accounting, counting the blocks the file occupies on disk, and
-    // withdraws the references NAME held as a parent. -1 when its status cannot be read or it
-    // cannot be deleted.
+    // Deletes NAME and its accounting, counting the blocks the file occupies on disk (for a
+    // size that is an exact multiple of the block size, one less than addDiskUsage counted:
+    // that block stays counted until the next sync), and withdraws the references NAME held as
+    // a parent. -1 when its status cannot be read or it cannot be deleted.
     int removeFile(std::string name);
 
     // Where an accounted file is: its queue and whether it counts as referenced. False when

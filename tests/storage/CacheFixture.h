@@ -6,6 +6,7 @@
 #define OVBASE_TESTS_STORAGE_CACHEFIXTURE_H
 
 #include "OVPlatform.h"
+#include "model/Streamable.h"
 #include "storage/NR_CacheDirectory.h"
 #include "storage/NR_ContentCache.h"
 #include "storage/NR_ContentCachePolicy.h"
@@ -16,11 +17,19 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <sstream>
 #include <string>
 
 namespace storagetest {
 
 const long kBlockSize = 4096;
+
+// The bytes OBJECT stores.
+inline std::string streamOf(const Streamable& object) {
+    std::ostringstream out;
+    object.store(out);
+    return out.str();
+}
 
 // The cache directory under the current device root, without its final '/'.
 inline std::string cacheDirUnderRoot() {

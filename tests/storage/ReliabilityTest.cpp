@@ -23,16 +23,11 @@
 namespace {
 
 using storagetest::CacheTest;
+using storagetest::streamOf;
 
 const char* const kChildRootVariable = "OVBASE_TEST_STORAGE_CHILD_ROOT";
 const char* const kChildFdVariable = "OVBASE_TEST_STORAGE_CHILD_FD";
 const char* const kChildPrefixVariable = "OVBASE_TEST_STORAGE_CHILD_PREFIX";
-
-std::string streamOf(const Streamable& object) {
-    std::ostringstream out;
-    object.store(out);
-    return out.str();
-}
 
 // The item the kill test saves under ID: its title's length varies with the ID, so a torn
 // write would show.

@@ -17,18 +17,13 @@
 namespace {
 
 using storagetest::CacheTest;
+using storagetest::streamOf;
 
 size_t countOf(const std::string& text, const std::string& part) {
     size_t count = 0;
     for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
         ++count;
     return count;
-}
-
-std::string streamOf(const Streamable& object) {
-    std::ostringstream out;
-    object.store(out);
-    return out.str();
 }
 
 class SecurityTest : public CacheTest {
