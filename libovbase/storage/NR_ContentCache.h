@@ -58,7 +58,8 @@ public:
     int get(const ovTypes::ID& id, Channel& channel);
     int get(const ovTypes::ID& id, Container& container);
 
-    // Deletes ID's ".cnt" file; 0, or -1 when it could not be deleted.
+    // Deletes ID's ".cnt" file; 0, or -1 when it could not be deleted. The references the
+    // container held stay until the next sync.
     int remove(const ovTypes::ID& id, Container& container);
     // Delete the object's file and withdraw the references the object holds.
     int remove(const ovTypes::ID& id, Channel& channel);

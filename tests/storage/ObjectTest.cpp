@@ -313,10 +313,16 @@ TEST_F(ObjectTest, SyncRebuildsReferencesAndAccountingFromDisk) {
         EXPECT_TRUE(exists(name)) << name;
 }
 
-TEST_F(ObjectTest, SyncOfAnEmptyCache) {
+TEST_F(ObjectTest, SyncOfAnEmptyCacheAndALookThatDeletesNothing) {
     EXPECT_EQ(0, cache()->sync());
     EXPECT_EQ(0, policy()->blocksUsed());
     EXPECT_EQ(0, cache()->cacheUsed());
+    // A tool looking at a cache another process writes leaves its unfinished files alone.
+    ASSERT_TRUE(ovtest::writeFile(path("busy.tmp"), "half"));
+    ASSERT_TRUE(ovtest::writeFile(path("done.gif"), "GIF"));
+    EXPECT_EQ(0, cache()->sync(false));
+    EXPECT_TRUE(exists("busy.tmp"));
+    EXPECT_EQ(1, policy()->blocksUsed()) << "only the finished file is accounted";
 }
 
 } // namespace
