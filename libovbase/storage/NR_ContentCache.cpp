@@ -242,11 +242,17 @@ int NR_ContentCache::clear() {
                std::strerror(errno));
         return -1;
     }
-    for (const std::string& name : names)
-        dir.unlink(name);
+    int rc = 0;
+    for (const std::string& name : names) {
+        if (!dir.unlink(name)) {
+            OV_LOG(3, "NR_ContentCache.clear(): cannot delete %s: %s\n\n", dir.pathOf(name).c_str(),
+                   std::strerror(errno));
+            rc = -1;
+        }
+    }
     resetReferences();
     saveRefUsed();
-    return 0;
+    return rc;
 }
 
 // --- Resources

@@ -66,7 +66,7 @@ public:
     // Withdraws only the references of the channel's excerpt content.
     int removeChannelExcerptRefs(const ovTypes::ID& id, const Channel& channel);
     // Deletes every file of the cache directory and starts the accounting afresh; -1 when the
-    // directory cannot be read.
+    // directory cannot be read or a file could not be deleted.
     int clear();
 
     // The file of ID: a "Z" extension at the end of the ID (logoZpng) must match the file's

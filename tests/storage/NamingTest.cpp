@@ -69,9 +69,9 @@ TEST(CacheNaming, LookupsIgnoreTheExtensionUnlessTheIDNamesOne) {
 }
 
 TEST(CacheNaming, IDsThatCouldLeaveTheDirectoryAreUnsafe) {
-    for (const std::string& bad : {std::string(), std::string("."), std::string(".."),
-                                   std::string("../x"), std::string("a/b"), std::string("/"),
-                                   std::string("x\0y", 3)})
+    for (const std::string& bad :
+         {std::string(), std::string("."), std::string(".."), std::string("../x"),
+          std::string("a/b"), std::string("/"), std::string("x\0y", 3)})
         EXPECT_FALSE(NR_CacheDirectory::isSafeID(bad)) << bad;
     for (const char* good : {"x", "...", ".hidden", "a..b", "logoZpng", "dc:icon.png"})
         EXPECT_TRUE(NR_CacheDirectory::isSafeID(good)) << good;
@@ -85,12 +85,18 @@ TEST_F(CacheNamingWithCache, FinalNameOfAStoredResource) {
         const char* type;
         const char* name;
     } cases[] = {
-        {"logoZpng", "image/x-png", "logo.png"}, {"logoZpng", "image/png", "logo.png"},
-        {"logo", "image/png", "logo.dat"},       {"logo", "image/x-png", "logo.png"},
-        {"pic.gif", "image/gif", "pic.gif"},     {"picZgif", "image/gif", "pic.gif"},
-        {"gif", "image/gif", "gif.gif"},         {"Zgif", "image/gif", ".gif"},
-        {"aZjpg", "image/gif", "aZjpg.gif"},     {"page", "application/xhtml+xml", "page.xhtml"},
-        {"s", "text/css", "s.css"},              {"x", "", "x.dat"},
+        {"logoZpng", "image/x-png", "logo.png"},
+        {"logoZpng", "image/png", "logo.png"},
+        {"logo", "image/png", "logo.dat"},
+        {"logo", "image/x-png", "logo.png"},
+        {"pic.gif", "image/gif", "pic.gif"},
+        {"picZgif", "image/gif", "pic.gif"},
+        {"gif", "image/gif", "gif.gif"},
+        {"Zgif", "image/gif", ".gif"},
+        {"aZjpg", "image/gif", "aZjpg.gif"},
+        {"page", "application/xhtml+xml", "page.xhtml"},
+        {"s", "text/css", "s.css"},
+        {"x", "", "x.dat"},
         {"tZtxt", "", "t.txt"},
     };
     for (const Case& c : cases)

@@ -40,7 +40,8 @@ TEST_F(ResourceTest, StoredUnderTheirFinalNamesWithoutTemporaryFiles) {
     std::string text = capture.text();
     EXPECT_NE(std::string::npos,
               text.find("{4} NR_ContentCache.cpp:")); // the stream lines are level 4
-    EXPECT_NE(std::string::npos, text.find("\tCloseOutputStream : logoZpng, with type:image/x-png\n\n"));
+    EXPECT_NE(std::string::npos,
+              text.find("\tCloseOutputStream : logoZpng, with type:image/x-png\n\n"));
     EXPECT_NE(std::string::npos, text.find("\tNew path:" + path("logo.png") + "\n\n"));
 
     // Every file written is accounted under its name on disk, so it can be evicted.
