@@ -12,13 +12,7 @@ Channel::Channel(const ID& id) : NewsObject(id), mpContainer(nullptr) {}
 
 void Channel::loadFromAttrs(AttrMap& attrs) {
     NewsObject::loadFromAttrs(attrs);
-    std::vector<ID> read;
-    attrs.getIDs("itemids", read);
-    itemIDs.clear();
-    for (ID& itemID : read) {
-        if (!itemID.empty())
-            itemIDs.push_back(std::move(itemID));
-    }
+    loadIDs(attrs, "itemids", itemIDs);
 }
 
 void Channel::storeIntoAttrs(AttrMap& attrs) const {

@@ -10,13 +10,7 @@ Container::Container(const ID& id) : id(id), mpCarousel(nullptr) {}
 Container::~Container() {}
 
 void Container::loadFromAttrs(AttrMap& attrs) {
-    std::vector<ID> read;
-    attrs.getIDs("channelIDs", read);
-    channelIDs.clear();
-    for (ID& channelID : read) {
-        if (!channelID.empty())
-            channelIDs.push_back(std::move(channelID));
-    }
+    loadIDs(attrs, "channelIDs", channelIDs);
 }
 
 void Container::storeIntoAttrs(AttrMap& attrs) const {

@@ -56,3 +56,13 @@ unsigned long Streamable::getStreamLength() const {
     store(out);
     return static_cast<unsigned long>(out.str().size());
 }
+
+void Streamable::loadIDs(const AttrMap& attrs, const char* key, std::vector<ovTypes::ID>& out) {
+    std::vector<ovTypes::ID> read;
+    attrs.getIDs(key, read);
+    out.clear();
+    for (ovTypes::ID& id : read) {
+        if (!id.empty())
+            out.push_back(std::move(id));
+    }
+}

@@ -6,7 +6,10 @@
 #ifndef OVBASE_MODEL_STREAMABLE_H
 #define OVBASE_MODEL_STREAMABLE_H
 
+#include "types/ovTypes.h"
+
 #include <iosfwd>
+#include <vector>
 
 class AttrMap;
 
@@ -27,6 +30,11 @@ public:
     void load(std::istream& in);
     // The number of bytes store() writes.
     unsigned long getStreamLength() const;
+
+protected:
+    // Replaces OUT with the identities listed under KEY, skipping empty ones: they name no
+    // object, and an empty list reads back as one.
+    static void loadIDs(const AttrMap& attrs, const char* key, std::vector<ovTypes::ID>& out);
 };
 
 #endif

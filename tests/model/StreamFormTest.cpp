@@ -295,6 +295,12 @@ TEST(StreamForm, GarbageAndCutStreamsGiveTheDefaults) {
         bytes.push_back(static_cast<char>(i * 7919 % 256));
     loadFrom(garbage, bytes);
     EXPECT_EQ(defaults, streamOf(garbage));
+    Channel garbageChannel("c1");
+    loadFrom(garbageChannel, bytes);
+    EXPECT_EQ(streamOf(Channel("c1")), streamOf(garbageChannel));
+    Container garbageContainer("news");
+    loadFrom(garbageContainer, bytes);
+    EXPECT_TRUE(garbageContainer.channelIDs.empty());
 
     // A used object loaded from nothing is back at every default.
     Item used("i1");
@@ -330,4 +336,24 @@ TEST(StreamForm, OutOfRangeNumbersAreClampedToThirtyTwoBits) {
     EXPECT_EQ(INT32_MIN, loaded.pubdate);
     EXPECT_EQ(16, loaded.priority);
     EXPECT_EQ(0, loaded.order); // present but not a number
+}
+
+TEST(ObjectTexts, PrintedFormAndPriority) {
+    Item item("i1");
+    item.title = L"Headline";
+    item.description = L"Body";
+    std::ostringstream printed;
+    printed << item;
+    EXPECT_EQ("Item NewsObject id=i1\ntitle = Headline\ndescr = Body\n", printed.str());
+    Channel channel("c1");
+    std::ostringstream printedChannel;
+    printedChannel << channel;
+    EXPECT_EQ("Channel NewsObject id=c1\ntitle = \ndescr = \n", printedChannel.str());
+    EXPECT_EQ("i1", item.toString());
+
+    EXPECT_FALSE(item.isHighPriority());
+    item.priority = 999;
+    EXPECT_TRUE(item.isHighPriority());
+    channel.priority = 1;
+    EXPECT_FALSE(channel.isHighPriority()); // only items are urgent
 }
