@@ -13,6 +13,9 @@ bool demoTemplate();
 
 bool demoSettings(const std::string& root);
 
+// News items saved, announced, evicted around and read back as displayable (storage, model).
+bool demoCache();
+
 // Handlers, a published event coming back over the bus, and a simulated flip (eventstatuslib).
 bool demoEvents();
 bool demoTimer(); // a 3-second timer fired on the timer thread (timer)

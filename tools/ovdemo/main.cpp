@@ -55,6 +55,7 @@ int run(int argc, char** argv) {
     bool ok = demoAttrMap();
     ok = demoSettings(root) && ok;
     ok = demoTemplate() && ok;
+    ok = demoCache() && ok;
     ok = demoEvents() && ok;
     ok = demoEngine() && ok;
     ok = demoTimer() && ok;
