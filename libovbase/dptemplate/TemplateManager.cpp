@@ -1,8 +1,29 @@
 #include "dptemplate/TemplateManager.h"
 
 #include "dptemplate/TemplateParser.h"
+#include "storage/NR_ContentCache.h"
+#include "types/ovTypes.h"
+
+#include <fstream>
+#include <sys/stat.h>
 
 namespace DPTemplate {
+
+bool TemplateManager::FileStamp::operator==(const FileStamp& other) const {
+    return inode == other.inode && size == other.size && modifiedSeconds == other.modifiedSeconds &&
+           modifiedNanoseconds == other.modifiedNanoseconds;
+}
+
+bool TemplateManager::stampOf(const std::string& path, FileStamp& stamp) {
+    struct stat info;
+    if (stat(path.c_str(), &info) != 0)
+        return false;
+    stamp.inode = info.st_ino;
+    stamp.size = info.st_size;
+    stamp.modifiedSeconds = info.st_mtim.tv_sec;
+    stamp.modifiedNanoseconds = info.st_mtim.tv_nsec;
+    return true;
+}
 
 TemplateManager* TemplateManager::getInstance() {
     static TemplateManager* instance = new TemplateManager;
@@ -20,12 +41,55 @@ int TemplateManager::load(const MString& id, std::istream& in) {
         return NO_LAYOUT;
     }
     mTemplates[id] = loaded;
+    mFailed.erase(id);
     return 0;
 }
 
-PtrRef<Template> TemplateManager::get(const MString& id) const {
+PtrRef<Template> TemplateManager::find(const MString& id) const {
     std::map<MString, PtrRef<Template>>::const_iterator found = mTemplates.find(id);
     return found == mTemplates.end() ? PtrRef<Template>() : found->second;
+}
+
+PtrRef<Template> TemplateManager::get(const MString& id) {
+    PtrRef<Template> kept = find(id);
+    if (kept || id.empty())
+        return kept;
+    // Default content cannot be read yet: no template of it.
+    if (ovTypes::ID(id).isDefaultContentID())
+        return PtrRef<Template>();
+    return loadFromCache(id);
+}
+
+PtrRef<Template> TemplateManager::loadFromCache(const MString& id) {
+    NR_ContentCache* cache = NR_ContentCache::getInstance();
+    std::string path;
+    FileStamp stamp;
+    if (cache->getPath(id, path) != 0 || !stampOf(path, stamp))
+        return PtrRef<Template>();
+    std::map<MString, FileStamp>::const_iterator failed = mFailed.find(id);
+    if (failed != mFailed.end() && failed->second == stamp)
+        return PtrRef<Template>();
+
+    std::ifstream* in = cache->getInputStream(id);
+    if (!in)
+        return PtrRef<Template>();
+    int state = load(id, *in);
+    cache->closeInputStream(in);
+    if (state != 0) {
+        mFailed[id] = stamp;
+        return PtrRef<Template>();
+    }
+    return find(id);
+}
+
+void TemplateManager::remove(const MString& id) {
+    mTemplates.erase(id);
+    mFailed.erase(id);
+}
+
+void TemplateManager::clear() {
+    mTemplates.clear();
+    mFailed.clear();
 }
 
 } // namespace DPTemplate

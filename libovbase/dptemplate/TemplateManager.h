@@ -1,5 +1,9 @@
 // The templates a process has loaded, by template ID. A template is kept only when the parser
-// accepts it and it has at least one layout to show an item with.
+// accepts it and it has at least one layout to show an item with. get() loads a template it
+// does not keep yet from the content cache.
+//
+// Threads: the engine's; nothing here locks. Handles given out share the template and outlive
+// the manager's own reference.
 #ifndef OVBASE_DPTEMPLATE_TEMPLATEMANAGER_H
 #define OVBASE_DPTEMPLATE_TEMPLATEMANAGER_H
 
@@ -9,6 +13,7 @@
 
 #include <iosfwd>
 #include <map>
+#include <string>
 
 namespace DPTemplate {
 
@@ -25,14 +30,37 @@ public:
     // template kept before under ID stays.
     int load(const MString& id, std::istream& in);
 
-    // The template kept under ID, or a null handle.
-    PtrRef<Template> get(const MString& id) const;
-    void remove(const MString& id) { mTemplates.erase(id); }
-    void clear() { mTemplates.clear(); }
+    // The template kept under ID. One not kept yet is read from the content cache's resource ID,
+    // parsed once and kept when usable; a "dc:" identity names default content, which cannot
+    // be read yet, so it gives none. A null handle when there is no such resource or it is not
+    // usable. A resource that failed is not parsed again on every call: the failure is
+    // remembered with the file's identity (inode, size, modification time), and only another
+    // file under ID is tried again.
+    PtrRef<Template> get(const MString& id);
+    // The template kept under ID, or a null handle; never reads the cache.
+    PtrRef<Template> find(const MString& id) const;
+    // Forget ID's template (and a remembered failure).
+    void remove(const MString& id);
+    void clear();
     unsigned int size() const { return static_cast<unsigned int>(mTemplates.size()); }
 
 private:
+    // What identifies a file's contents well enough to know it has not changed.
+    struct FileStamp {
+        unsigned long long inode;
+        long long size;
+        long long modifiedSeconds;
+        long modifiedNanoseconds;
+        bool operator==(const FileStamp& other) const;
+    };
+
+    // The stamp of the file at PATH; false when it cannot be examined.
+    static bool stampOf(const std::string& path, FileStamp& stamp);
+    // Reads and parses ID's resource from the content cache; null when absent or unusable.
+    PtrRef<Template> loadFromCache(const MString& id);
+
     std::map<MString, PtrRef<Template>> mTemplates;
+    std::map<MString, FileStamp> mFailed;
 };
 
 } // namespace DPTemplate

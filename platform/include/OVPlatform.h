@@ -61,6 +61,19 @@ void sendTimeInfoChanged(int flags, long previousTime, long newTime);
 void setCallFails(const std::string& name, bool fails);
 bool callFails(const std::string& name);
 
+// The file-system query that sizes the content cache: the block size and the total block count
+// of the file system that holds PATH (statfs), or of the simulated file system given to PATH
+// or to a directory above it. False, with errno set, when PATH cannot be queried.
+bool fileSystemSize(const std::string& path, long& blockSize, long& totalBlocks);
+
+// Gives DIR and everything under it a simulated file system of TOTALBLOCKS blocks of BLOCKSIZE
+// bytes, so that a host or a test can size the cache without a small file system of its own.
+// It is kept with the simulated phone's state, so every process on the device root sees it; a
+// TOTALBLOCKS of 0 takes it away. Files still occupy what the real file system gives them, so
+// a BLOCKSIZE equal to the real one keeps the two views in step. False when the state cannot
+// be written.
+bool setSimulatedFileSystem(const std::string& dir, long blockSize, long totalBlocks);
+
 // Stops the event bus: deliveries still queued are discarded, a delivery under way is waited
 // for (up to about two seconds; past that the delivery thread is left to finish alone), and
 // later bus calls return ES_ERR_BUS_DOWN. It also runs on its own at process exit (atexit,

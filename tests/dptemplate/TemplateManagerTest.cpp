@@ -1,8 +1,15 @@
 #include "dptemplate/TemplateManager.h"
 
+#include "storage/NR_ContentCache.h"
+#include "support/TempDir.h"
+
 #include <gtest/gtest.h>
 
+#include <cstdio>
+#include <fcntl.h>
+#include <fstream>
 #include <sstream>
+#include <sys/stat.h>
 
 using DPTemplate::Template;
 using DPTemplate::TemplateManager;
@@ -31,4 +38,95 @@ TEST(TemplateManager, KeepsOnlyUsableTemplates) {
     EXPECT_TRUE(manager->get("dc:item") == nullptr);
     EXPECT_EQ("item", kept->getLayout(0)->getId());
     EXPECT_EQ(0u, manager->size());
+}
+
+namespace {
+
+// A template manager of its own over a content cache in a temporary directory.
+class TemplateFromCache : public ::testing::Test {
+protected:
+    void SetUp() override {
+        mCacheDir = mRoot.file("cache/");
+        ASSERT_EQ(0, mkdir(mCacheDir.c_str(), 0755));
+        NR_ContentCache::setCachePath(mCacheDir);
+    }
+
+    // Stores BYTES as the resource ID; returns its path.
+    std::string put(const std::string& id, const std::string& bytes) {
+        NR_ContentCache* cache = NR_ContentCache::getInstance();
+        std::ofstream* out = cache->getOutputStream(id, bytes.size());
+        EXPECT_NE(nullptr, out);
+        if (!out)
+            return std::string();
+        *out << bytes;
+        EXPECT_EQ(0, cache->closeOutputStream(id, out, "text/plain"));
+        std::string path;
+        EXPECT_EQ(0, cache->getPath(id, path));
+        return path;
+    }
+
+    ovtest::TempDeviceRoot mRoot;
+    std::string mCacheDir;
+    TemplateManager mManager;
+};
+
+const char kGood[] = "<template><layout id=\"item\"><text/></layout></template>";
+// As long as kGood, but refused by the parser (a row inside a row).
+const char kBad[] = "<template><layout><row><row/></row></layout></template>";
+static_assert(sizeof kGood == sizeof kBad, "the two templates must have one length");
+
+} // namespace
+
+TEST_F(TemplateFromCache, AStoredTemplateIsParsedOnceAndKept) {
+    std::string path = put("tpl", kGood);
+    PtrRef<Template> first = mManager.get("tpl");
+    ASSERT_TRUE(first != nullptr);
+    EXPECT_EQ(1u, mManager.size());
+    // Kept: the same object again, even once the resource is gone.
+    ASSERT_EQ(0, std::remove(path.c_str()));
+    EXPECT_TRUE(mManager.get("tpl") == first);
+    EXPECT_TRUE(mManager.find("tpl") == first);
+
+    EXPECT_TRUE(mManager.get("absent") == nullptr);
+    EXPECT_TRUE(mManager.get("") == nullptr);
+    EXPECT_EQ(1u, mManager.size());
+}
+
+TEST_F(TemplateFromCache, AFailedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
+    std::string path = put("tpl", kBad);
+    ASSERT_FALSE(path.empty());
+    EXPECT_TRUE(mManager.get("tpl") == nullptr);
+
+    // The same file, rewritten in place with a usable template of the same size and given its
+    // old modification time back: it is not parsed again, so it stays refused.
+    struct stat before;
+    ASSERT_EQ(0, stat(path.c_str(), &before));
+    {
+        std::fstream file(path, std::ios::in | std::ios::out | std::ios::binary);
+        file << kGood;
+    }
+    struct timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+    EXPECT_TRUE(mManager.get("tpl") == nullptr);
+
+    // Touched, it is another file as far as the manager can tell: parsed and kept.
+    times[1].tv_nsec = (times[1].tv_nsec + 1) % 1000000000;
+    ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
+    EXPECT_TRUE(mManager.get("tpl") != nullptr);
+}
+
+TEST_F(TemplateFromCache, AStoredTemplateWithoutLayoutIsRefusedUntilReplaced) {
+    put("tpl", "<template><stylesheet id=\"s\"/></template>");
+    EXPECT_TRUE(mManager.get("tpl") == nullptr);
+    put("tpl", kGood); // a new download: a new file
+    EXPECT_TRUE(mManager.get("tpl") != nullptr);
+}
+
+TEST_F(TemplateFromCache, DefaultContentTemplatesAreNotReadFromTheCache) {
+    put("dc:tpl", kGood);
+    EXPECT_TRUE(mManager.get("dc:tpl") == nullptr);
+    // One loaded by hand is kept like any other.
+    std::istringstream good(kGood);
+    ASSERT_EQ(0, mManager.load("dc:tpl", good));
+    EXPECT_TRUE(mManager.get("dc:tpl") != nullptr);
 }

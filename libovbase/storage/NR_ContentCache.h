@@ -1,0 +1,170 @@
+// NR_ContentCache: the process-wide store of downloaded content in the cache directory. News
+// objects (containers, channels, items) are kept as stream files ("x.cnt", "x.chn", "x.itm")
+// and the resources they point to (images, pages, style sheets, templates) as raw files named
+// by content ID and MIME type. Every write goes to "ID.tmp" first and is renamed to its final
+// name when complete, so a file under its final name is always whole. Before a write the cache
+// asks NR_ContentCachePolicy for room; it tells the policy which files it wrote and which
+// resources each object references, and announces the storage state as events.
+//
+// Content IDs come from a server. One that would name a file outside the cache directory (empty,
+// "." or "..", or holding '/' or a NUL byte) is refused by every operation with its failure
+// result and a level-3 line.
+//
+// Threads: the engine's thread only. The singleton and its state take no lock, and the first
+// getInstance() must happen before other threads could make it.
+//
+// Ownership: the streams returned by getInputStream and getOutputStream belong to the caller
+// until handed back to closeInputStream or closeOutputStream, which delete them.
+#ifndef OVBASE_STORAGE_NR_CONTENTCACHE_H
+#define OVBASE_STORAGE_NR_CONTENTCACHE_H
+
+#include "types/ovTypes.h"
+
+#include <fstream>
+#include <map>
+#include <set>
+#include <string>
+
+class Channel;
+class Container;
+class Item;
+class NR_CacheDirectory;
+class Streamable;
+
+class NR_ContentCache {
+public:
+    // Made on first use and never destroyed; creates the cache directory when it is missing.
+    static NR_ContentCache* getInstance();
+
+    // Replaces the cache directory (used as given; a '/' is added when it lacks one). Call it
+    // before the first getInstance(): the policy measures the directory it is first made for.
+    static int setCachePath(const std::string& path);
+    // The cache directory, ending in '/': the one set, else the default cache path under the
+    // device root.
+    static std::string getCachePath();
+
+    // Writes the object under ID's ".itm", ".chn" or ".cnt" name and, when that worked,
+    // registers its references; then rewrites "/tmp/ref.txt". 0 on success, -1 when the
+    // object could not be written whole (an older file of that name then stays as it was).
+    int save(const ovTypes::ID& id, const Item& item);
+    int save(const ovTypes::ID& id, const Channel& channel);
+    int save(const ovTypes::ID& id, const Container& container);
+
+    // Reads the object back from ID's file; 0 on success, -1 when there is no such file. A
+    // damaged file loads what it holds, the rest at its defaults.
+    int get(const ovTypes::ID& id, Item& item);
+    int get(const ovTypes::ID& id, Channel& channel);
+    int get(const ovTypes::ID& id, Container& container);
+
+    // Deletes ID's ".cnt" file; 0, or -1 when it could not be deleted.
+    int remove(const ovTypes::ID& id, Container& container);
+    // Delete the object's file and withdraw the references the object holds.
+    int remove(const ovTypes::ID& id, Channel& channel);
+    int remove(const ovTypes::ID& id, Item& item);
+    // Withdraws only the references of the channel's excerpt content.
+    int removeChannelExcerptRefs(const ovTypes::ID& id, const Channel& channel);
+    // Deletes every file of the cache directory and starts the accounting afresh; -1 when the
+    // directory cannot be read.
+    int clear();
+
+    // The file of ID: a "Z" extension at the end of the ID (logoZpng) must match the file's
+    // extension, otherwise any extension matches. 0 and the name (without directory) when
+    // found, else -1 and NAME unchanged.
+    int getFileName(const ovTypes::ID& id, std::string& name);
+    // The same with the cache directory in front; PATH is set empty on failure.
+    int getPath(const ovTypes::ID& id, std::string& path);
+    // The size in bytes of ID's file, or -1 when there is none.
+    long getSize(const ovTypes::ID& id);
+
+    // A new stream on ID's file, or null when there is none; the file counts as just used.
+    std::ifstream* getInputStream(const ovTypes::ID& id);
+    // Closes and deletes STREAM; 0.
+    int closeInputStream(std::ifstream* stream);
+    // Makes room for SIZE bytes among the classes ID may displace, then opens "ID.tmp" for
+    // writing; null when it cannot be opened. Hand the stream to closeOutputStream.
+    std::ofstream* getOutputStream(const ovTypes::ID& id, unsigned long size);
+    // Closes and deletes STREAM and renames the file to ID's final name for MIMETYPE (see
+    // finalName), which the policy then accounts. 0, or -1 when the stream had failed or the
+    // rename did not happen (the temporary file is then removed).
+    int closeOutputStream(const ovTypes::ID& id, std::ofstream* stream, std::string mimeType);
+
+    // The content class of ID, by the references registered so far: 4 template used by a
+    // channel, 6 other template, 1 excerpt page, 8 excerpt style sheet, 5 channel image,
+    // 7 image of an image-only item, 9 anything else.
+    int getType(const ovTypes::ID& id) const;
+
+    // Kilobyte figures of the policy: cacheUsed is the referenced use shown to the user.
+    long cacheSize();
+    long cacheUsed();
+    long cacheRemaining();
+
+    // Rebuilds the accounting and all references from the files on disk, sweeping unfinished
+    // ".tmp" files, and announces the storage status. 0, or -1 when the directory cannot be
+    // read (the references of the objects that could be read are kept).
+    int sync();
+
+    // Publishes the storage-status event ("total", "used", "free", each "<n> K").
+    void sendStorageStatus();
+    // Publishes the storage-error event with FULL as its value and remembers FULL.
+    void sendStorageEvent(bool full);
+    bool isStorageFull() const { return isFull; }
+
+    // Writes the policy's referenced-use total to "/tmp/ref.txt" under the device root.
+    void saveRefUsed();
+
+    // Reference registration: each object file (parent) tells the policy which resources or
+    // objects (children) it points to, and the resource IDs join the sets getType reads.
+    void addItemRefs(const Item& item);
+    void addItemExcerptRefs(const Item& item);
+    void addChannelRefs(const Channel& channel);
+    void addChannelExcerptRefs(const Channel& channel);
+    void addContainerRefs(const Container& container);
+
+    // The name "closeOutputStream(id, ..., mimeType)" gives the finished file.
+    std::string finalName(const ovTypes::ID& id, const std::string& mimeType) const;
+    // The file extension of MIMETYPE, or "" when the table has none.
+    std::string extensionOf(const std::string& mimeType) const;
+
+    // The cache directory's files, for the policy and the tools.
+    static NR_CacheDirectory& directory();
+
+private:
+    NR_ContentCache();
+    NR_ContentCache(const NR_ContentCache&) = delete;
+    NR_ContentCache& operator=(const NR_ContentCache&) = delete;
+
+    // Writes OBJECT under ID + SUFFIX through the temporary file; 0 on success.
+    int save(const ovTypes::ID& id, const Streamable& object, const char* suffix);
+    int get(const ovTypes::ID& id, Streamable& object, const char* suffix);
+    // Deletes ID + SUFFIX and its accounting; 0, or -1 when unlink failed.
+    int removeObjectFile(const ovTypes::ID& id, const char* suffix);
+    // Evicts until BLOCKS are free or nothing can go; never fails.
+    int clearSpace(int blocks);
+    // Notes an eviction that took a referenced file, sending the storage-full event once.
+    void noteReferencedEviction(const char* message);
+
+    // Registers PARENT -> resource ID (ignoring empty and default-content IDs) in SET.
+    void addResourceRef(const std::string& parent, const ovTypes::ID& id,
+                        std::set<std::string>* set);
+    void delResourceRef(const std::string& parent, const ovTypes::ID& id);
+    void addItemRefs(const Item& item, const std::string& parent);
+    void addChannelRefs(const Channel& channel, const std::string& parent);
+    // Withdraws every reference the object's file holds.
+    void delObjectRefs(const std::string& parent);
+    // Forgets the ID sets and the policy's accounting.
+    void resetReferences();
+
+    static std::string cache_dir; // "" until setCachePath: the default under the device root
+    static bool isFull;
+
+    static std::set<std::string> templateIDs;
+    static std::set<std::string> chanTemplateIDs;
+    static std::set<std::string> chanImageIDs;
+    static std::set<std::string> imageOnlyIDs;
+    static std::set<std::string> excerptIDs;
+    static std::set<std::string> excerptCSSIDs;
+
+    std::map<std::string, std::string> mMimeTable; // MIME type -> extension
+};
+
+#endif

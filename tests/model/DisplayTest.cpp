@@ -1,0 +1,286 @@
+// Whether an object may be shown: its date range at the exact second, its template, its image
+// (with the default channel icon), its display count - and the counting that stores the
+// exhausted state. Each failed rule writes its own level-5 line.
+#include "ModelTest.h"
+
+#include "dptemplate/TemplateManager.h"
+#include "model/Channel.h"
+#include "model/Item.h"
+#include "storage/NR_ContentCache.h"
+#include "support/Files.h"
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <sstream>
+
+using modeltest::loadFrom;
+using ovTypes::ID;
+using ovTypes::String;
+
+namespace {
+
+// Runs STEP(now) until one run begins and ends within the same second, so the object under
+// test saw exactly NOW; returns that run's result.
+template <typename Step> auto atOneSecond(Step step) {
+    for (;;) {
+        long now = static_cast<long>(std::time(nullptr));
+        auto result = step(now);
+        if (static_cast<long>(std::time(nullptr)) == now)
+            return result;
+    }
+}
+
+class DisplayTest : public modeltest::CacheTest {
+protected:
+    void SetUp() override {
+        CacheTest::SetUp();
+        std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
+        ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
+        putResource("img-1", "GIF89a");
+        putResource("img-2", "GIF89a");
+    }
+
+    // Gives OBJECT the template "tpl" and, unless IMAGE is empty, the image content IMAGE.
+    static void prepare(NewsObject& object, const ID& image = "img-1") {
+        object.templateID = "tpl";
+        if (!image.empty()) {
+            object.contentMap.reset(new NewsObject::ContentMap);
+            (*object.contentMap)["image"].contextId = image;
+        }
+    }
+};
+
+TEST_F(DisplayTest, DatesCountFromTheirVerySecond) {
+    Item item("i1");
+    ovtest::StderrCapture err;
+    // Expired at the second of the expiration date, active from the second of activation.
+    EXPECT_EQ(1, atOneSecond([&](long now) {
+                  item.activationDate = now;
+                  item.expirationDate = now;
+                  return item.compareEffectiveDates();
+              }));
+    EXPECT_NE(std::string::npos, err.text().find("{5} NewsObject.cpp:"));
+    EXPECT_NE(std::string::npos,
+              err.text().find("NewsObject::compareEffectiveDates(i1) expired\n"));
+    EXPECT_EQ(0, atOneSecond([&](long now) {
+                  item.activationDate = now;
+                  item.expirationDate = now + 1;
+                  return item.compareEffectiveDates();
+              }));
+    EXPECT_EQ(-1, atOneSecond([&](long now) {
+        item.activationDate = now + 1;
+        return item.compareEffectiveDates();
+    }));
+    EXPECT_NE(std::string::npos,
+              err.text().find("NewsObject::compareEffectiveDates(i1) not activated\n"));
+
+    // The defaults never expire and are always active.
+    Item plain("i2");
+    EXPECT_EQ(0, plain.compareEffectiveDates());
+}
+
+TEST_F(DisplayTest, EachRuleFailsWithItsOwnLine) {
+    Item item("i1");
+    prepare(item);
+    EXPECT_TRUE(item.isDisplayable());
+
+    ovtest::StderrCapture err;
+    EXPECT_FALSE(atOneSecond([&](long now) {
+        item.expirationDate = now;
+        return item.isDisplayable();
+    }));
+    EXPECT_NE(std::string::npos, err.text().find("i1 outside of date range\n"));
+    item.expirationDate = NewsObject::NO_EXPIRATION_DATE;
+
+    item.templateID = "missing";
+    EXPECT_FALSE(item.isDisplayable());
+    EXPECT_NE(std::string::npos, err.text().find("i1 template for ID missing not present\n"));
+    item.templateID = "tpl";
+
+    (*item.contentMap)["image"].contextId = "not-stored";
+    EXPECT_FALSE(item.isDisplayable()); // no image of its own and no channel to ask
+    EXPECT_NE(std::string::npos, err.text().find("i1 no image for display\n"));
+    (*item.contentMap)["image"].contextId = "img-1";
+
+    item.displayCountLimit = 3;
+    item.currentDisplayCount = 3;
+    EXPECT_FALSE(item.isDisplayable());
+    EXPECT_NE(std::string::npos, err.text().find("i1 exceeded display count\n"));
+    item.currentDisplayCount = 2;
+    EXPECT_TRUE(item.isDisplayable());
+    item.currentDisplayCount = 0;
+    item.displayCountLimit = 0; // never shown
+    EXPECT_FALSE(item.isDisplayable());
+
+    // Every rule line is a level-5 line of the model.
+    EXPECT_NE(std::string::npos, err.text().find("{5} NewsObject.cpp:"));
+    EXPECT_NE(std::string::npos, err.text().find("{5} Item.cpp:"));
+}
+
+TEST_F(DisplayTest, AnItemFollowsItsChannel) {
+    Channel channel("c1");
+    channel.itemTemplateID = "tpl";
+    prepare(channel, "img-2");
+    channel.templateID.clear();
+    Item item("i1");
+    item.setChannel(&channel);
+    // No template or image of its own: the channel's are used.
+    EXPECT_EQ("tpl", item.getEffectiveTemplateID());
+    EXPECT_EQ("img-2", item.getImageContent("image")->contextId);
+    EXPECT_TRUE(item.isDisplayable());
+
+    ovtest::StderrCapture err;
+    EXPECT_FALSE(atOneSecond([&](long now) {
+        channel.expirationDate = now;
+        return item.isDisplayable();
+    }));
+    EXPECT_NE(std::string::npos, err.text().find("i1 channel outside of date range\n"));
+    channel.expirationDate = NewsObject::NO_EXPIRATION_DATE;
+    EXPECT_FALSE(atOneSecond([&](long now) {
+        channel.activationDate = now + 1;
+        return item.isDisplayable();
+    }));
+}
+
+TEST_F(DisplayTest, AnItemWithoutAChannelHasNothingFromIt) {
+    Item item("i1");
+    EXPECT_EQ(nullptr, item.getChannel());
+    EXPECT_EQ(nullptr, item.carousel());
+    EXPECT_TRUE(item.getEffectiveTemplateID().empty());
+    EXPECT_EQ(nullptr, item.getImageContent("image"));
+    EXPECT_EQ(nullptr, item.getImageContent("imageSmall"));
+    EXPECT_TRUE(item.getText("ctitle").empty());
+    EXPECT_TRUE(item.getText("item-count").empty());
+    EXPECT_FALSE(item.isDisplayable());
+    // With its own template and image it can be shown: no channel date range to fall outside.
+    prepare(item);
+    EXPECT_TRUE(item.isDisplayable());
+}
+
+TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
+    Channel channel("c1");
+    EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
+    EXPECT_EQ("dc:default-channel-icon.png", NewsObject::DEFAULT_CHANNEL_ICON.contextId);
+    EXPECT_TRUE(NewsObject::DEFAULT_CHANNEL_ICON.type.empty());
+    EXPECT_EQ(nullptr, channel.getImageContent("imageSmall")); // the icon stands for "image" only
+    channel.entryType = "csio";
+    EXPECT_EQ(nullptr, channel.getImageContent("image"));
+    channel.entryType = "cs";
+
+    // A content whose resource is not stored does not count; a stored one does.
+    prepare(channel, "not-stored");
+    EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
+    prepare(channel, "img-2");
+    EXPECT_EQ("img-2", channel.getImageContent("image")->contextId);
+
+    // Default content cannot be asked yet: a "dc:" image is absent even if a file is named so.
+    putResource("dc:logo", "GIF89a");
+    prepare(channel, "dc:logo");
+    EXPECT_FALSE(ImageHolder::imageExists("dc:logo"));
+    EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
+
+    Item item("i1");
+    item.setChannel(&channel);
+    prepare(channel, "img-2");
+    prepare(item, "img-1");
+    EXPECT_EQ("img-1", item.getImageContent("image")->contextId); // its own first
+    prepare(item, "not-stored");
+    EXPECT_EQ("img-2", item.getImageContent("image")->contextId); // then the channel's
+    item.entryType = "csio";
+    EXPECT_EQ(nullptr, item.getImageContent("image")); // an image-only item needs its own
+    item.entryType = "cs";
+    channel.entryType = "csio";
+    EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, item.getImageContent("image"));
+    // Other names skip the image-only rules and ask the channel.
+    EXPECT_EQ(nullptr, item.getImageContent("imageSmall"));
+}
+
+TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
+    Item item("i1");
+    item.contentMap.reset(new NewsObject::ContentMap);
+    NewsObject::Content& small = (*item.contentMap)["a-small"];
+    small.name = "thumb";
+    small.contextId = "img-1";
+    small.type = "image/gif";
+    NewsObject::Content& other = (*item.contentMap)["b-other"];
+    other.name = "thumb";
+    other.contextId = "img-2";
+    (*item.contentMap)["thumb"].contextId = "keyed";
+
+    EXPECT_EQ("keyed", item.contentMap->contentNamed("thumb")->contextId);
+    item.contentMap->erase("thumb");
+    EXPECT_EQ("img-1", item.contentMap->contentNamed("thumb")->contextId); // first in key order
+    EXPECT_EQ(nullptr, item.contentMap->contentNamed("none"));
+
+    // getImage: names beginning with "image" go through the image rules, others through the map.
+    ImageHolder thumb = item.getImage("thumb");
+    EXPECT_EQ("img-1", thumb.getID());
+    EXPECT_EQ("image/gif", thumb.getType());
+    EXPECT_TRUE(thumb.exists());
+    ImageHolder unknown = item.getImage("banner");
+    EXPECT_EQ("banner", unknown.getID());
+    EXPECT_TRUE(unknown.getType().empty());
+    (*item.contentMap)["imageSmall"].contextId = "img-2";
+    EXPECT_EQ("img-2", item.getImage("imageSmall").getID());
+    EXPECT_EQ("image", item.getImage("image").getID()); // no channel to fall back on
+
+    item.excerptContentMap.reset(new NewsObject::ContentMap);
+    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
+    (*item.excerptContentMap)["other"].name = "primaryxhtml"; // looked up by key only
+    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
+    (*item.excerptContentMap)["primaryxhtml"].contextId = "page";
+    EXPECT_EQ("page", item.getExcerptXHTMLContent()->contextId);
+}
+
+TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
+    Item item("i1");
+    prepare(item);
+    item.displayCountLimit = 3;
+    EXPECT_FALSE(item.incrementDisplayCount());
+    EXPECT_FALSE(item.incrementDisplayCount());
+    EXPECT_FALSE(ovtest::fileExists(cacheFile("i1.itm"))); // counting alone writes nothing
+    EXPECT_TRUE(item.incrementDisplayCount());
+    ASSERT_TRUE(ovtest::fileExists(cacheFile("i1.itm")));
+
+    // After a restart the item is read back exhausted.
+    Item restarted("i1");
+    ASSERT_EQ(0, NR_ContentCache::getInstance()->get("i1", restarted));
+    EXPECT_EQ(3, restarted.currentDisplayCount);
+    EXPECT_EQ(3, restarted.displayCountLimit);
+    EXPECT_FALSE(restarted.isDisplayable());
+    // Past the limit it is no longer "just exhausted".
+    EXPECT_FALSE(restarted.incrementDisplayCount());
+
+    // A transient item counts the same but is never written.
+    Item transient("i2");
+    transient.setTransient(true);
+    transient.displayCountLimit = 1;
+    EXPECT_TRUE(transient.incrementDisplayCount());
+    EXPECT_FALSE(ovtest::fileExists(cacheFile("i2.itm")));
+
+    // The count stops at its largest value.
+    Item worn("i3");
+    worn.setTransient(true);
+    worn.currentDisplayCount = INT32_MAX;
+    worn.displayCountLimit = 5;
+    EXPECT_FALSE(worn.incrementDisplayCount());
+    EXPECT_EQ(INT32_MAX, worn.currentDisplayCount);
+}
+
+TEST_F(DisplayTest, VisitingStoresUnlessTransient) {
+    Channel channel("c1");
+    channel.setVisitedState();
+    Channel back("c1");
+    ASSERT_EQ(0, NR_ContentCache::getInstance()->get("c1", back));
+    EXPECT_TRUE(back.isVisited());
+
+    Item item("i1");
+    item.setTransient(true);
+    item.setVisitedState();
+    EXPECT_TRUE(item.isVisited());
+    EXPECT_FALSE(ovtest::fileExists(cacheFile("i1.itm")));
+}
+
+} // namespace
