@@ -24,10 +24,12 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 class Channel;
 class Container;
 class Item;
+class NewsObject;
 class NR_CacheDirectory;
 class Streamable;
 
@@ -64,7 +66,7 @@ public:
     // Withdraws only the references of the channel's excerpt content.
     int removeChannelExcerptRefs(const ovTypes::ID& id, const Channel& channel);
     // Deletes every file of the cache directory and starts the accounting afresh; -1 when the
-    // directory cannot be read.
+    // directory cannot be read or a file could not be deleted.
     int clear();
 
     // The file of ID: a "Z" extension at the end of the ID (logoZpng) must match the file's
@@ -136,23 +138,28 @@ private:
     // Writes OBJECT under ID + SUFFIX through the temporary file; 0 on success.
     int save(const ovTypes::ID& id, const Streamable& object, const char* suffix);
     int get(const ovTypes::ID& id, Streamable& object, const char* suffix);
-    // Deletes ID + SUFFIX and its accounting; 0, or -1 when unlink failed.
+    // Deletes ID + SUFFIX and its accounting; 0, or -1 when it could not be deleted.
     int removeObjectFile(const ovTypes::ID& id, const char* suffix);
     // Evicts until BLOCKS are free or nothing can go; never fails.
     int clearSpace(int blocks);
-    // Notes an eviction that took a referenced file, sending the storage-full event once.
-    void noteReferencedEviction(const char* message);
 
-    // Registers PARENT -> resource ID (ignoring empty and default-content IDs) in SET.
+    // PARENT (an object file) references the resource ID, which joins SET when given. Empty and
+    // default-content IDs name nothing in the cache and are skipped.
     void addResourceRef(const std::string& parent, const ovTypes::ID& id,
                         std::set<std::string>* set);
-    void delResourceRef(const std::string& parent, const ovTypes::ID& id);
+    // PARENT references the object file ID + SUFFIX.
+    void addObjectRef(const std::string& parent, const ovTypes::ID& id, const char* suffix);
     void addItemRefs(const Item& item, const std::string& parent);
     void addChannelRefs(const Channel& channel, const std::string& parent);
-    // Withdraws every reference the object's file holds.
-    void delObjectRefs(const std::string& parent);
-    // Forgets the ID sets and the policy's accounting.
+    void addContainerRefs(const Container& container, const std::string& parent);
+    void addExcerptRefs(const NewsObject& object, const std::string& parent);
+    // Forgets the ID sets and the policy's accounting and references.
     void resetReferences();
+
+    // The queue the file NAME is accounted in: 0 for containers, else the class of its ID.
+    int fileType(const std::string& name) const;
+    // The directory's names in byte order; -1 when it cannot be read.
+    int sortDir(std::vector<std::string>& names);
 
     static std::string cache_dir; // "" until setCachePath: the default under the device root
     static bool isFull;

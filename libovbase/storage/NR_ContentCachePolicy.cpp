@@ -1,0 +1,357 @@
+#include "storage/NR_ContentCachePolicy.h"
+
+#include "OVPlatform.h"
+#include "storage/NR_CacheDirectory.h"
+#include "storage/NR_ContentCache.h"
+#include "types/FnLog.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <sys/stat.h>
+
+int32_t NR_ContentCachePolicy::mPercentSize = 10;
+int32_t NR_ContentCachePolicy::mBlockSize = 0;
+int32_t NR_ContentCachePolicy::mMaxCacheSize = 0;
+int32_t NR_ContentCachePolicy::mCacheUsed = 0;
+int32_t NR_ContentCachePolicy::mReferencedUsed = 0;
+int32_t NR_ContentCachePolicy::blockMultiplier = 1;
+std::map<std::string, std::list<std::string>> NR_ContentCachePolicy::references;
+std::map<std::string, std::set<std::string>> NR_ContentCachePolicy::mChildren;
+std::map<std::string, NR_ContentCachePolicy::FileRecord> NR_ContentCachePolicy::mFiles;
+NR_LRUQueue<std::string> NR_ContentCachePolicy::mQueueArr[NR_ContentCachePolicy::QUEUE_COUNT];
+NR_ContentCachePolicy* NR_ContentCachePolicy::mInstance = nullptr;
+
+namespace {
+
+const char* const kRefFile = "/tmp/ref.txt";
+// Used when the cache directory cannot be measured: a cache that holds nothing.
+const long kFallbackBlockSize = 4096;
+
+long clampKilobytes(long long blocks, long long blockSize) {
+    return long(std::min<long long>(blocks * blockSize / 1024, INT32_MAX));
+}
+
+} // namespace
+
+NR_ContentCachePolicy* NR_ContentCachePolicy::getInstance() {
+    if (!mInstance)
+        mInstance = new NR_ContentCachePolicy();
+    return mInstance;
+}
+
+NR_ContentCachePolicy::NR_ContentCachePolicy() {
+    std::string dir = NR_ContentCache::getCachePath();
+    long blockSize = 0, totalBlocks = 0;
+    if (!ovplatform::fileSystemSize(dir, blockSize, totalBlocks) || blockSize <= 0) {
+        OV_LOG(3, "NR_ContentCachePolicy: cannot measure the file system of %s: %s\n\n",
+               dir.c_str(), std::strerror(errno));
+        blockSize = kFallbackBlockSize;
+        totalBlocks = 0;
+    }
+    mBlockSize = int32_t(std::min<long>(blockSize, INT32_MAX));
+    blockMultiplier = std::max<int32_t>(1, mBlockSize / 512);
+    // Whole percent steps: the total is divided by 100 first.
+    mMaxCacheSize =
+        int32_t(std::min<long long>((long long)mPercentSize * (totalBlocks / 100), INT32_MAX));
+    writeRefUsed();
+    OV_LOG(5,
+           "[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write mReferencedUsed %ld to "
+           "/tmp/ref.txt\n\n",
+           long(mReferencedUsed));
+    OV_LOG(5,
+           "NR_ContentCachePolicy: Total size = %ld blocks, Max cache size = %ld blocks, Block "
+           "size = %d bytes\n\n",
+           totalBlocks, long(mMaxCacheSize), int(mBlockSize));
+}
+
+long NR_ContentCachePolicy::cacheSize() const {
+    return clampKilobytes(mMaxCacheSize, mBlockSize);
+}
+
+long NR_ContentCachePolicy::cacheFree() const {
+    return clampKilobytes((long long)mMaxCacheSize - mCacheUsed, mBlockSize);
+}
+
+long NR_ContentCachePolicy::cacheRemaining() const {
+    return clampKilobytes((long long)mMaxCacheSize - mReferencedUsed, mBlockSize);
+}
+
+long NR_ContentCachePolicy::cacheBlocksFree() const {
+    OV_LOG(5, "mMaxCacheSize = %ld, mCacheUsed = %ld\n\n", long(mMaxCacheSize), long(mCacheUsed));
+    return std::max<long>(0, long(mMaxCacheSize) - mCacheUsed);
+}
+
+long NR_ContentCachePolicy::cacheUsed() const {
+    long refUsed = 0;
+    if (FILE* in = std::fopen(ovplatform::devicePath(kRefFile).c_str(), "r")) {
+        if (std::fscanf(in, "%ld", &refUsed) != 1)
+            refUsed = 0;
+        std::fclose(in);
+    }
+    OV_LOG(5, "NR_ContentCachePolicy::cacheUsed read refUsed %d\n\n", int(refUsed));
+    return clampKilobytes(std::min<long>(refUsed, mMaxCacheSize), mBlockSize);
+}
+
+int NR_ContentCachePolicy::blocksFor(unsigned long size) const {
+    return int(std::min<unsigned long>(size / (unsigned long)mBlockSize + 1, INT32_MAX));
+}
+
+void NR_ContentCachePolicy::changeRefUsed(int blocks, bool add) {
+    mReferencedUsed += add ? blocks : -blocks;
+    OV_LOG(5, "[e13361] mReferencedUsed is changed to %ld\n\n", long(mReferencedUsed));
+}
+
+int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool fresh) {
+    if (type < 0 || type >= QUEUE_COUNT)
+        return -1;
+    struct stat st;
+    if (::stat(NR_ContentCache::directory().pathOf(name).c_str(), &st) != 0)
+        return 0;
+    if (mFiles.count(name))
+        delDiskUsage(name, type);
+    bool referenced = hasReferences(name, type);
+    // Roots in queue 0 take the counter like referenced files, so they go last.
+    mQueueArr[type].push(name, !referenced && !fresh && type != 0);
+    int blocks = blocksFor((unsigned long)st.st_size);
+    mFiles[name] = FileRecord{type, blocks, referenced};
+    OV_LOG(5, "NR_ContentCachePolicy.addDiskUsage(): Target = %s, target used = %d\n\n",
+           name.c_str(), blocks);
+    mCacheUsed += blocks;
+    if (referenced)
+        changeRefUsed(blocks, true);
+    OV_LOG(5, "In addDiskUsage(): Target = %s cache used = %ld, referenced used = %ld\n\n",
+           name.c_str(), long(mCacheUsed), long(mReferencedUsed));
+    return 0;
+}
+
+int NR_ContentCachePolicy::delDiskUsage(const std::string& name, int /*type*/) {
+    auto it = mFiles.find(name);
+    if (it == mFiles.end())
+        return -1;
+    mCacheUsed -= it->second.blocks;
+    if (it->second.referenced)
+        mReferencedUsed -= it->second.blocks;
+    forget(name);
+    OV_LOG(5, "In delDiskUsage(): Target = %s cache used = %ld, referenced used = %ld\n\n",
+           name.c_str(), long(mCacheUsed), long(mReferencedUsed));
+    OV_LOG(5, "delDiskUsage(): mReferencedUsed = %ld\n\n", long(mReferencedUsed));
+    return 0;
+}
+
+void NR_ContentCachePolicy::addRef(const std::string& parent, const std::string& child) {
+    auto it = references.find(child);
+    if (it != references.end()) {
+        OV_LOG(5, "addRef(): Child %s was referenced earlier\n\n", child.c_str());
+        if (std::find(it->second.begin(), it->second.end(), parent) != it->second.end()) {
+            OV_LOG(5, "addRef(): Parent %s found\n\n", parent.c_str());
+            return;
+        }
+    }
+    bool first = it == references.end();
+    references[child].push_back(parent);
+    mChildren[parent].insert(child);
+    OV_LOG(5, "addRef(): Parent %s added\n\n", parent.c_str());
+    if (first)
+        updateReferenced(child);
+}
+
+void NR_ContentCachePolicy::delRef(const std::string& parent, const std::string& child,
+                                   int /*type*/) {
+    auto it = references.find(child);
+    if (it == references.end())
+        return;
+    auto parentAt = std::find(it->second.begin(), it->second.end(), parent);
+    if (parentAt == it->second.end())
+        return;
+    it->second.erase(parentAt);
+    auto children = mChildren.find(parent);
+    if (children != mChildren.end()) {
+        children->second.erase(child);
+        if (children->second.empty())
+            mChildren.erase(children);
+    }
+    if (it->second.empty()) {
+        references.erase(it);
+        updateReferenced(child);
+    }
+}
+
+void NR_ContentCachePolicy::delRefsOf(const std::string& parent) {
+    for (const std::string& child : childrenOf(parent))
+        delRef(parent, child, 0);
+}
+
+bool NR_ContentCachePolicy::hasReferences(const std::string& name, int /*type*/) {
+    if (isReferenced(name))
+        return true;
+    OV_LOG(5, "NR_ContentCachePolicy.hasReferences(): Has no references\n\n");
+    return false;
+}
+
+std::set<std::string> NR_ContentCachePolicy::childrenOf(const std::string& parent) const {
+    auto it = mChildren.find(parent);
+    return it == mChildren.end() ? std::set<std::string>() : it->second;
+}
+
+std::list<std::string> NR_ContentCachePolicy::parentsOf(const std::string& child) const {
+    auto it = references.find(child);
+    return it == references.end() ? std::list<std::string>() : it->second;
+}
+
+bool NR_ContentCachePolicy::isReferenced(const std::string& name) const {
+    for (const std::string& key : NR_CacheDirectory::namesOf(name)) {
+        if (references.count(key))
+            return true;
+    }
+    return false;
+}
+
+void NR_ContentCachePolicy::updateReferenced(const std::string& child) {
+    for (const std::string& name : NR_ContentCache::directory().filesNamedBy(child)) {
+        auto it = mFiles.find(name);
+        if (it == mFiles.end())
+            continue;
+        FileRecord& record = it->second;
+        bool referenced = isReferenced(name);
+        if (referenced == record.referenced)
+            continue;
+        record.referenced = referenced;
+        changeRefUsed(record.blocks, referenced);
+        if (referenced)
+            mQueueArr[record.type].touch(name);
+        else if (record.type != 0)
+            mQueueArr[record.type].setUnused(name);
+    }
+}
+
+void NR_ContentCachePolicy::accessedCacheObj(const std::string& name) {
+    auto it = mFiles.find(name);
+    if (it != mFiles.end())
+        mQueueArr[it->second.type].touch(name);
+}
+
+int NR_ContentCachePolicy::removeNext(int type, bool& evictedReferenced) {
+    evictedReferenced = true;
+    for (int queue = 0; queue < QUEUE_COUNT; ++queue) {
+        const lru_element<std::string>* top = mQueueArr[queue].top();
+        if (top && top->key == 0) {
+            std::string name = top->name;
+            removeFile(name);
+            OV_LOG(5, "found unreferenced object %s on queue %d\n\n", name.c_str(), queue);
+            forget(name);
+            evictedReferenced = false;
+            return 0;
+        }
+    }
+    if (type >= QUEUE_COUNT)
+        return -1;
+    for (int queue = QUEUE_COUNT - 1; queue >= std::max(type, 0); --queue) {
+        const lru_element<std::string>* top = mQueueArr[queue].top();
+        if (top) {
+            std::string name = top->name;
+            removeFile(name);
+            OV_LOG(5, "removing referenced object %s from queue %d\n\n", name.c_str(), queue);
+            forget(name);
+            return 0;
+        }
+    }
+    return -1;
+}
+
+int NR_ContentCachePolicy::removeFile(std::string name) {
+    NR_CacheDirectory& dir = NR_ContentCache::directory();
+    struct stat st;
+    if (!NR_CacheDirectory::isSafeID(name) || ::stat(dir.pathOf(name).c_str(), &st) != 0)
+        return -1;
+    int blocks = int(st.st_blocks / blockMultiplier);
+    if (!dir.unlink(name)) {
+        OV_LOG(3, "NR_ContentCachePolicy.removeFile(): cannot delete %s: %s\n\n", name.c_str(),
+               std::strerror(errno));
+        return -1;
+    }
+    auto it = mFiles.find(name);
+    if (it != mFiles.end()) {
+        if (it->second.referenced)
+            mReferencedUsed -= blocks;
+        mCacheUsed -= blocks;
+        forget(name);
+    }
+    return 0;
+}
+
+bool NR_ContentCachePolicy::queueOf(const std::string& name, int& type, bool& referenced) const {
+    auto it = mFiles.find(name);
+    if (it == mFiles.end())
+        return false;
+    type = it->second.type;
+    referenced = it->second.referenced;
+    return true;
+}
+
+void NR_ContentCachePolicy::forget(const std::string& name) {
+    auto it = mFiles.find(name);
+    if (it == mFiles.end())
+        return;
+    mQueueArr[it->second.type].remove(name);
+    mFiles.erase(it);
+}
+
+void NR_ContentCachePolicy::reset() {
+    mCacheUsed = 0;
+    mReferencedUsed = 0;
+    references.clear();
+    mChildren.clear();
+    mFiles.clear();
+    for (NR_LRUQueue<std::string>& queue : mQueueArr)
+        queue.clear();
+}
+
+int NR_ContentCachePolicy::writeRefUsed() const {
+    std::string path = ovplatform::devicePath(kRefFile);
+    std::error_code ignored;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+    // Through a temporary file, so that another process reading it never sees it half written.
+    std::string temp = path + ".tmp";
+    FILE* out = std::fopen(temp.c_str(), "w");
+    bool ok = out && std::fprintf(out, "%ld\n", long(mReferencedUsed)) > 0;
+    ok = (out && std::fclose(out) == 0) && ok;
+    ok = ok && std::rename(temp.c_str(), path.c_str()) == 0;
+    if (!ok) {
+        OV_LOG(3, "NR_ContentCachePolicy: cannot write %s: %s\n\n", path.c_str(),
+               std::strerror(errno));
+        std::remove(temp.c_str());
+        return -1;
+    }
+    return 0;
+}
+
+void NR_ContentCachePolicy::dump() {
+    OV_LOG(5, "Cache usage, referenced = %ld, total = %ld\n\n", long(mReferencedUsed),
+           long(mCacheUsed));
+    dumpReferences();
+    dumpPriorityQueues();
+}
+
+void NR_ContentCachePolicy::dumpReferences() {
+    OV_LOG(5, "---Reference table---\n\n");
+    for (const auto& entry : references) {
+        OV_LOG(5, "Parents of %s:\n", entry.first.c_str());
+        for (const std::string& parent : entry.second)
+            OV_LOG(5, "%s \n", parent.c_str());
+        OV_LOG(5, "\n");
+    }
+}
+
+void NR_ContentCachePolicy::dumpPriorityQueues() {
+    OV_LOG(5, "---Priority queues---\n\n");
+    for (int queue = 0; queue < QUEUE_COUNT; ++queue) {
+        OV_LOG(5, "Queue %d\n", queue);
+        for (const lru_element<std::string>* element : mQueueArr[queue].elements())
+            OV_LOG(5, "%s key=%d index=%d\n", element->name.c_str(), int(element->key),
+                   int(element->index));
+    }
+}

@@ -1,0 +1,74 @@
+// A content cache on a temporary device root whose file system is simulated: 4096-byte blocks
+// (the block size of the host's own file systems, so that what files occupy on disk agrees
+// with what the policy counts) and a total chosen per test, so the cache's limit is known.
+// The cache and its policy are process-wide singletons: one fixture per test process.
+#ifndef OVBASE_TESTS_STORAGE_CACHEFIXTURE_H
+#define OVBASE_TESTS_STORAGE_CACHEFIXTURE_H
+
+#include "OVPlatform.h"
+#include "storage/NR_CacheDirectory.h"
+#include "storage/NR_ContentCache.h"
+#include "storage/NR_ContentCachePolicy.h"
+#include "support/Files.h"
+#include "support/TempDir.h"
+#include "utility/NR_Constants.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+namespace storagetest {
+
+const long kBlockSize = 4096;
+
+// The cache directory under the current device root, without its final '/'.
+inline std::string cacheDirUnderRoot() {
+    std::string dir = ovplatform::devicePath(NR_Constants::DEFAULT_CACHE_PATH);
+    dir.pop_back();
+    return dir;
+}
+
+class CacheTest : public ::testing::Test {
+protected:
+    // TOTALBLOCKS of the simulated file system: the cache may use a tenth.
+    explicit CacheTest(long totalBlocks = 100000) : mDir(cacheDirUnderRoot() + "/") {
+        std::filesystem::create_directories(mDir);
+        EXPECT_TRUE(ovplatform::setSimulatedFileSystem(mDir, kBlockSize, totalBlocks));
+    }
+
+    // Made on first use, so a test can capture what the constructors write.
+    NR_ContentCache* cache() { return NR_ContentCache::getInstance(); }
+    NR_ContentCachePolicy* policy() {
+        cache();
+        return NR_ContentCachePolicy::getInstance();
+    }
+
+    std::string path(const std::string& name) const { return mDir + name; }
+    bool exists(const std::string& name) const { return ovtest::fileExists(path(name)); }
+
+    // Stores BYTES as the resource ID of MIMETYPE through the cache's output stream; the
+    // closeOutputStream result.
+    int putResource(const std::string& id, const std::string& bytes,
+                    const std::string& mimeType = "image/gif") {
+        std::ofstream* out = cache()->getOutputStream(id, bytes.size());
+        if (!out)
+            return -2;
+        out->write(bytes.data(), std::streamsize(bytes.size()));
+        return cache()->closeOutputStream(id, out, mimeType);
+    }
+
+    // Writes NAME straight into the directory, as another process would, and accounts it in
+    // queue TYPE.
+    void account(const std::string& name, int type, size_t size = 100) {
+        ASSERT_TRUE(ovtest::writeFile(path(name), std::string(size, 'x')));
+        ASSERT_EQ(0, policy()->addDiskUsage(name, type, false));
+    }
+
+    ovtest::TempDeviceRoot mRoot;
+    std::string mDir; // ends in '/'
+};
+
+} // namespace storagetest
+
+#endif

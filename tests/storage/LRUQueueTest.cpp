@@ -1,0 +1,113 @@
+// The LRU queue: least recently added or used on top, key 0 above every used element, and a
+// heap that stays whole through removals from the middle.
+#include "storage/NR_LRUQueue.h"
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <random>
+#include <string>
+
+namespace {
+
+typedef NR_LRUQueue<std::string> Queue;
+
+std::string popTop(Queue& queue) {
+    std::string name = queue.top()->name;
+    queue.pop();
+    return name;
+}
+
+TEST(LRUQueue, LeastRecentlyAddedOrUsedComesFirst) {
+    Queue queue;
+    EXPECT_TRUE(queue.empty());
+    EXPECT_EQ(nullptr, queue.top());
+    queue.push("a");
+    queue.push("b");
+    queue.push("c");
+    EXPECT_TRUE(queue.touch("a"));
+    EXPECT_FALSE(queue.touch("missing"));
+    EXPECT_EQ(3u, queue.size());
+    EXPECT_EQ("b", popTop(queue));
+    EXPECT_EQ("c", popTop(queue));
+    EXPECT_EQ("a", popTop(queue));
+    EXPECT_TRUE(queue.empty());
+    queue.pop(); // popping an empty queue does nothing
+    EXPECT_TRUE(queue.empty());
+}
+
+TEST(LRUQueue, UnusedElementsGoBeforeUsedOnesUntilUsedAgain) {
+    Queue queue;
+    queue.push("old");
+    queue.push("new");
+    queue.push("stale", true);
+    EXPECT_EQ(0, queue.find("stale")->key);
+    EXPECT_EQ("stale", queue.top()->name);
+    // Pushing a name again only gives it the new key.
+    queue.push("stale");
+    EXPECT_EQ(3u, queue.size());
+    EXPECT_EQ("old", queue.top()->name);
+    EXPECT_TRUE(queue.setUnused("new"));
+    EXPECT_EQ("new", popTop(queue));
+    EXPECT_EQ("old", popTop(queue));
+    EXPECT_EQ("stale", popTop(queue));
+}
+
+TEST(LRUQueue, OnEqualKeysTheElementOnTopStays) {
+    Queue queue;
+    queue.push("first", true);
+    queue.push("second", true);
+    queue.push("third", true);
+    EXPECT_EQ("first", popTop(queue));
+    EXPECT_EQ(0, queue.top()->key);
+    EXPECT_EQ(2u, queue.size());
+}
+
+// Random pushes, uses, key resets and removals checked against a plain map of keys: the top is
+// always an element with the smallest key, every element knows its heap index, and popping
+// everything yields non-decreasing keys.
+TEST(LRUQueue, HeapStaysConsistentUnderRandomChanges) {
+    Queue queue;
+    std::map<std::string, int32_t> keys;
+    std::mt19937 random(7);
+    for (int step = 0; step < 5000; ++step) {
+        std::string name = "f" + std::to_string(random() % 200);
+        switch (random() % 4) {
+        case 0:
+            queue.push(name, random() % 3 == 0);
+            break;
+        case 1:
+            EXPECT_EQ(keys.count(name) != 0, queue.touch(name));
+            break;
+        case 2:
+            EXPECT_EQ(keys.count(name) != 0, queue.setUnused(name));
+            break;
+        default:
+            EXPECT_EQ(keys.count(name) != 0, queue.remove(name));
+            keys.erase(name);
+            break;
+        }
+        if (queue.contains(name))
+            keys[name] = queue.find(name)->key;
+        ASSERT_EQ(keys.size(), queue.size());
+        if (!keys.empty()) {
+            int32_t smallest = INT32_MAX;
+            for (const auto& entry : keys)
+                smallest = std::min(smallest, entry.second);
+            ASSERT_EQ(smallest, queue.top()->key) << "step " << step;
+        }
+    }
+    std::vector<const Queue::Element*> elements = queue.elements();
+    for (size_t i = 0; i < elements.size(); ++i) {
+        ASSERT_EQ(int32_t(i + 1), elements[i]->index);
+        ASSERT_EQ(keys[elements[i]->name], elements[i]->key);
+    }
+    int32_t last = -1;
+    while (!queue.empty()) {
+        ASSERT_GE(queue.top()->key, last);
+        last = queue.top()->key;
+        queue.pop();
+    }
+}
+
+} // namespace

@@ -1,0 +1,318 @@
+// News objects in the cache: stream files under their suffixes, the references they register
+// and the classes getType gives, removal, and sync rebuilding everything from the files.
+#include "CacheFixture.h"
+
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "model/Channel.h"
+#include "model/Container.h"
+#include "model/Item.h"
+#include "support/EventRecorder.h"
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using storagetest::CacheTest;
+
+void setContent(NewsObject::ContentMap& map, const std::string& key, const std::string& id,
+                const std::string& type = "image/gif") {
+    map[key].contextId = id;
+    map[key].type = type;
+}
+
+// An item with its own template and image.
+std::unique_ptr<Item> makeItem(const std::string& id, const std::string& templateID,
+                               const std::string& imageID) {
+    std::unique_ptr<Item> item(new Item(id));
+    item->title = ovTypes::String(ovTypes::ID("title of " + id));
+    item->templateID = templateID;
+    item->contentMap.reset(new NewsObject::ContentMap);
+    setContent(*item->contentMap, "image", imageID);
+    return item;
+}
+
+// TEXT's lines in their order of appearance, each found after the one before.
+::testing::AssertionResult inOrder(const std::string& text, const std::vector<std::string>& lines) {
+    size_t at = 0;
+    for (const std::string& line : lines) {
+        size_t found = text.find(line, at);
+        if (found == std::string::npos)
+            return ::testing::AssertionFailure() << "missing or out of order: " << line;
+        at = found + line.size();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+class ObjectTest : public CacheTest {
+protected:
+    ObjectTest() : CacheTest(1000) {} // 100 blocks
+    void TearDown() override { OV_EventAndStatusFacade::destroy(); }
+
+    bool referenced(const std::string& name) {
+        int type = -1;
+        bool isReferenced = false;
+        return policy()->queueOf(name, type, isReferenced) && isReferenced;
+    }
+    int queueOf(const std::string& name) {
+        int type = -1;
+        bool isReferenced = false;
+        return policy()->queueOf(name, type, isReferenced) ? type : -1;
+    }
+};
+
+TEST_F(ObjectTest, SavedObjectsReadBackFromTheirFiles) {
+    ovtest::EventRecorder status(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS);
+    std::unique_ptr<Item> owned = makeItem("x", "tpl", "img");
+    Item& item = *owned;
+    item.currentDisplayCount = 3;
+    ovtest::StderrCapture capture;
+    ASSERT_EQ(0, cache()->save("x", item));
+    EXPECT_TRUE(exists("x.itm"));
+    EXPECT_FALSE(exists("x.tmp"));
+    EXPECT_TRUE(inOrder(capture.text(),
+                        {"\tNR_ContentCache.save(): Size of x is 1\n\n",
+                         "\tsend storage used to UI\n\n", "\tsend Storage Status\n\n",
+                         "\tNR_ContentCache.addItemRefs(): Template ID is tpl\n\n",
+                         "\tNR_ContentCache.addItemRefs(): Image ID is img\n\n",
+                         "\tNR_ContentCache::saveRefUsed(): mReferencedUsed is saved 0\n\n"}));
+    ASSERT_TRUE(status.waitFor(1));
+
+    Item back("other");
+    ASSERT_EQ(0, cache()->get("x", back));
+    EXPECT_EQ(item.title, back.title);
+    EXPECT_EQ(3, back.currentDisplayCount);
+    ASSERT_TRUE(back.contentMap != nullptr);
+    EXPECT_EQ("img", back.contentMap->at("image").contextId);
+    Channel notAChannel("x");
+    EXPECT_EQ(-1, cache()->get("x", notAChannel));
+
+    Channel channel("ch");
+    channel.itemIDs = {"x", "y"};
+    Container news("news");
+    news.channelIDs = {"ch"};
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    ASSERT_EQ(0, cache()->save("news", news));
+    Channel channelBack("ch");
+    Container newsBack("news");
+    ASSERT_EQ(0, cache()->get("ch", channelBack));
+    ASSERT_EQ(0, cache()->get("news", newsBack));
+    EXPECT_EQ(channel.itemIDs, channelBack.itemIDs);
+    EXPECT_EQ(news.channelIDs, newsBack.channelIDs);
+    EXPECT_EQ(0, queueOf("news.cnt"));
+    EXPECT_TRUE(referenced("ch.chn")) << "listed by the container";
+    EXPECT_TRUE(referenced("x.itm")) << "listed by its channel";
+}
+
+TEST_F(ObjectTest, AnObjectFillingWholeBlocksCountsOneMore) {
+    Item item("exact");
+    // Grow the title until the stream is exactly one block long.
+    while (item.getStreamLength() < 4096)
+        item.title += L'a';
+    ASSERT_EQ(4096u, item.getStreamLength());
+    ovtest::StderrCapture capture;
+    ASSERT_EQ(0, cache()->save("exact", item));
+    EXPECT_NE(std::string::npos, capture.text().find("Size of exact is 2\n\n"));
+    EXPECT_EQ(2, policy()->blocksUsed());
+}
+
+TEST_F(ObjectTest, ReferencesGiveTheClassesOfResources) {
+    Channel channel("ch");
+    channel.templateID = "shared";
+    channel.itemTemplateID = "itemtpl";
+    channel.contentMap.reset(new NewsObject::ContentMap);
+    setContent(*channel.contentMap, "image", "chimg");
+    channel.excerptContentMap.reset(new NewsObject::ContentMap);
+    setContent(*channel.excerptContentMap, "primaryxhtml", "page", "application/xhtml+xml");
+    setContent(*channel.excerptContentMap, "style", "sheet", "text/css");
+    ASSERT_EQ(0, cache()->save("ch", channel));
+
+    std::unique_ptr<Item> plain = makeItem("plain", "shared", "plainimg");
+    std::unique_ptr<Item> imageOnly = makeItem("only", "owntpl", "onlyimg");
+    imageOnly->entryType = NR_Constants::ENTRY_TYPE_IMAGE_ONLY;
+    ASSERT_EQ(0, cache()->save("plain", *plain));
+    ASSERT_EQ(0, cache()->save("only", *imageOnly));
+
+    NR_ContentCache* c = cache();
+    EXPECT_EQ(4, c->getType("shared"));  // template of a channel (and of an item)
+    EXPECT_EQ(6, c->getType("itemtpl")); // template of items only
+    EXPECT_EQ(6, c->getType("owntpl"));
+    EXPECT_EQ(1, c->getType("page"));
+    EXPECT_EQ(8, c->getType("sheet"));
+    EXPECT_EQ(5, c->getType("chimg"));
+    EXPECT_EQ(7, c->getType("onlyimg"));
+    EXPECT_EQ(9, c->getType("plainimg")); // an image of an image-and-text item
+    EXPECT_EQ(9, c->getType("unknown"));
+
+    // Resources land in the queue of their class, counted as referenced.
+    ASSERT_EQ(0, putResource("chimg", "c"));
+    ASSERT_EQ(0, putResource("shared", "<template/>", "application/xhtml+xml"));
+    EXPECT_EQ(5, queueOf("chimg.gif"));
+    EXPECT_EQ(4, queueOf("shared.xhtml"));
+    EXPECT_TRUE(referenced("chimg.gif"));
+    EXPECT_TRUE(referenced("shared.xhtml"));
+    std::list<std::string> parents{"ch.chn", "plain.itm"};
+    EXPECT_EQ(parents, policy()->parentsOf("shared"));
+    // Default content is not in the cache: no reference to it.
+    EXPECT_TRUE(policy()->parentsOf("dc:default-channel-icon.png").empty());
+}
+
+// Channel images (class 5) fill the cache. A resource of class 9 may push out only classes 9
+// and 10 (here the channel's own file): room-making stops there and the write goes ahead. A
+// channel image may push out the unreferenced file first, then channel images.
+TEST_F(ObjectTest, AResourceDisplacesOnlyClassesItMay) {
+    Channel channel("ch");
+    channel.contentMap.reset(new NewsObject::ContentMap);
+    for (int i = 0; i < 50; ++i)
+        setContent(*channel.contentMap, "image" + std::to_string(i), "ci" + std::to_string(i));
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    for (int i = 0; i < 49; ++i)
+        ASSERT_EQ(0, putResource("ci" + std::to_string(i), std::string(5000, 'c')));
+    EXPECT_EQ(5, queueOf("ci0.gif"));
+    EXPECT_EQ(99, policy()->blocksUsed()); // with ch.chn
+
+    ASSERT_EQ(0, putResource("other", std::string(5000, 'o')));
+    EXPECT_TRUE(exists("other.gif"));
+    EXPECT_FALSE(exists("ch.chn"));
+    for (int i = 0; i < 49; ++i)
+        ASSERT_TRUE(exists("ci" + std::to_string(i) + ".gif")) << i;
+    EXPECT_EQ(100, policy()->blocksUsed());
+
+    ASSERT_EQ(0, putResource("ci49", std::string(5000, 'c')));
+    EXPECT_FALSE(exists("other.gif")) << "the unreferenced file goes first";
+    EXPECT_FALSE(exists("ci0.gif"));
+    EXPECT_TRUE(exists("ci1.gif"));
+    EXPECT_TRUE(exists("ci49.gif"));
+}
+
+TEST_F(ObjectTest, RemovingObjectsWithdrawsWhatTheyReference) {
+    std::unique_ptr<Item> owned = makeItem("x", "tpl", "img");
+    Item& item = *owned;
+    ASSERT_EQ(0, cache()->save("x", item));
+    ASSERT_EQ(0, putResource("img", "i"));
+    Channel channel("ch");
+    channel.itemIDs = {"x"};
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    Container news("news");
+    news.channelIDs = {"ch"};
+    ASSERT_EQ(0, cache()->save("news", news));
+    EXPECT_TRUE(referenced("img.gif"));
+    long before = policy()->blocksUsed();
+
+    EXPECT_EQ(0, cache()->remove("x", item));
+    EXPECT_FALSE(exists("x.itm"));
+    EXPECT_FALSE(referenced("img.gif"));
+    EXPECT_EQ(before - 1, policy()->blocksUsed());
+    EXPECT_EQ(-1, cache()->remove("x", item)) << "already gone";
+
+    // A container goes with its file only; what it lists stays referenced until a sync.
+    EXPECT_EQ(0, cache()->remove("news", news));
+    EXPECT_FALSE(exists("news.cnt"));
+    EXPECT_TRUE(referenced("ch.chn"));
+    EXPECT_EQ(0, cache()->remove("ch", channel));
+    EXPECT_EQ(before - 3, policy()->blocksUsed());
+}
+
+TEST_F(ObjectTest, ChannelExcerptReferencesCanBeWithdrawnAlone) {
+    Channel channel("ch");
+    channel.contentMap.reset(new NewsObject::ContentMap);
+    setContent(*channel.contentMap, "image", "chimg");
+    channel.excerptContentMap.reset(new NewsObject::ContentMap);
+    setContent(*channel.excerptContentMap, "primaryxhtml", "page", "application/xhtml+xml");
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    EXPECT_EQ(0, cache()->removeChannelExcerptRefs("ch", channel));
+    EXPECT_TRUE(policy()->parentsOf("page").empty());
+    EXPECT_FALSE(policy()->parentsOf("chimg").empty());
+}
+
+TEST_F(ObjectTest, ClearDeletesEveryFileAndStartsAfresh) {
+    ASSERT_EQ(0, cache()->save("x", *makeItem("x", "tpl", "img")));
+    ASSERT_EQ(0, putResource("img", "i"));
+    ASSERT_TRUE(ovtest::writeFile(path("foreign.bin"), "f"));
+    EXPECT_EQ(0, cache()->clear());
+    EXPECT_TRUE(std::filesystem::is_empty(mDir));
+    EXPECT_EQ(0, policy()->blocksUsed());
+    EXPECT_EQ(0, policy()->referencedUsed());
+    EXPECT_EQ(9, cache()->getType("tpl"));
+    std::string name;
+    EXPECT_EQ(-1, cache()->getFileName("img", name));
+}
+
+// A cache as a previous run left it: the feed reachable from "news", an item no channel lists
+// any more, an image nothing references, and a file that was being written.
+TEST_F(ObjectTest, SyncRebuildsReferencesAndAccountingFromDisk) {
+    {
+        Container news("news");
+        news.channelIDs = {"ch", "gone"};
+        Channel channel("ch");
+        channel.itemIDs = {"x"};
+        channel.templateID = "chtpl";
+        ASSERT_EQ(0, cache()->save("news", news));
+        ASSERT_EQ(0, cache()->save("ch", channel));
+        ASSERT_EQ(0, cache()->save("x", *makeItem("x", "tpl", "img")));
+        ASSERT_EQ(0, cache()->save("stale", *makeItem("stale", "tpl", "staleimg")));
+        ASSERT_EQ(0, putResource("img", std::string(5000, 'i')));
+        ASSERT_EQ(0, putResource("staleimg", "s"));
+        ASSERT_EQ(0, putResource("chtplZxhtml", "<t/>", "application/xhtml+xml"));
+        ASSERT_EQ(0, putResource("orphan", "o"));
+        ASSERT_TRUE(ovtest::writeFile(path("half.tmp"), "partial"));
+    }
+    long blocks = policy()->blocksUsed();
+
+    ovtest::EventRecorder status(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS);
+    ovtest::StderrCapture capture;
+    EXPECT_EQ(0, cache()->sync());
+    std::string text = capture.text();
+    EXPECT_TRUE(inOrder(text, {
+                                  "\tAbout to loop through containers\n\n",
+                                  "\tAbout to get container news\n\n",
+                                  "\tNR_ContentCache.sync(): Loop through chanList ch\n\n",
+                                  "\tNR_ContentCache.sync(): Got channel ch\n\n",
+                                  "\tNR_ContentCache.sync(): Got item x\n\n",
+                                  "\tNR_ContentCache.sync(): About to get references of x\n\n",
+                                  "\tNR_ContentCache.sync(): Loop through chanList gone\n\n",
+                                  "\tNR_ContentCache.sync(): found channel ch.chn\n\n",
+                                  "\tNR_ContentCache.sync(): found misc object img.gif\n\n",
+                                  "\tNR_ContentCache.sync(): found container news.cnt\n\n",
+                                  "\tNR_ContentCache.sync(): found item x.itm\n\n",
+                                  "\tNR_ContentCache.sync(): Adding unreferenced stuff\n\n",
+                                  "\tNR_ContentCache.sync(): First, the items\n\n",
+                                  "\tNR_ContentCache.sync(): Finally, the images\n\n",
+                                  "\tCacheUsed 20K, CacheSize 400K\n\n",
+                                  "\tsend storage status to UI after sync\n\n",
+                                  "\tsend Storage Status\n\n",
+                              }));
+    EXPECT_EQ(std::string::npos, text.find("Got channel gone"));
+    ASSERT_TRUE(status.waitFor(1));
+    EXPECT_EQ("20 K", status.events()[0].properties.at("used"));
+
+    EXPECT_FALSE(exists("half.tmp")) << "unfinished writes are swept";
+    EXPECT_EQ(blocks, policy()->blocksUsed());
+    EXPECT_TRUE(referenced("img.gif"));
+    EXPECT_TRUE(referenced("chtpl.xhtml"));
+    EXPECT_EQ(4, queueOf("chtpl.xhtml"));
+    EXPECT_FALSE(referenced("stale.itm"));
+    EXPECT_FALSE(referenced("staleimg.gif"));
+    EXPECT_EQ("5\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
+
+    // What nothing references goes first: the stale item and the unreferenced resources,
+    // before anything of the feed.
+    std::set<std::string> evicted;
+    for (int i = 0; i < 3; ++i) {
+        bool evictedReferenced = true;
+        ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+        EXPECT_FALSE(evictedReferenced);
+    }
+    for (const char* name : {"stale.itm", "staleimg.gif", "orphan.gif"})
+        EXPECT_FALSE(exists(name)) << name;
+    for (const char* name : {"news.cnt", "ch.chn", "x.itm", "img.gif", "chtpl.xhtml"})
+        EXPECT_TRUE(exists(name)) << name;
+}
+
+TEST_F(ObjectTest, SyncOfAnEmptyCache) {
+    EXPECT_EQ(0, cache()->sync());
+    EXPECT_EQ(0, policy()->blocksUsed());
+    EXPECT_EQ(0, cache()->cacheUsed());
+}
+
+} // namespace

@@ -1,0 +1,244 @@
+// The cache policy: its limit from the file system, block counting, eviction order with the
+// class rule, the referenced total as files gain and lose parents, and the kilobyte figures.
+#include "CacheFixture.h"
+
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using storagetest::CacheTest;
+using storagetest::kBlockSize;
+
+class PolicySizing : public CacheTest {
+protected:
+    PolicySizing() : CacheTest(12345) {}
+};
+
+TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
+    ovtest::StderrCapture capture;
+    NR_ContentCachePolicy* p = policy();
+    EXPECT_EQ(kBlockSize, p->getBlockSize());
+    EXPECT_EQ(1230, p->maxCacheBlocks()); // 10 x (12345 / 100)
+    EXPECT_EQ(1230 * 4, p->cacheSize());
+    EXPECT_EQ(1230 * 4, p->cacheFree());
+    EXPECT_EQ(1230 * 4, p->cacheRemaining());
+    EXPECT_EQ(1230, p->cacheBlocksFree());
+    EXPECT_EQ("0\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
+    std::string text = capture.text();
+    EXPECT_NE(std::string::npos,
+              text.find("\t[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write "
+                        "mReferencedUsed 0 to /tmp/ref.txt\n\n"));
+    EXPECT_NE(std::string::npos,
+              text.find("\tNR_ContentCachePolicy: Total size = 12345 blocks, Max cache size = "
+                        "1230 blocks, Block size = 4096 bytes\n\n"));
+}
+
+class Policy : public CacheTest {
+protected:
+    Policy() : CacheTest(1000) {} // 100 blocks
+};
+
+TEST_F(Policy, AFileCountsOneBlockMoreThanItsSizeFills) {
+    NR_ContentCachePolicy* p = policy();
+    EXPECT_EQ(1, p->blocksFor(0));
+    EXPECT_EQ(1, p->blocksFor(4095));
+    EXPECT_EQ(2, p->blocksFor(4096));
+    EXPECT_EQ(3, p->blocksFor(2 * 4096 + 1));
+
+    account("exact", 9, 4096);
+    EXPECT_EQ(2, p->blocksUsed());
+    account("small", 9, 10);
+    EXPECT_EQ(3, p->blocksUsed());
+    EXPECT_EQ(97, p->cacheBlocksFree());
+    EXPECT_EQ(97 * 4, p->cacheFree());
+    // Accounting a name again replaces its earlier figure.
+    account("small", 9, 5000);
+    EXPECT_EQ(4, p->blocksUsed());
+    // A file that is not there is not accounted.
+    EXPECT_EQ(0, p->addDiskUsage("absent", 9, false));
+    EXPECT_EQ(4, p->blocksUsed());
+    EXPECT_EQ(-1, p->addDiskUsage("small", 11, false));
+}
+
+TEST_F(Policy, RemovingAFileTakesWhatItOccupiesOnDisk) {
+    NR_ContentCachePolicy* p = policy();
+    account("exact", 9, 4096); // counted as 2 blocks, occupies 1
+    account("other", 9, 100);
+    EXPECT_EQ(3, p->blocksUsed());
+    EXPECT_EQ(0, p->removeFile("exact"));
+    EXPECT_FALSE(exists("exact"));
+    EXPECT_EQ(2, p->blocksUsed()) << "the extra block of an exact multiple stays counted";
+    EXPECT_EQ(-1, p->removeFile("exact"));
+    EXPECT_EQ(0, p->delDiskUsage("other", 9));
+    EXPECT_EQ(1, p->blocksUsed());
+    EXPECT_TRUE(exists("other")) << "delDiskUsage only withdraws the accounting";
+    EXPECT_EQ(-1, p->delDiskUsage("other", 9));
+}
+
+TEST_F(Policy, UnreferencedTopsGoFirstFromAnyQueue) {
+    NR_ContentCachePolicy* p = policy();
+    p->addRef("x.itm", "ref1");
+    account("ref1.gif", 1);
+    account("loose.gif", 9);
+    bool evictedReferenced = true;
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+    EXPECT_TRUE(exists("ref1.gif"));
+    // Then the referenced one, though it sits in a lower queue.
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_TRUE(evictedReferenced);
+    EXPECT_FALSE(exists("ref1.gif"));
+    EXPECT_EQ(-1, p->removeNext(0, evictedReferenced));
+    EXPECT_TRUE(evictedReferenced);
+    EXPECT_EQ(0, p->blocksUsed());
+    EXPECT_EQ(0, p->referencedUsed());
+}
+
+TEST_F(Policy, AnUnreferencedFileBelowTheTopIsNotFound) {
+    NR_ContentCachePolicy* p = policy();
+    p->addRef("x.itm", "kept");
+    account("kept.gif", 9);
+    account("used.gif", 9);
+    p->accessedCacheObj("used.gif"); // no longer key 0, and newer than kept.gif
+    bool evictedReferenced = false;
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_TRUE(evictedReferenced);
+    EXPECT_FALSE(exists("kept.gif"));
+    EXPECT_TRUE(exists("used.gif"));
+}
+
+TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
+    NR_ContentCachePolicy* p = policy();
+    for (const char* id : {"t4", "i5", "t6", "i7"})
+        p->addRef("x.itm", id);
+    account("t4.xhtml", 4);
+    account("i5.gif", 5);
+    account("t6.xhtml", 6);
+    account("i7.gif", 7);
+    bool evictedReferenced = false;
+    EXPECT_EQ(-1, p->removeNext(9, evictedReferenced));
+    EXPECT_EQ(-1, p->removeNext(8, evictedReferenced));
+    EXPECT_EQ(-1, p->removeNext(11, evictedReferenced));
+    EXPECT_EQ(4, p->blocksUsed());
+
+    // Highest class first, and no lower than the caller's.
+    ASSERT_EQ(0, p->removeNext(6, evictedReferenced));
+    EXPECT_FALSE(exists("i7.gif"));
+    ASSERT_EQ(0, p->removeNext(6, evictedReferenced));
+    EXPECT_FALSE(exists("t6.xhtml"));
+    EXPECT_EQ(-1, p->removeNext(6, evictedReferenced));
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("i5.gif"));
+    EXPECT_TRUE(exists("t4.xhtml"));
+
+    // Any caller takes an unreferenced top, even one above 10.
+    account("loose.gif", 9);
+    ASSERT_EQ(0, p->removeNext(11, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+}
+
+TEST_F(Policy, RootsInQueueZeroGoLast) {
+    NR_ContentCachePolicy* p = policy();
+    account("news.cnt", 0);
+    p->addRef("x.itm", "img");
+    account("img.gif", 9);
+    bool evictedReferenced = false;
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("img.gif"));
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("news.cnt"));
+}
+
+TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
+    NR_ContentCachePolicy* p = policy();
+    // Reference first, file later: counted as referenced when it arrives.
+    p->addRef("a.itm", "logoZpng");
+    account("logo.png", 9, 5000); // 2 blocks
+    EXPECT_EQ(2, p->referencedUsed());
+    // File first, reference later, under another ID that finds the same file.
+    account("pic.gif", 9);
+    EXPECT_EQ(2, p->referencedUsed());
+    p->addRef("a.itm", "pic");
+    EXPECT_EQ(3, p->referencedUsed());
+    p->addRef("b.itm", "pic"); // a second parent changes nothing
+    EXPECT_EQ(3, p->referencedUsed());
+    EXPECT_EQ(4 * 1000 / 10 - 3 * 4, p->cacheRemaining());
+
+    int type = -1;
+    bool referenced = false;
+    ASSERT_TRUE(p->queueOf("pic.gif", type, referenced));
+    EXPECT_TRUE(referenced);
+    p->delRef("a.itm", "pic", 0);
+    EXPECT_EQ(3, p->referencedUsed());
+    p->delRef("b.itm", "pic", 0);
+    EXPECT_EQ(2, p->referencedUsed());
+    ASSERT_TRUE(p->queueOf("pic.gif", type, referenced));
+    EXPECT_FALSE(referenced);
+    EXPECT_EQ(0, p->queue(9).top()->key) << "a file that lost its last parent goes first";
+
+    p->delRefsOf("a.itm");
+    EXPECT_EQ(0, p->referencedUsed());
+    EXPECT_TRUE(p->childrenOf("a.itm").empty());
+    EXPECT_EQ(3, p->blocksUsed());
+}
+
+TEST_F(Policy, ReferenceTableLinesAndDumps) {
+    NR_ContentCachePolicy* p = policy();
+    ovtest::StderrCapture capture;
+    p->addRef("a.itm", "img");
+    p->addRef("a.itm", "img");
+    p->addRef("b.itm", "img");
+    EXPECT_TRUE(p->hasReferences("img", 0));
+    EXPECT_FALSE(p->hasReferences("other", 0));
+    std::list<std::string> parents{"a.itm", "b.itm"};
+    EXPECT_EQ(parents, p->parentsOf("img"));
+    account("img.gif", 5);
+    p->dump();
+    std::string text = capture.text();
+    const char* lines[] = {
+        "\taddRef(): Parent a.itm added\n\n",
+        "\taddRef(): Child img was referenced earlier\n\n",
+        "\taddRef(): Parent a.itm found\n\n",
+        "\taddRef(): Parent b.itm added\n\n",
+        "\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n",
+        "\tNR_ContentCachePolicy.addDiskUsage(): Target = img.gif, target used = 1\n\n",
+        "\tIn addDiskUsage(): Target = img.gif cache used = 1, referenced used = 1\n\n",
+        "\tCache usage, referenced = 1, total = 1\n\n",
+        "\t---Reference table---\n\n",
+        "\tParents of img:\n",
+        "\ta.itm \n",
+        "\tb.itm \n",
+        "\t---Priority queues---\n\n",
+        "\tQueue 0\n",
+        "\tQueue 5\n",
+        "\timg.gif key=",
+        "\tQueue 10\n",
+    };
+    size_t at = 0;
+    for (const char* line : lines) {
+        size_t found = text.find(line, at);
+        ASSERT_NE(std::string::npos, found) << "missing or out of order: " << line;
+        at = found;
+    }
+}
+
+TEST_F(Policy, UsedFigureIsReadBackFromTheRefFile) {
+    NR_ContentCachePolicy* p = policy();
+    p->addRef("a.itm", "img");
+    account("img.gif", 9, 3 * 4096); // 4 blocks
+    EXPECT_EQ(0, p->cacheUsed()) << "nothing written to the file yet";
+    ASSERT_EQ(0, p->writeRefUsed());
+    EXPECT_EQ("4\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
+    EXPECT_EQ(16, p->cacheUsed());
+    // Another process's larger figure is shown no larger than the limit.
+    ASSERT_TRUE(ovtest::writeFile(ovplatform::devicePath("/tmp/ref.txt"), "999999\n"));
+    EXPECT_EQ(400, p->cacheUsed());
+    ASSERT_TRUE(ovtest::writeFile(ovplatform::devicePath("/tmp/ref.txt"), "garbage"));
+    EXPECT_EQ(0, p->cacheUsed());
+}
+
+} // namespace
