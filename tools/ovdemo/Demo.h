@@ -17,4 +17,7 @@ bool demoSettings(const std::string& root);
 bool demoEvents();
 bool demoTimer(); // a 3-second timer fired on the timer thread (timer)
 
+// An index file on the device and the default channel icon resolved from it (storage, model).
+bool demoDefaultContent();
+
 #endif

@@ -25,6 +25,7 @@ int main(int argc, char** argv) {
     ok = demoTemplate() && ok;
     ok = demoEvents() && ok;
     ok = demoTimer() && ok;
+    ok = demoDefaultContent() && ok;
     std::printf("\n%s\n", ok ? "every step went as expected"
                              : "a step did not go as expected; see above and the log");
     return ok ? 0 : 1;
