@@ -81,14 +81,15 @@ bool isPlainName(const std::string& name) {
            name.find('\0') == std::string::npos;
 }
 
-bool isFile(const std::string& path) {
+bool isRegularFile(const std::string& path) {
     struct stat info;
-    return ::stat(path.c_str(), &info) == 0 && !S_ISDIR(info.st_mode);
+    return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
 }
 
-// Opens PATH for reading when it is a regular file; -1 otherwise, errno telling why.
+// Opens PATH for reading when it is a regular file; -1 otherwise, errno telling why. Opened
+// without blocking, so that a FIFO left in the folder cannot hang a look-up.
 int openPlainFile(const std::string& path) {
-    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
     if (fd < 0)
         return -1;
     struct stat info;
@@ -303,7 +304,7 @@ void NR_DefaultContentMgr::addIndex(const std::string& profile, const std::strin
         paths.push_back(root + "/" + language + file);
     paths.push_back(root + file);
     for (const std::string& path : paths) {
-        if (isFile(path))
+        if (isRegularFile(path))
             list->push_back(PtrRef<DefaultContentIndex>(new DefaultContentIndex(path)));
     }
 }

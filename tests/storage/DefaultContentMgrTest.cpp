@@ -20,6 +20,7 @@
 #include <filesystem>
 #include <memory>
 #include <sstream>
+#include <sys/stat.h>
 
 namespace {
 
@@ -237,6 +238,18 @@ TEST_F(DefaultContentMgrTest, TheResourcePathSettingIsUsedWhenItsFolderOpens) {
     EXPECT_EQ("configured", fetch("dc:icon.png"));
     NR_DefaultContentMgr::dispose();
     EXPECT_EQ("built in", fetch("dc:icon.png"));
+}
+
+TEST_F(DefaultContentMgrTest, AFifoInTheFolderNeitherHangsNorServes) {
+    settings("");
+    ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/de"));
+    ASSERT_EQ(0, mkfifo((mRoot + "/pipe").c_str(), 0600));
+    ASSERT_EQ(0, mkfifo((mRoot + "/de/dynport.dc").c_str(), 0600));
+    index("dynport.dc", {{"packed", "from the index"}});
+
+    EXPECT_FALSE(NR_DefaultContentMgr::exists("dc:pipe"));
+    EXPECT_EQ("<none>", fetch("dc:pipe"));
+    EXPECT_EQ("from the index", fetch("dc:packed"));
 }
 
 TEST_F(DefaultContentMgrTest, AFailedStreamIsNotADelivery) {
