@@ -28,7 +28,7 @@
 //   F  the current operator profile: the text setting OVCore.InitSetting / CurrentProfile;
 //   L  the phone's language code as the facade reports it (for example "en"), "en-us" when
 //      the facade cannot tell,
-// a look-up searches, in this order, those of these files that exist:
+// a look-up searches, in this order, those of these that exist as regular files:
 //   1. P/F/L/dynport.dc   for one profile in one language
 //   2. P/F/dynport.dc     for one profile in every language
 //   3. R/L/dynport.dc     for every profile in one language
@@ -36,6 +36,7 @@
 // and when none holds the name, the plain file R/NAME. A profile or language code that is
 // empty, "." or ".." or holds a '/' leaves out the files named with it. A name that is empty,
 // "." or "..", or that holds a '/' or a zero byte, is never looked for as a plain file.
+// tools/dcpack packs a folder into an index file and checks one.
 //
 // The list of index files for a language is built on its first look-up and kept (a few
 // languages at a time). A change of the profile drops the lists: every look-up compares the

@@ -17,10 +17,12 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <filesystem>
 #include <memory>
 #include <sstream>
 #include <sys/stat.h>
+#include <thread>
 
 namespace {
 
@@ -183,6 +185,39 @@ TEST_F(DefaultContentMgrTest, AProfileEventDropsTheKeptLists) {
     OV_EventAndStatusFacade::instance()->publish(changed);
     ASSERT_TRUE(recorder->waitFor(2));
     EXPECT_EQ("after", fetch("dc:logo"));
+    recorder.reset();
+}
+
+TEST_F(DefaultContentMgrTest, LookUpsOnSeveralThreadsWhileProfileEventsArrive) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/dynport.dc", {{"logo", "op1 logo"}});
+    plain("plain.txt", "plain");
+    ASSERT_EQ("op1 logo", fetch("dc:logo"));
+    auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
+
+    const int kEvents = 20;
+    std::atomic<int> wrong{0};
+    auto lookUps = [&wrong] {
+        for (int i = 0; i < 200; ++i) {
+            std::stringstream out;
+            if (!NR_DefaultContentMgr::get("dc:logo", out) || out.str() != "op1 logo")
+                ++wrong;
+            if (!NR_DefaultContentMgr::exists("dc:plain.txt"))
+                ++wrong;
+        }
+    };
+    std::thread first(lookUps);
+    std::thread second(lookUps);
+    // Each event drops the lists on the bus's thread while the look-ups rebuild them.
+    for (int i = 0; i < kEvents; ++i) {
+        OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
+        changed.setProperty("OVCore.InitSetting.CurrentProfile", "op1");
+        OV_EventAndStatusFacade::instance()->publish(changed);
+    }
+    first.join();
+    second.join();
+    EXPECT_TRUE(recorder->waitFor(kEvents));
+    EXPECT_EQ(0, wrong.load());
     recorder.reset();
 }
 
