@@ -196,11 +196,17 @@ struct RawEntry {
     int32_t offset;
 };
 
-// The directory of an index file's BYTES, read as the library reads it; PROBLEM tells what
-// stopped it early. DIRECTORYEND is where the entries end.
-bool readDirectory(const std::string& bytes, std::vector<RawEntry>* entries, int* count,
-                   size_t* directoryEnd, std::string* problem) {
-    std::istringstream in(bytes);
+// An index file as read, and its directory as the file holds it.
+struct Directory {
+    std::string bytes;
+    std::vector<RawEntry> entries;
+    int count = 0;  // as the header gives it
+    size_t end = 0; // where the entries end
+};
+
+// Reads the directory of DIR's bytes as the library reads it; PROBLEM tells what stopped it.
+bool readDirectory(Directory* dir, std::string* problem) {
+    std::istringstream in(dir->bytes);
     char first = 0, second = 0;
     in >> first >> second;
     if (!in || first != 'd' || second != 'c') {
@@ -209,12 +215,12 @@ bool readDirectory(const std::string& bytes, std::vector<RawEntry>* entries, int
     }
     readShort(in);
     readInt(in);
-    *count = readShort(in);
+    dir->count = readShort(in);
     if (!in) {
         *problem = "the header ends early";
         return false;
     }
-    for (int i = 0; i < *count; ++i) {
+    for (int i = 0; i < dir->count; ++i) {
         RawEntry entry;
         const size_t nameLength = static_cast<unsigned short>(readShort(in));
         entry.rawName.resize(nameLength);
@@ -223,60 +229,53 @@ bool readDirectory(const std::string& bytes, std::vector<RawEntry>* entries, int
         entry.offset = readInt(in);
         if (!in) {
             *problem = "the directory ends after " + std::to_string(i) + " of " +
-                       std::to_string(*count) + " entries";
+                       std::to_string(dir->count) + " entries";
             return false;
         }
         entry.name = entry.rawName.substr(0, entry.rawName.find('\0'));
-        entries->push_back(entry);
+        dir->entries.push_back(entry);
     }
-    *directoryEnd = static_cast<size_t>(in.tellg());
+    dir->end = static_cast<size_t>(in.tellg());
     return true;
 }
 
-bool loadDirectory(const std::string& index, std::string* bytes, std::vector<RawEntry>* entries,
-                   int* count, size_t* directoryEnd, int* rc) {
+// Reads INDEX and its directory; 0, or the exit status after reporting why not.
+int loadDirectory(const std::string& index, Directory* dir) {
     std::string reason;
-    if (!readWhole(index, bytes, &reason)) {
+    if (!readWhole(index, &dir->bytes, &reason)) {
         ovtool::error("%s: cannot read: %s", index.c_str(), reason.c_str());
-        *rc = ovtool::EXIT_NOINPUT;
-        return false;
+        return ovtool::EXIT_NOINPUT;
     }
-    if (!readDirectory(*bytes, entries, count, directoryEnd, &reason)) {
+    if (!readDirectory(dir, &reason)) {
         ovtool::error("%s: %s", index.c_str(), reason.c_str());
-        *rc = ovtool::EXIT_DATAERR;
-        return false;
+        return ovtool::EXIT_DATAERR;
     }
-    return true;
+    return 0;
 }
 
 int list(const std::string& index) {
-    std::string bytes;
-    std::vector<RawEntry> entries;
-    int count = 0, rc = 0;
-    size_t directoryEnd = 0;
-    if (!loadDirectory(index, &bytes, &entries, &count, &directoryEnd, &rc))
+    Directory dir;
+    if (int rc = loadDirectory(index, &dir))
         return rc;
-    for (const RawEntry& entry : entries)
+    for (const RawEntry& entry : dir.entries)
         std::printf("%10d %10d  %s\n", entry.offset, entry.length, printable(entry.name).c_str());
     return 0;
 }
 
 int verify(const std::string& index) {
-    std::string bytes;
-    std::vector<RawEntry> entries;
-    int count = 0, rc = 0;
-    size_t directoryEnd = 0;
-    if (!loadDirectory(index, &bytes, &entries, &count, &directoryEnd, &rc))
+    Directory dir;
+    if (int rc = loadDirectory(index, &dir))
         return rc;
+    const std::vector<RawEntry>& entries = dir.entries;
     int problems = 0;
     auto report = [&](const std::string& text) {
         ovtool::error("%s: %s", index.c_str(), text.c_str());
         ++problems;
     };
-    if (count < 0)
-        report("negative entry count " + std::to_string(count) + ": the reader sees no entry");
+    if (dir.count < 0)
+        report("negative entry count " + std::to_string(dir.count) + ": the reader sees no entry");
 
-    const int64_t size = static_cast<int64_t>(bytes.size());
+    const int64_t size = static_cast<int64_t>(dir.bytes.size());
     std::map<std::string, size_t> seen;
     std::vector<size_t> inside; // entries whose bytes lie inside the file, to check overlaps
     for (size_t i = 0; i < entries.size(); ++i) {
@@ -294,9 +293,9 @@ int verify(const std::string& index) {
         if (e.offset < 0 || e.length < 0 || end > size) {
             report(name + ": bytes " + std::to_string(e.offset) + " to " + std::to_string(end) +
                    " lie outside the file of " + std::to_string(size) + " bytes");
-        } else if (e.length > 0 && e.offset < static_cast<int64_t>(directoryEnd)) {
+        } else if (e.length > 0 && e.offset < static_cast<int64_t>(dir.end)) {
             report(name + ": its bytes start inside the directory, which ends at " +
-                   std::to_string(directoryEnd));
+                   std::to_string(dir.end));
         } else if (e.length > 0) {
             inside.push_back(i);
         }
@@ -336,11 +335,9 @@ bool readItem(const std::string& index, const DefaultContentIndexItem& item, std
 // The index of INDEX as the library reads it; false (reported) when it cannot be one.
 bool openIndex(const std::string& index, std::unique_ptr<DefaultContentIndex>* out, int* rc) {
     // The file is checked first for the reasons the library's reader does not tell.
-    std::string bytes;
-    std::vector<RawEntry> entries;
-    int count = 0;
-    size_t directoryEnd = 0;
-    if (!loadDirectory(index, &bytes, &entries, &count, &directoryEnd, rc))
+    Directory dir;
+    *rc = loadDirectory(index, &dir);
+    if (*rc != 0)
         return false;
     out->reset(new DefaultContentIndex(index));
     return true;
