@@ -203,18 +203,30 @@ bool DefaultContentIndex::readResource(const std::string& path, const DefaultCon
                                        std::string* bytes) {
     if (item.length < 0 || item.offset < 0)
         return false;
-    std::ifstream in(path.c_str(), std::ios::in | std::ios::binary);
-    if (!in.is_open() || !in.seekg(0, std::ios::end))
+    // Read straight into the buffer: no stream buffer to fill and copy out of.
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    if (fd < 0)
         return false;
-    const std::streamoff size = in.tellg();
+    struct stat info;
     // Checked before anything is allocated: a hostile length never costs more than the file.
-    if (size < 0 || item.offset > size || item.length > size - item.offset)
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || item.offset > info.st_size ||
+        item.length > info.st_size - item.offset) {
+        ::close(fd);
         return false;
+    }
     std::string buffer(static_cast<size_t>(item.length), '\0');
-    in.seekg(item.offset, std::ios::beg);
-    in.read(&buffer[0], item.length);
-    if (!in || in.gcount() != item.length ||
-        in.tellg() != static_cast<std::streamoff>(item.offset) + item.length)
+    size_t done = 0;
+    while (done < buffer.size()) {
+        ssize_t got = ::pread(fd, &buffer[done], buffer.size() - done,
+                              static_cast<off_t>(item.offset) + static_cast<off_t>(done));
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got <= 0)
+            break; // a file that shrank since: a short read
+        done += static_cast<size_t>(got);
+    }
+    ::close(fd);
+    if (done != buffer.size())
         return false;
     bytes->swap(buffer);
     return true;
