@@ -112,8 +112,13 @@ bool readPlainFile(const std::string& path, std::string* bytes) {
     std::string buffer;
     char block[16384];
     ssize_t got;
-    while ((got = ::read(fd, block, sizeof block)) > 0)
+    while ((got = ::read(fd, block, sizeof block)) != 0) {
+        if (got < 0 && errno == EINTR)
+            continue;
+        if (got < 0)
+            break;
         buffer.append(block, static_cast<size_t>(got));
+    }
     ::close(fd);
     if (got < 0) {
         OV_LOG(3, "Couldn't read default content %s\n", path.c_str());
