@@ -1,8 +1,8 @@
 // Templates named "dc:" are read from default content when they are first asked for.
-#include "../storage/DefaultContentBytes.h"
 #include "OVPlatform.h"
 #include "dptemplate/TemplateManager.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "storage/DefaultContentBytes.h"
 #include "storage/NR_DefaultContentMgr.h"
 #include "support/Files.h"
 #include "support/TempDir.h"

@@ -2,12 +2,12 @@
 // item shown from nothing but the phone's index file.
 #include "ModelTest.h"
 
-#include "../storage/DefaultContentBytes.h"
 #include "OVPlatform.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "model/Channel.h"
 #include "model/ImageHolder.h"
 #include "model/Item.h"
+#include "storage/DefaultContentBytes.h"
 #include "storage/NR_DefaultContentMgr.h"
 #include "support/Files.h"
 
