@@ -16,6 +16,7 @@
 #include <sstream>
 #include <sys/resource.h>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -24,16 +25,20 @@ using dctest::be32;
 using dctest::entry;
 using dctest::header;
 
-// The whole captured text is the one level-3 line of the index reader with MESSAGE.
+// The captured text holds exactly one line of the index reader, the level-3 line of MESSAGE.
+// Other threads (the timer thread) may write lines of their own meanwhile.
 void expectReaderLine(const std::string& captured, const std::string& message) {
     const std::string head = "{3} NR_DefaultContentMgr.cpp:";
-    const size_t tab = captured.find('\t');
-    ASSERT_EQ(0u, captured.compare(0, head.size(), head)) << captured;
+    std::vector<std::string> lines;
+    for (size_t at = captured.find(head); at != std::string::npos; at = captured.find(head, at + 1))
+        lines.push_back(captured.substr(at, captured.find('\n', at) + 1 - at));
+    ASSERT_EQ(1u, lines.size()) << captured;
+    const size_t tab = lines[0].find('\t');
     ASSERT_NE(std::string::npos, tab) << captured;
-    const std::string line = captured.substr(head.size(), tab - head.size());
-    EXPECT_FALSE(line.empty()) << captured;
-    EXPECT_EQ(std::string::npos, line.find_first_not_of("0123456789")) << captured;
-    EXPECT_EQ(message + "\n", captured.substr(tab + 1));
+    const std::string number = lines[0].substr(head.size(), tab - head.size());
+    EXPECT_FALSE(number.empty()) << captured;
+    EXPECT_EQ(std::string::npos, number.find_first_not_of("0123456789")) << captured;
+    EXPECT_EQ(message + "\n", lines[0].substr(tab + 1));
 }
 
 class DefaultContentIndexTest : public ::testing::Test {
