@@ -17,6 +17,10 @@ bool demoSettings(const std::string& root);
 bool demoEvents();
 bool demoTimer(); // a 3-second timer fired on the timer thread (timer)
 
+// Network access at home and roaming, in and out of the friendly networks, and a server URL
+// filled with the phone's values (utility).
+bool demoEngine();
+
 // An index file on the device and the default channel icon resolved from it (storage, model).
 bool demoDefaultContent();
 
