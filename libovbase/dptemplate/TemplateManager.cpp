@@ -2,9 +2,12 @@
 
 #include "dptemplate/TemplateParser.h"
 #include "storage/NR_ContentCache.h"
+#include "storage/NR_DefaultContentMgr.h"
 #include "types/ovTypes.h"
 
 #include <fstream>
+#include <functional>
+#include <sstream>
 #include <sys/stat.h>
 
 namespace DPTemplate {
@@ -42,6 +45,7 @@ int TemplateManager::load(const MString& id, std::istream& in) {
     }
     mTemplates[id] = loaded;
     mFailed.erase(id);
+    mFailedDefault.erase(id);
     return 0;
 }
 
@@ -54,10 +58,24 @@ PtrRef<Template> TemplateManager::get(const MString& id) {
     PtrRef<Template> kept = find(id);
     if (kept || id.empty())
         return kept;
-    // Default content cannot be read yet: no template of it.
     if (ovTypes::ID(id).isDefaultContentID())
-        return PtrRef<Template>();
+        return loadFromDefaultContent(id);
     return loadFromCache(id);
+}
+
+PtrRef<Template> TemplateManager::loadFromDefaultContent(const MString& id) {
+    std::stringstream bytes;
+    if (!NR_DefaultContentMgr::get(ovTypes::ID(id), bytes))
+        return PtrRef<Template>();
+    const size_t hash = std::hash<std::string>()(bytes.str());
+    std::map<MString, size_t>::const_iterator failed = mFailedDefault.find(id);
+    if (failed != mFailedDefault.end() && failed->second == hash)
+        return PtrRef<Template>();
+    if (load(id, bytes) != 0) {
+        mFailedDefault[id] = hash;
+        return PtrRef<Template>();
+    }
+    return find(id);
 }
 
 PtrRef<Template> TemplateManager::loadFromCache(const MString& id) {
@@ -85,11 +103,13 @@ PtrRef<Template> TemplateManager::loadFromCache(const MString& id) {
 void TemplateManager::remove(const MString& id) {
     mTemplates.erase(id);
     mFailed.erase(id);
+    mFailedDefault.erase(id);
 }
 
 void TemplateManager::clear() {
     mTemplates.clear();
     mFailed.clear();
+    mFailedDefault.clear();
 }
 
 } // namespace DPTemplate

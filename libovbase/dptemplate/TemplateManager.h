@@ -31,11 +31,11 @@ public:
     int load(const MString& id, std::istream& in);
 
     // The template kept under ID. One not kept yet is read from the content cache's resource ID,
-    // parsed once and kept when usable; a "dc:" identity names default content, which cannot
-    // be read yet, so it gives none. A null handle when there is no such resource or it is not
-    // usable. A resource that failed is not parsed again on every call: the failure is
-    // remembered with the file's identity (inode, size, modification time), and only another
-    // file under ID is tried again.
+    // or from default content (NR_DefaultContentMgr) for a "dc:" identity, parsed once and kept
+    // when usable. A null handle when there is no such resource or it is not usable. A resource
+    // that failed is not parsed again on every call: the failure is remembered with the file's
+    // identity (inode, size, modification time), or for default content with a hash of its
+    // bytes, and only other bytes under ID are tried again.
     PtrRef<Template> get(const MString& id);
     // The template kept under ID, or a null handle; never reads the cache.
     PtrRef<Template> find(const MString& id) const;
@@ -58,9 +58,12 @@ private:
     static bool stampOf(const std::string& path, FileStamp& stamp);
     // Reads and parses ID's resource from the content cache; null when absent or unusable.
     PtrRef<Template> loadFromCache(const MString& id);
+    // The same for a "dc:" identity from default content.
+    PtrRef<Template> loadFromDefaultContent(const MString& id);
 
     std::map<MString, PtrRef<Template>> mTemplates;
     std::map<MString, FileStamp> mFailed;
+    std::map<MString, size_t> mFailedDefault; // hash of the default-content bytes that failed
 };
 
 } // namespace DPTemplate

@@ -1,6 +1,7 @@
 #include "model/ImageHolder.h"
 
 #include "storage/NR_ContentCache.h"
+#include "storage/NR_DefaultContentMgr.h"
 
 #include <string>
 
@@ -9,9 +10,8 @@ ImageHolder ImageHolder::forID(const ovTypes::ID& contextId, const ovTypes::ID& 
 }
 
 bool ImageHolder::imageExists(const ovTypes::ID& id) {
-    // Default content cannot be asked yet: such an image is absent.
     if (id.isDefaultContentID())
-        return false;
+        return NR_DefaultContentMgr::exists(id);
     std::string path;
     return NR_ContentCache::getInstance()->getPath(id, path) == 0;
 }

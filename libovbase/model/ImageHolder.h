@@ -2,9 +2,9 @@
 // it from NewsObject::getImage, and the store's answer to "is this image here".
 //
 // This is the smallest form the news objects need: a holder names the resource and its MIME
-// type and decodes nothing. A "dc:" identity names default content, which is not available yet:
-// imageExists answers "absent" for every such identity until default content can be asked.
-// Any other identity is present exactly when the content cache has a file for it.
+// type and decodes nothing. A "dc:" identity names default content and is present when
+// NR_DefaultContentMgr finds it; any other identity is present exactly when the content cache
+// has a file for it.
 //
 // Threads: the engine's thread, like the content cache it asks. Holders are plain values.
 #ifndef OVBASE_MODEL_IMAGEHOLDER_H
@@ -17,8 +17,8 @@ public:
     // A holder of the resource CONTEXTID of MIME type TYPE (which may be empty).
     static ImageHolder forID(const ovTypes::ID& contextId, const ovTypes::ID& type);
 
-    // Whether the resource ID can be shown: default content for a "dc:" identity (absent for
-    // now), otherwise a file of the content cache.
+    // Whether the resource ID can be shown: default content for a "dc:" identity, otherwise a
+    // file of the content cache.
     static bool imageExists(const ovTypes::ID& id);
 
     const ovTypes::ID& getID() const { return mID; }

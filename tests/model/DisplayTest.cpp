@@ -175,7 +175,7 @@ TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
     prepare(channel, "img-2");
     EXPECT_EQ("img-2", channel.getImageContent("image")->contextId);
 
-    // Default content cannot be asked yet: a "dc:" image is absent even if a file is named so.
+    // A "dc:" image is default content, never a cache file: one named so does not count.
     putResource("dc:logo", "GIF89a");
     prepare(channel, "dc:logo");
     EXPECT_FALSE(ImageHolder::imageExists("dc:logo"));

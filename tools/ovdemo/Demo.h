@@ -24,4 +24,7 @@ bool demoTimer(); // a 3-second timer fired on the timer thread (timer)
 // filled with the phone's values (utility).
 bool demoEngine();
 
+// An index file on the device and the default channel icon resolved from it (storage, model).
+bool demoDefaultContent();
+
 #endif

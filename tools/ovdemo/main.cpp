@@ -59,6 +59,7 @@ int run(int argc, char** argv) {
     ok = demoEvents() && ok;
     ok = demoEngine() && ok;
     ok = demoTimer() && ok;
+    ok = demoDefaultContent() && ok;
     std::printf("\n%s\n", ok ? "every step went as expected"
                              : "a step did not go as expected; see above and the log");
     return ok ? 0 : 1;

@@ -1,0 +1,297 @@
+// The default-content manager on a device root: which index files a look-up reads and in what
+// order, the plain-file fallback and the names it refuses, and what a change of profile or
+// language does to the next look-up.
+#include "DefaultContentBytes.h"
+
+#include "OVPlatform.h"
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "settings/NR_Setting.h"
+#include "settings/NR_SettingMgr.h"
+#include "storage/NR_DefaultContentMgr.h"
+#include "support/EventRecorder.h"
+#include "support/Files.h"
+#include "support/SettingsFiles.h"
+#include "support/StderrCapture.h"
+#include "support/TempDir.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <filesystem>
+#include <memory>
+#include <sstream>
+#include <sys/stat.h>
+#include <thread>
+
+namespace {
+
+using Resources = std::vector<std::pair<std::string, std::string>>;
+
+class DefaultContentMgrTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        NR_DefaultContentMgr::dispose();
+        mRoot = ovplatform::devicePath(NR_DefaultContentMgr::DEFAULT_RESOURCE_PATH);
+        ovplatform::setLanguageCode("de");
+    }
+
+    // The facade is left alone: a setting-changed event may still be on its way through it
+    // on the bus's thread, and each test runs in a process of its own.
+    void TearDown() override { NR_DefaultContentMgr::dispose(); }
+
+    // Settings are read once per process: written before the first look-up.
+    void settings(const std::string& text) { ASSERT_TRUE(ovtest::writeMainSettings(text)); }
+
+    // Writes an index file at RELATIVE under the default-content directory.
+    void index(const std::string& relative, const Resources& resources) {
+        ASSERT_TRUE(ovtest::writeFile(mRoot + "/" + relative, dctest::index(resources)));
+    }
+
+    void plain(const std::string& name, const std::string& bytes) {
+        ASSERT_TRUE(ovtest::writeFile(mRoot + "/" + name, bytes));
+    }
+
+    // What get delivers for ID, or "<none>" when it delivers nothing (checking that nothing
+    // was written then).
+    static std::string fetch(const ovTypes::ID& id) {
+        std::stringstream out;
+        if (NR_DefaultContentMgr::get(id, out))
+            return out.str();
+        EXPECT_EQ("", out.str()) << id;
+        return "<none>";
+    }
+
+    ovtest::TempDeviceRoot mDevice;
+    std::string mRoot;
+};
+
+TEST_F(DefaultContentMgrTest, PlainFilesServeWhatNoIndexHolds) {
+    settings("");
+    plain("icon.png", "plain icon");
+    plain("both.png", "plain both");
+    ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/folder"));
+    index("dynport.dc", {{"both.png", "packed both"}, {"packed.png", "packed"}});
+
+    EXPECT_EQ("plain icon", fetch("dc:icon.png"));
+    EXPECT_EQ("packed both", fetch("dc:both.png"));
+    EXPECT_EQ("packed", fetch("dc:packed.png"));
+    EXPECT_EQ("plain icon", fetch("icon.png")) << "an ID without the prefix is the name";
+    EXPECT_EQ("<none>", fetch("dc:missing.png"));
+    EXPECT_EQ("<none>", fetch("dc:folder"));
+
+    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:icon.png"));
+    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:packed.png"));
+    EXPECT_FALSE(NR_DefaultContentMgr::exists("dc:missing.png"));
+    EXPECT_FALSE(NR_DefaultContentMgr::exists("dc:folder"));
+}
+
+TEST_F(DefaultContentMgrTest, ProfileAndLanguageFilesComeFirst) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/de/dynport.dc", {{"x", "op1 de"}, {"a", "A"}});
+    index("profiles/op1/dynport.dc", {{"x", "op1"}, {"b", "B"}});
+    index("de/dynport.dc", {{"x", "de"}, {"c", "C"}});
+    index("dynport.dc", {{"x", "all"}, {"d", "D"}});
+    index("profiles/op2/dynport.dc", {{"e", "other profile"}});
+    index("fr/dynport.dc", {{"f", "other language"}});
+
+    ovtest::StderrCapture capture;
+    EXPECT_EQ("op1 de", fetch("dc:x"));
+    EXPECT_EQ("A", fetch("dc:a"));
+    EXPECT_EQ("B", fetch("dc:b"));
+    EXPECT_EQ("C", fetch("dc:c"));
+    EXPECT_EQ("D", fetch("dc:d"));
+    EXPECT_EQ("<none>", fetch("dc:e"));
+    EXPECT_EQ("<none>", fetch("dc:f"));
+    const std::string log = capture.text();
+    EXPECT_NE(std::string::npos, log.find(", open()\tSet resource path to " + mRoot + "\n")) << log;
+    EXPECT_NE(std::string::npos,
+              log.find("\tSet sProfileSpecificFilePath to " + mRoot + "/profiles\n"))
+        << log;
+}
+
+TEST_F(DefaultContentMgrTest, DynportdcNamesTheProfileFolder) {
+    ovtest::TempDir elsewhere;
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n[OVCore.Storage]\nDynportdc=operators\n");
+    index("operators/op1/dynport.dc", {{"x", "relative"}});
+    ASSERT_TRUE(
+        ovtest::writeFile(elsewhere.file("op1/dynport.dc"), dctest::index({{"x", "absolute"}})));
+    EXPECT_EQ("relative", fetch("dc:x"));
+
+    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_STORAGE, "Dynportdc",
+                                ovTypes::String(ovTypes::ID(elsewhere.path()))));
+    NR_DefaultContentMgr::dispose();
+    EXPECT_EQ("absolute", fetch("dc:x"));
+}
+
+TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndEnUsStandsIn) {
+    settings("");
+    index("de/dynport.dc", {{"hello", "Hallo"}});
+    index("fr/dynport.dc", {{"hello", "Bonjour"}});
+    index("en-us/dynport.dc", {{"hello", "Hello"}});
+
+    EXPECT_EQ("Hallo", fetch("dc:hello"));
+    ovplatform::setLanguageCode("fr");
+    EXPECT_EQ("Bonjour", fetch("dc:hello"));
+    ovplatform::setLanguageCode("de");
+    EXPECT_EQ("Hallo", fetch("dc:hello"));
+    ovplatform::setCallFails("UTIL_Language_getSystemLanguageCode", true);
+    EXPECT_EQ("Hello", fetch("dc:hello"));
+    ovplatform::setCallFails("UTIL_Language_getSystemLanguageCode", false);
+    // A language code that would climb out of the folder names no file.
+    ovplatform::setLanguageCode("..");
+    EXPECT_EQ("<none>", fetch("dc:hello"));
+}
+
+TEST_F(DefaultContentMgrTest, AChangedProfileIsReadAtTheNextLookUp) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/dynport.dc", {{"logo", "op1"}});
+    index("profiles/op2/dynport.dc", {{"logo", "op2"}});
+    index("dynport.dc", {{"logo", "neutral"}});
+    EXPECT_EQ("op1", fetch("dc:logo"));
+
+    // The setting is read at each look-up, so no event needs to arrive first.
+    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
+                                ovTypes::String(L"op2")));
+    EXPECT_EQ("op2", fetch("dc:logo"));
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
+                                ovTypes::String(L"")));
+    EXPECT_EQ("neutral", fetch("dc:logo"));
+}
+
+TEST_F(DefaultContentMgrTest, AProfileEventDropsTheKeptLists) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/dynport.dc", {{"logo", "before"}});
+    EXPECT_EQ("before", fetch("dc:logo"));
+    // Subscribed after the manager's handler, so it hears each event after the handler did.
+    auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
+
+    // The kept list still reads the directory it read before: six bytes, of which the new
+    // file holds five.
+    index("profiles/op1/dynport.dc", {{"logo", "after"}});
+    EXPECT_EQ("<none>", fetch("dc:logo"));
+
+    OV_Event unrelated(OrvelSetting::SETTING_CHANGED_TOPIC);
+    unrelated.setProperty("OVCore.UI.ScreenSaverTimeout", "30");
+    OV_EventAndStatusFacade::instance()->publish(unrelated);
+    ASSERT_TRUE(recorder->waitFor(1));
+    EXPECT_EQ("<none>", fetch("dc:logo"));
+
+    OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
+    changed.setProperty("OVCore.InitSetting.CurrentProfile", "op1");
+    OV_EventAndStatusFacade::instance()->publish(changed);
+    ASSERT_TRUE(recorder->waitFor(2));
+    EXPECT_EQ("after", fetch("dc:logo"));
+    recorder.reset();
+}
+
+TEST_F(DefaultContentMgrTest, LookUpsOnSeveralThreadsWhileProfileEventsArrive) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/dynport.dc", {{"logo", "op1 logo"}});
+    plain("plain.txt", "plain");
+    ASSERT_EQ("op1 logo", fetch("dc:logo"));
+    auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
+
+    const int kEvents = 20;
+    std::atomic<int> wrong{0};
+    auto lookUps = [&wrong] {
+        for (int i = 0; i < 200; ++i) {
+            std::stringstream out;
+            if (!NR_DefaultContentMgr::get("dc:logo", out) || out.str() != "op1 logo")
+                ++wrong;
+            if (!NR_DefaultContentMgr::exists("dc:plain.txt"))
+                ++wrong;
+        }
+    };
+    std::thread first(lookUps);
+    std::thread second(lookUps);
+    // Each event drops the lists on the bus's thread while the look-ups rebuild them.
+    for (int i = 0; i < kEvents; ++i) {
+        OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
+        changed.setProperty("OVCore.InitSetting.CurrentProfile", "op1");
+        OV_EventAndStatusFacade::instance()->publish(changed);
+    }
+    first.join();
+    second.join();
+    EXPECT_TRUE(recorder->waitFor(kEvents));
+    EXPECT_EQ(0, wrong.load());
+    recorder.reset();
+}
+
+TEST_F(DefaultContentMgrTest, AShortResourceDeliversNothingAndHidesThePlainFile) {
+    settings("");
+    // "logo" claims ten bytes, the file holds three after its directory.
+    ASSERT_TRUE(ovtest::writeFile(mRoot + "/dynport.dc",
+                                  dctest::header(1) + dctest::entry("logo", 10, 24) + "abc"));
+    plain("logo", "plain logo");
+    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:logo"));
+    EXPECT_EQ("<none>", fetch("dc:logo"));
+}
+
+TEST_F(DefaultContentMgrTest, NamesThatLeaveTheFolderAreNeverServedFromPlainFiles) {
+    settings("");
+    ASSERT_TRUE(ovtest::writeFile(mRoot + "/../secret", "outside"));
+    plain("sub/file", "one level down");
+    plain("a", "the file a");
+    index("dynport.dc", {{"packed/name", "from the index"}});
+
+    const std::vector<ovTypes::ID> refused = {"dc:../secret",
+                                              "dc:sub/file",
+                                              "dc:/etc/hostname",
+                                              "dc:..",
+                                              "dc:.",
+                                              "dc:",
+                                              ovTypes::ID(std::string("dc:a\0b", 6)),
+                                              ovTypes::ID(std::string("a\0", 2))};
+    for (const ovTypes::ID& id : refused) {
+        EXPECT_FALSE(NR_DefaultContentMgr::exists(id)) << id;
+        EXPECT_EQ("<none>", fetch(id)) << id;
+    }
+    // The same files under names that stay inside, and a slash inside an index's own name.
+    EXPECT_EQ("the file a", fetch("dc:a"));
+    EXPECT_EQ("from the index", fetch("dc:packed/name"));
+}
+
+TEST_F(DefaultContentMgrTest, TheResourcePathSettingIsUsedWhenItsFolderOpens) {
+    ovtest::TempDir configured;
+    ASSERT_TRUE(ovtest::writeFile(configured.file("icon.png"), "configured"));
+    settings("[OVCore.Storage]\nDefaultContent=" + configured.path() + "\n");
+    plain("icon.png", "built in");
+
+    ovtest::StderrCapture capture;
+    EXPECT_EQ("configured", fetch("dc:icon.png"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find(", open()\tSet resource path to " + configured.path() + "\n"));
+
+    // Kept until dispose; a folder that does not open gives the built-in one.
+    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_STORAGE, "DefaultContent",
+                                ovTypes::String(ovTypes::ID(configured.file("missing")))));
+    EXPECT_EQ("configured", fetch("dc:icon.png"));
+    NR_DefaultContentMgr::dispose();
+    EXPECT_EQ("built in", fetch("dc:icon.png"));
+}
+
+TEST_F(DefaultContentMgrTest, AFifoInTheFolderNeitherHangsNorServes) {
+    settings("");
+    ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/de"));
+    ASSERT_EQ(0, mkfifo((mRoot + "/pipe").c_str(), 0600));
+    ASSERT_EQ(0, mkfifo((mRoot + "/de/dynport.dc").c_str(), 0600));
+    index("dynport.dc", {{"packed", "from the index"}});
+
+    EXPECT_FALSE(NR_DefaultContentMgr::exists("dc:pipe"));
+    EXPECT_EQ("<none>", fetch("dc:pipe"));
+    EXPECT_EQ("from the index", fetch("dc:packed"));
+}
+
+TEST_F(DefaultContentMgrTest, AFailedStreamIsNotADelivery) {
+    settings("");
+    plain("icon.png", "bytes");
+    std::stringstream out;
+    out.setstate(std::ios::badbit);
+    EXPECT_FALSE(NR_DefaultContentMgr::get("dc:icon.png", out));
+}
+
+} // namespace
