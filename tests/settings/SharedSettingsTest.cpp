@@ -156,7 +156,6 @@ TEST(CFGSettingSlow, WriterKilledMidWriteNeverLeavesABrokenFile) {
         ASSERT_GE(counter, last) << "broken or older file after the kill, round " << round;
         last = counter;
     }
-    EXPECT_GT(last, rounds);
 }
 
 } // namespace
