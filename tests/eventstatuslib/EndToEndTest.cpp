@@ -6,6 +6,7 @@
 
 #include "support/EventRecorder.h"
 #include "support/QtLoop.h"
+#include "support/StderrCapture.h"
 #include "support/TempDir.h"
 
 #include "ES_EventPublisher.h"
@@ -16,6 +17,8 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -169,6 +172,43 @@ TEST_F(EndToEndTest, BusHandlerMayLeaveDuringItsDelivery) {
     EXPECT_EQ(leaving.mResult, ES_OK);
     EXPECT_EQ(ES_EventPublisher::publish(event), ES_ERR_NO_SUBSCRIBER);
     EXPECT_EQ(leaving.mCalls, 1);
+}
+
+// Spins without running the Qt event loop, so that what is queued for the Qt thread waits.
+bool spinUntil(const std::function<bool()>& ready) {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+    while (!ready() && std::chrono::steady_clock::now() < deadline)
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    return ready();
+}
+
+// A handler subscribing while the facade is being destroyed (on the bus's thread, while the
+// destructor takes the adapter off the bus) must not put the dying adapter back on the bus.
+TEST_F(EndToEndTest, HandlerSubscribingIntoADyingFacadeLeavesNothingOnTheBus) {
+    // Sorted before the gate's topic, so that it would be missed by the adapter's walk of its
+    // topics if it were added during that walk.
+    const std::string gateTopic = "/test/e2e/zz-gate";
+    const std::string lateTopic = "/test/e2e/aa-late";
+    ovtest::StderrCapture capture;
+    std::atomic<bool> entered(false);
+    std::unique_ptr<ovtest::EventRecorder> late;
+    auto* gate = new ovtest::EventRecorder(gateTopic);
+    gate->mOnEvent = [&](OV_Event&) {
+        entered = true;
+        spinUntil([&] {
+            return capture.text().find("OV_WBEventStatusAdapter destructor entered.") !=
+                   std::string::npos;
+        });
+        late.reset(new ovtest::EventRecorder(lateTopic));
+    };
+    publish(gateTopic, 1);
+    ASSERT_TRUE(spinUntil([&] { return entered.load(); }));
+    OV_EventAndStatusFacade::destroy();
+    ASSERT_TRUE(late != nullptr);
+    ES_Event probe(lateTopic);
+    EXPECT_EQ(ES_EventPublisher::publish(probe), ES_ERR_NO_SUBSCRIBER);
+    late.reset();
+    delete gate;
 }
 
 // Waits out the bus's shut-down time-out, hence the slow label.
