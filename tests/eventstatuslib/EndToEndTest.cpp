@@ -12,6 +12,7 @@
 #include "ES_EventPublisher.h"
 #include "ES_EventSubscriber.h"
 #include "OVPlatform.h"
+#include "QCopChannel.h"
 
 #include <gtest/gtest.h>
 
@@ -209,6 +210,35 @@ TEST_F(EndToEndTest, HandlerSubscribingIntoADyingFacadeLeavesNothingOnTheBus) {
     EXPECT_EQ(ES_EventPublisher::publish(probe), ES_ERR_NO_SUBSCRIBER);
     late.reset();
     delete gate;
+}
+
+// Handlers of system-channel topics made and destroyed by a handler on the bus's thread: the
+// channel, a Qt object of the Qt thread, is made and deleted there, not on the bus's thread.
+TEST_F(EndToEndTest, BusThreadHandlerLeavesTheSystemChannelToTheQtThread) {
+    ovtest::ensureQtApp();
+    std::unique_ptr<ovtest::EventRecorder> flips;
+    std::atomic<int> handled(0);
+    ovtest::EventRecorder trigger(kTopic);
+    trigger.mOnEvent = [&](OV_Event& event) {
+        if (event.mValue == 1)
+            flips.reset(
+                new ovtest::EventRecorder(OV_WBEventStatusAdapter::EVENT_FLIP_STATUS_CHANGED));
+        else
+            flips.reset();
+        ++handled;
+    };
+    publish(kTopic, 1);
+    ASSERT_TRUE(spinUntil([&] { return handled == 1; }));
+    EXPECT_FALSE(QCopChannel::isRegistered(SYSTEM_CHANNEL)); // the Qt thread has not run since
+    ASSERT_TRUE(ovtest::runQtUntil([] { return QCopChannel::isRegistered(SYSTEM_CHANNEL); }));
+    ASSERT_TRUE(ovplatform::setFlipOpen(true));
+    ASSERT_TRUE(flips->waitFor(1));
+    EXPECT_EQ(flips->events()[0].thread, std::this_thread::get_id());
+
+    publish(kTopic, 2);
+    ASSERT_TRUE(spinUntil([&] { return handled == 2; }));
+    EXPECT_TRUE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
+    EXPECT_TRUE(ovtest::runQtUntil([] { return !QCopChannel::isRegistered(SYSTEM_CHANNEL); }));
 }
 
 // Waits out the bus's shut-down time-out, hence the slow label.
