@@ -8,6 +8,7 @@
 #include "support/QtLoop.h"
 #include "support/StderrCapture.h"
 #include "support/TempDir.h"
+#include "support/Wait.h"
 
 #include "ES_EventPublisher.h"
 #include "ES_EventSubscriber.h"
@@ -18,7 +19,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <functional>
 #include <memory>
 #include <thread>
 
@@ -175,14 +175,6 @@ TEST_F(EndToEndTest, BusHandlerMayLeaveDuringItsDelivery) {
     EXPECT_EQ(leaving.mCalls, 1);
 }
 
-// Spins without running the Qt event loop, so that what is queued for the Qt thread waits.
-bool spinUntil(const std::function<bool()>& ready) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!ready() && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return ready();
-}
-
 // A handler subscribing while the facade is being destroyed (on the bus's thread, while the
 // destructor takes the adapter off the bus) must not put the dying adapter back on the bus.
 TEST_F(EndToEndTest, HandlerSubscribingIntoADyingFacadeLeavesNothingOnTheBus) {
@@ -196,14 +188,14 @@ TEST_F(EndToEndTest, HandlerSubscribingIntoADyingFacadeLeavesNothingOnTheBus) {
     auto* gate = new ovtest::EventRecorder(gateTopic);
     gate->mOnEvent = [&](OV_Event&) {
         entered = true;
-        spinUntil([&] {
+        ovtest::waitUntil([&] {
             return capture.text().find("OV_WBEventStatusAdapter destructor entered.") !=
                    std::string::npos;
         });
         late.reset(new ovtest::EventRecorder(lateTopic));
     };
     publish(gateTopic, 1);
-    ASSERT_TRUE(spinUntil([&] { return entered.load(); }));
+    ASSERT_TRUE(ovtest::waitUntil([&] { return entered.load(); }));
     OV_EventAndStatusFacade::destroy();
     ASSERT_TRUE(late != nullptr);
     ES_Event probe(lateTopic);
@@ -228,7 +220,8 @@ TEST_F(EndToEndTest, BusThreadHandlerLeavesTheSystemChannelToTheQtThread) {
         ++handled;
     };
     publish(kTopic, 1);
-    ASSERT_TRUE(spinUntil([&] { return handled == 1; }));
+    // Waited for without running the Qt event loop: what is queued for it stays queued.
+    ASSERT_TRUE(ovtest::waitUntil([&] { return handled == 1; }));
     EXPECT_FALSE(QCopChannel::isRegistered(SYSTEM_CHANNEL)); // the Qt thread has not run since
     ASSERT_TRUE(ovtest::runQtUntil([] { return QCopChannel::isRegistered(SYSTEM_CHANNEL); }));
     ASSERT_TRUE(ovplatform::setFlipOpen(true));
@@ -236,7 +229,7 @@ TEST_F(EndToEndTest, BusThreadHandlerLeavesTheSystemChannelToTheQtThread) {
     EXPECT_EQ(flips->events()[0].thread, std::this_thread::get_id());
 
     publish(kTopic, 2);
-    ASSERT_TRUE(spinUntil([&] { return handled == 2; }));
+    ASSERT_TRUE(ovtest::waitUntil([&] { return handled == 2; }));
     EXPECT_TRUE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
     EXPECT_TRUE(ovtest::runQtUntil([] { return !QCopChannel::isRegistered(SYSTEM_CHANNEL); }));
 }

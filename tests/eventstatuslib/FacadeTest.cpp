@@ -4,6 +4,7 @@
 #include "eventstatuslib/OV_EventHandler.h"
 
 #include "support/StderrCapture.h"
+#include "support/Wait.h"
 
 #include <gtest/gtest.h>
 
@@ -22,6 +23,8 @@
 #include <vector>
 
 namespace {
+
+using ovtest::waitUntil;
 
 const std::string kTopic = "/test/facade/topic";
 const std::string kOther = "/test/facade/other";
@@ -397,14 +400,6 @@ TEST_F(FacadeTest, SubscribeDispatchAndUnsubscribeTraceEachStep) {
         "unsubscribe: Exiting.",
     };
     EXPECT_EQ(facadeMessages(capture.text()), expected);
-}
-
-// Polls READY every millisecond for up to TIMEOUTMS; returns READY().
-bool waitUntil(const std::function<bool()>& ready, int timeoutMs = 10000) {
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
-    while (!ready() && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    return ready();
 }
 
 size_t occurrences(const std::string& text, const std::string& part) {
