@@ -21,26 +21,26 @@ MString text(const xmlChar* value) {
     return value ? MString(reinterpret_cast<const char*>(value)) : MString();
 }
 
-// Appends to CHUNK the next piece of the current line of IN: the rest of the line with a newline
-// (a last line without one gets one as well), or, for a line longer than a piece, the next
-// piece of it without. False when the stream holds nothing more.
-bool appendLinePiece(std::istream& in, std::string& chunk) {
-    char piece[4096];
-    in.getline(piece, sizeof piece);
-    std::streamsize count = in.gcount();
-    if (in.bad() || (count == 0 && in.fail())) {
-        return false;
+// Without entity substitution libxml2 hands an ampersand of an attribute value on as the
+// reference "&#38;" (every other character and predefined reference arrives decoded), so that the
+// value could be parsed again. Our readers want the value itself.
+const char AMPERSAND_REFERENCE[] = "&#38;";
+
+// VALUE with each "&#38;" turned back into "&", scanning once from the left so that a reference
+// written out as text ("&amp;#38;") stays text.
+std::string decodeAmpersands(const char* value) {
+    std::string decoded;
+    const std::size_t length = sizeof AMPERSAND_REFERENCE - 1;
+    for (const char* at = value; *at;) {
+        const char* next = std::strstr(at, AMPERSAND_REFERENCE);
+        if (!next) {
+            decoded.append(at);
+            break;
+        }
+        decoded.append(at, next).push_back('&');
+        at = next + length;
     }
-    if (in.fail()) {
-        // The piece filled up before the line ended.
-        in.clear();
-        chunk.append(piece, static_cast<std::string::size_type>(count));
-        return true;
-    }
-    // The count includes the newline unless the stream ended first.
-    chunk.append(piece, static_cast<std::string::size_type>(in.eof() ? count : count - 1));
-    chunk += '\n';
-    return true;
+    return decoded;
 }
 
 SaxParser* parserOf(void* context) {
@@ -130,10 +130,16 @@ void SaxParserCallback::startElement(void* context, const xmlChar* name,
     try {
         AttributeList& list = parser->mStartTagAttributes;
         list.clear();
+        const bool decode = parser->mpContext && !parser->mpContext->replaceEntities;
         if (attributes) {
             for (const xmlChar** pair = attributes; pair[0]; pair += 2) {
-                list.add(reinterpret_cast<const char*>(pair[0]),
-                         pair[1] ? reinterpret_cast<const char*>(pair[1]) : "");
+                const char* name = reinterpret_cast<const char*>(pair[0]);
+                const char* value = pair[1] ? reinterpret_cast<const char*>(pair[1]) : "";
+                if (decode && std::strchr(value, '&')) {
+                    list.add(MString(name), MString(decodeAmpersands(value)));
+                } else {
+                    list.add(name, value);
+                }
             }
         }
         parser->onStartElement(text(name), list);
@@ -179,9 +185,13 @@ void SaxParserCallback::warning(void* context, const char* fmt, ...) {
 }
 
 void SaxParserCallback::error(void* context, const char* fmt, ...) {
+    // libxml2 reports fatal errors through this channel too; the record of the error it is
+    // reporting, filled before the call, tells which kind this is.
+    SaxParser* parser = parserOf(context);
+    bool fatal = parser->mpContext && parser->mpContext->lastError.level == XML_ERR_FATAL;
     va_list args;
     va_start(args, fmt);
-    message(context, &SaxParser::onError, fmt, args);
+    message(context, fatal ? &SaxParser::onFatalError : &SaxParser::onError, fmt, args);
     va_end(args);
 }
 
@@ -284,6 +294,10 @@ void SaxParser::handleException(std::exception_ptr failure) {
     if (!mPendingException) {
         mPendingException = failure;
     }
+    stopParsing();
+}
+
+void SaxParser::stopParsing() {
     if (mpContext) {
         xmlStopParser(mpContext);
     }
@@ -399,32 +413,35 @@ void SaxParser::parseStream(std::istream& in) {
     }
     adoptContext(context);
     try {
-        // What the stream already holds goes to libxml2 in blocks, however they cut its lines:
-        // libxml2's cost per chunk outweighs the parse of a short line, and the events do not
-        // depend on the cut. Only when the stream holds nothing yet is a line waited for, read
-        // in pieces so that no line is ever held whole. The text ends in a newline when it
-        // reaches libxml2, as it would read line by line.
-        std::string chunk;
+        // Each step waits for the stream to hold something (one refill of its buffer: what a
+        // pipe has ready, a block of a file) and hands libxml2 what it holds, at most a block,
+        // however that cuts lines and tags: the events do not depend on the cut, and no read
+        // waits for more than the stream can give at once. Once the document has failed, or a
+        // callback stopped the parser, nothing more is read: libxml2 would ignore it, and an
+        // endless or stalled input would never let the parse return. The text ends in a
+        // newline when it reaches libxml2, as it would read line by line.
+        std::string chunk(MAX_STREAM_CHUNK, '\0');
         char last = '\n';
-        bool ended = false;
-        while (!mPendingException && !ended) {
-            chunk.resize(MAX_STREAM_CHUNK);
-            std::streamsize count =
-                in.readsome(&chunk[0], static_cast<std::streamsize>(chunk.size()));
-            chunk.resize(count > 0 ? static_cast<std::string::size_type>(count) : 0);
-            if (chunk.empty()) {
-                ended = !appendLinePiece(in, chunk);
-                if (ended && last != '\n') {
-                    chunk = "\n";
+        while (!inputRefused()) {
+            std::streamsize count = 0;
+            if (in.peek() != std::char_traits<char>::eof()) {
+                count = in.readsome(&chunk[0], static_cast<std::streamsize>(chunk.size()));
+                if (count <= 0 && in.get(chunk[0])) {
+                    // A stream buffer that reports nothing ready still gives one at a time.
+                    count = 1;
                 }
             }
-            if (!chunk.empty()) {
-                xmlParseChunk(mpContext, chunk.data(), static_cast<int>(chunk.size()), 0);
-                last = chunk.back();
+            if (count <= 0) {
+                if (last != '\n') {
+                    xmlParseChunk(mpContext, "\n", 1, 0);
+                }
+                if (!inputRefused()) {
+                    xmlParseChunk(mpContext, nullptr, 0, 1);
+                }
+                break;
             }
-            if (ended && !mPendingException) {
-                xmlParseChunk(mpContext, nullptr, 0, 1);
-            }
+            xmlParseChunk(mpContext, chunk.data(), static_cast<int>(count), 0);
+            last = chunk[static_cast<std::string::size_type>(count) - 1];
         }
     } catch (...) {
         // A failing stream must not leave the context behind.
@@ -461,6 +478,11 @@ void SaxParser::finishChunkParsing() {
     }
     releaseUnderlying();
     checkForException();
+}
+
+bool SaxParser::inputRefused() const {
+    // libxml2 disables the SAX events for good at a fatal error and when it is stopped.
+    return mPendingException || (mpContext && mpContext->disableSAX);
 }
 
 int SaxParser::getLineNumber() const {

@@ -78,7 +78,10 @@ public:
     virtual void setSubstituteEntities(bool substitute);
     virtual bool getSubstituteEntities() const;
 
-    // Each parse runs to the end of its input and raises afterwards what a callback raised.
+    // Each parse runs to the end of its input, or to the first fatal error, and raises
+    // afterwards what a callback raised. parseStream reads no further once the document has
+    // failed or a callback failed, so an endless or stalled input after that point does not
+    // keep it waiting; before that it waits for the stream as long as the stream waits.
     virtual void parseFile(const MString& fileName);
     virtual void parseMemory(const MString& text);
     virtual void parseStream(std::istream& in);
@@ -95,7 +98,11 @@ public:
     const std::string& getValidityWarnings() const { return mValidityWarnings; }
 
 protected:
-    // Events; all of them do nothing here.
+    // Events; all of them do nothing here. Attribute values arrive with their character and
+    // entity references decoded ("a&amp;b" is "a&b"); with entity substitution off, a reference
+    // to an entity other than the predefined ones stays as written. onError gets libxml2's
+    // errors, onFatalError those after which the document is not well formed and no further
+    // event comes.
     virtual void onStartDocument() {}
     virtual void onEndDocument() {}
     virtual void onStartElement(const MString& name, const AttributeList& attributes);
@@ -128,6 +135,9 @@ protected:
     virtual void parse();
 
     bool hasPendingException() const { return static_cast<bool>(mPendingException); }
+    // Ends the parse under way from inside an event: libxml2 delivers no further event and
+    // the input is read no further. The parse call returns normally.
+    void stopParsing();
 
     // The list handed to onStartElement is this parser's own and is refilled at the next start
     // tag, so a subclass may take its texts over: the same list, writable, when ATTRIBUTES is
@@ -145,6 +155,8 @@ private:
     void adoptContext(_xmlParserCtxt* context);
     // Parses the context already adopted, then releases it and re-raises.
     void runWholeDocument();
+    // True once libxml2 takes no more input for the parse under way: a fatal error, a stop.
+    bool inputRefused() const;
 
     // Reused for every start tag, so that a tag costs no list of its own.
     AttributeList mStartTagAttributes;

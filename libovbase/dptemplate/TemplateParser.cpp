@@ -54,6 +54,14 @@ void TemplateParser::onStartElement(const MString& name, const AttributeList& at
     if (mErrorState != OK) {
         return;
     }
+    handleStartElement(name, attributes);
+    if (mErrorState != OK) {
+        // Nothing after this element can change the result: the rest is not read.
+        stopParsing();
+    }
+}
+
+void TemplateParser::handleStartElement(const MString& name, const AttributeList& attributes) {
     if (mElementStack.size() >= MAX_DEPTH) {
         mErrorState = BAD_STRUCTURE;
         return;

@@ -1,7 +1,7 @@
 // Reads template markup into a Template in one pass. The parser keeps a stack of the open
 // elements; each start tag is checked against the element it stands in, and the first one that
 // stands where it may not puts the parser into error state 2, after which the rest of the
-// document is ignored.
+// document is ignored (and not read).
 #ifndef OVBASE_DPTEMPLATE_TEMPLATEPARSER_H
 #define OVBASE_DPTEMPLATE_TEMPLATEPARSER_H
 
@@ -98,6 +98,8 @@ protected:
     void pushElement(Element& element);
 
 private:
+    // The checks and the building of onStartElement, in error state 0.
+    void handleStartElement(const MString& name, const AttributeList& attributes);
     // OBJECT->setAttributes(ATTRIBUTES), moving the texts where the list allows it.
     template <class Object> void giveAttributes(Object* object, const AttributeList& attributes);
 

@@ -1,5 +1,6 @@
 #include "dptemplate/SaxParser.h"
 
+#include "EndlessBuffer.h"
 #include "EngineOutput.h"
 #include "FailingBuffer.h"
 #include "support/ChunkedBuffer.h"
@@ -10,9 +11,13 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <arpa/inet.h>
+#include <netinet/in.h>
 #include <sstream>
 #include <stdexcept>
 #include <string>
+#include <sys/socket.h>
+#include <unistd.h>
 #include <vector>
 
 using DPTemplate::AttributeList;
@@ -27,8 +32,9 @@ public:
     explicit RecordingParser(bool useEntityHook = false) : SaxParser(useEntityHook) {}
 
     std::vector<std::string> mEvents;
-    std::vector<std::string> mErrors;
+    std::vector<std::string> mErrors; // errors and fatal errors, in order
     std::vector<int> mErrorLines;
+    std::vector<std::string> mFatalErrors;
     std::string mThrowOnElement;
     int mEntityLookUps = 0;
 
@@ -57,7 +63,10 @@ protected:
     void onComment(const MString& text) override { mEvents.push_back("comment:" + text); }
     void onCdataBlock(const MString& text) override { mEvents.push_back("cdata:" + text); }
     void onError(const MString& message) override { recordError(message); }
-    void onFatalError(const MString& message) override { recordError(message); }
+    void onFatalError(const MString& message) override {
+        recordError(message);
+        mFatalErrors.push_back(message);
+    }
     _xmlEntity* onGetEntity(const MString&) override {
         ++mEntityLookUps;
         return nullptr;
@@ -71,16 +80,19 @@ private:
 };
 
 const char* const DOCUMENT = "<?xml version=\"1.0\"?>\n"
-                             "<root b=\"2\" a=\"1\">\n"
+                             "<root b=\"2\" a=\"1\" c=\"x&amp;y &#38;&#x26; &lt;&#65;&gt;\">\n"
                              "  <!--note-->\n"
                              "  <leaf>hi &amp; there</leaf>\n"
                              "  <![CDATA[x<y]]>\n"
                              "</root>\n";
 
-const std::vector<std::string> EXPECTED_EVENTS = {
-    "start-document", "<root b=2 a=1>",  "text:\n  ",   "comment:note", "text:\n  ",
-    "<leaf>",         "text:hi & there", "</leaf>",     "text:\n  ",    "cdata:x<y",
-    "text:\n",        "</root>",         "end-document"};
+const std::vector<std::string> EXPECTED_EVENTS = {"start-document",  "<root b=2 a=1 c=x&y && <A>>",
+                                                  "text:\n  ",       "comment:note",
+                                                  "text:\n  ",       "<leaf>",
+                                                  "text:hi & there", "</leaf>",
+                                                  "text:\n  ",       "cdata:x<y",
+                                                  "text:\n",         "</root>",
+                                                  "end-document"};
 
 enum class Path { Stream, Trickle, Memory, File, Chunks };
 
@@ -280,4 +292,155 @@ TEST(SaxParser, StreamEventsDoNotDependOnHowTheBytesArrive) {
         EXPECT_EQ(fromMemory.mEvents, fromBursts.mEvents) << burst;
         EXPECT_TRUE(fromBursts.mErrors.empty()) << burst;
     }
+}
+
+namespace {
+
+// A TCP port on the loopback interface that nobody answers: a parser that tried to fetch an
+// http URL on it leaves a connection waiting in the backlog.
+class UnansweredPort {
+public:
+    UnansweredPort() {
+        mSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        sockaddr_in address{};
+        address.sin_family = AF_INET;
+        address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+        socklen_t length = sizeof address;
+        if (mSocket < 0 || ::bind(mSocket, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
+            ::listen(mSocket, 8) != 0 ||
+            ::getsockname(mSocket, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
+            return;
+        }
+        mPort = ntohs(address.sin_port);
+    }
+    ~UnansweredPort() {
+        if (mSocket >= 0)
+            ::close(mSocket);
+    }
+
+    int port() const { return mPort; } // 0 when no port could be had
+    bool connectedTo() const {
+        int connection = ::accept(mSocket, nullptr, nullptr);
+        if (connection < 0)
+            return false;
+        ::close(connection);
+        return true;
+    }
+
+private:
+    int mSocket = -1;
+    int mPort = 0;
+};
+
+std::string joined(const std::vector<std::string>& events) {
+    std::string all;
+    for (const std::string& event : events)
+        all += event + "\n";
+    return all;
+}
+
+} // namespace
+
+TEST(SaxParser, NothingMoreIsReadOnceTheDocumentHasFailed) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"", std::string(1, '\0')}, // /dev/zero
+        {"", "junk "},              // not markup at all
+        {"<r>\n<a>", "</b>"},       // fails after a well-formed start
+        {"<r>", "<!-- - -- -->"},   // fails inside the content
+    };
+    for (const auto& c : cases) {
+        EndlessBuffer buffer(c.first, c.second);
+        std::istream in(&buffer);
+        RecordingParser parser;
+        parser.parseStream(in);
+        EXPECT_FALSE(parser.mFatalErrors.empty()) << c.second;
+        // The block that failed and at most what was already buffered with it.
+        EXPECT_LE(buffer.mHandedOut, 2u * 4096u) << c.second;
+        EXPECT_EQ(0, parser.getLineNumber());
+    }
+}
+
+TEST(SaxParser, AFailingCallbackEndsTheReadingToo) {
+    EndlessBuffer buffer("<r><a/>", "<b/>");
+    std::istream in(&buffer);
+    RecordingParser parser;
+    parser.mThrowOnElement = "a";
+    EXPECT_THROW(parser.parseStream(in), std::runtime_error);
+    EXPECT_LE(buffer.mHandedOut, 2u * 4096u);
+}
+
+TEST(SaxParser, FatalErrorsAreToldFromOtherErrors) {
+    RecordingParser mismatch;
+    mismatch.parseMemory("<r><a></b></r>");
+    ASSERT_EQ(1u, mismatch.mFatalErrors.size());
+    EXPECT_EQ(mismatch.mErrors.front(), mismatch.mFatalErrors.front());
+
+    // An unknown entity in a document with an external subset is an error, not a fatal one:
+    // the subset that might declare it is never read.
+    RecordingParser undeclared;
+    undeclared.parseMemory("<!DOCTYPE r SYSTEM \"r.dtd\"><r>&e;</r>");
+    ASSERT_FALSE(undeclared.mErrors.empty());
+    EXPECT_NE(std::string::npos, undeclared.mErrors.front().find("'e' not defined"));
+    EXPECT_TRUE(undeclared.mFatalErrors.empty()) << undeclared.mFatalErrors.front();
+    EXPECT_EQ("end-document", undeclared.mEvents.back());
+}
+
+TEST(SaxParser, AttributeValuesAreDecodedWithOrWithoutSubstitution) {
+    const std::string text = "<r a=\"&amp;#38;\" b=\"&#38;amp;\" c=\"tab&#9;lf&#10;&#xe9;\" "
+                             "d=\"&quot;&apos;&amp;&amp;\"/>";
+    for (bool substitute : {false, true}) {
+        for (Path path : {Path::Stream, Path::Memory, Path::Chunks}) {
+            RecordingParser parser;
+            parser.setSubstituteEntities(substitute);
+            parseAlong(path, parser, text);
+            ASSERT_LE(2u, parser.mEvents.size());
+            // A reference written out as text stays text; the rest is the characters meant.
+            EXPECT_EQ("<r a=&#38; b=&amp; c=tab\tlf\n\xc3\xa9 d=\"'&&>", parser.mEvents[1])
+                << substitute;
+        }
+    }
+}
+
+TEST(SaxParser, NoExternalEntityDtdOrNetworkResourceIsEverLoaded) {
+    ovtest::TempDir dir;
+    const std::string marker = "marker-of-a-local-file";
+    const std::string local = dir.file("secret.txt");
+    ASSERT_TRUE(ovtest::writeFile(local, marker));
+    UnansweredPort port;
+    if (port.port() == 0) {
+        GTEST_SKIP() << "no loopback port to listen on";
+    }
+    const std::string http = "http://127.0.0.1:" + std::to_string(port.port());
+    const std::string documents[] = {
+        "<!DOCTYPE r [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><r a=\"&x;\">&x;</r>",
+        "<!DOCTYPE r [<!ENTITY x SYSTEM \"" + local + "\">]><r a=\"&x;\">&x;</r>",
+        "<!DOCTYPE r [<!ENTITY x SYSTEM \"" + http + "/x\">]><r>&x;</r>",
+        "<!DOCTYPE r SYSTEM \"" + http + "/r.dtd\"><r/>",
+        "<!DOCTYPE r SYSTEM \"" + local + "\"><r/>",
+        "<!DOCTYPE r [<!ENTITY % p SYSTEM \"" + http + "/p\"> %p;]><r/>",
+        "<!DOCTYPE r [<!ENTITY % p SYSTEM \"" + local + "\"> %p;]><r/>",
+    };
+    ovtest::StderrCapture capture;
+    for (const std::string& document : documents) {
+        for (int switches = 0; switches < 8; ++switches) {
+            RecordingParser parser((switches & 1) != 0);
+            parser.setSubstituteEntities((switches & 2) != 0);
+            parser.setValidate((switches & 4) != 0);
+            for (Path path : {Path::Stream, Path::Memory, Path::File}) {
+                try {
+                    parseAlong(path, parser, document);
+                } catch (const SaxParserException&) {
+                    // Validation errors are raised; what matters is what was read.
+                }
+                const std::string seen =
+                    joined(parser.mEvents) + joined(parser.mErrors) + parser.getValidityErrors();
+                EXPECT_EQ(std::string::npos, seen.find("root:")) << document << switches;
+                EXPECT_EQ(std::string::npos, seen.find(marker)) << document << switches;
+                EXPECT_FALSE(port.connectedTo()) << document << switches;
+                parser.mEvents.clear();
+                parser.mErrors.clear();
+            }
+        }
+    }
+    EXPECT_EQ("", engineOutput(capture.text()));
 }

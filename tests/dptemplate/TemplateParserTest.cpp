@@ -3,6 +3,7 @@
 #include "dptemplate/StyleSheet.h"
 #include "dptemplate/Template.h"
 
+#include "EndlessBuffer.h"
 #include "EngineOutput.h"
 #include "FailingBuffer.h"
 #include "support/StderrCapture.h"
@@ -324,6 +325,17 @@ TEST(TemplateParser, AFailingStreamGivesTwoInsteadOfRaising) {
     EXPECT_EQ(1u, target.getLayoutCount());
 }
 
+TEST(TemplateParser, NothingIsReadAfterAnElementIsRefused) {
+    // Well formed so far and never ending, as a pipe that keeps writing.
+    EndlessBuffer buffer("<template><layout id=\"a\"/><style/>", "<layout id=\"b\"/>");
+    std::istream in(&buffer);
+    TemplateParser parser;
+    Template target;
+    EXPECT_EQ(2, parser.parse(in, &target));
+    EXPECT_EQ(1u, target.getLayoutCount());
+    EXPECT_LE(buffer.mHandedOut, 2u * 4096u);
+}
+
 TEST(TemplateParser, AStateTwoParseDoesNotSpoilTheNext) {
     TemplateParser parser;
     Template bad;
@@ -440,4 +452,19 @@ TEST(Component, TakingAListOverKeepsWhatACopyKeeps) {
     EXPECT_EQ("a property name longer than a short string", taken.getModelProperty());
     EXPECT_EQ(2, taken.getRowSpan());
     EXPECT_EQ(3, taken.getColSpan());
+}
+
+TEST(TemplateParser, ObjectsGetAttributeValuesDecoded) {
+    Template target;
+    ASSERT_EQ(0, parseText("<template><layout id=\"a&amp;b\">"
+                           "<text id=\"&lt;&#x41;&#66;&gt;\" class=\"x&#38;#38;\"/>"
+                           "</layout></template>",
+                           target));
+    ASSERT_EQ(1u, target.getLayoutCount());
+    EXPECT_EQ("a&b", target.getLayout(0)->getId());
+    EXPECT_EQ(target.getLayout(0), target.getLayout("a&b"));
+    Component* text = onlyComponentOf(*target.getLayout(0));
+    ASSERT_NE(nullptr, text);
+    EXPECT_EQ("<AB>", text->getId());
+    EXPECT_EQ("x&#38;", text->getAttribute("class"));
 }

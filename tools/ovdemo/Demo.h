@@ -17,4 +17,8 @@ bool demoSettings(const std::string& root);
 bool demoEvents();
 bool demoTimer(); // a 3-second timer fired on the timer thread (timer)
 
+// Network access at home and roaming, in and out of the friendly networks, and a server URL
+// filled with the phone's values (utility).
+bool demoEngine();
+
 #endif

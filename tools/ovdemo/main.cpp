@@ -1,30 +1,66 @@
 // ovdemo: the road of a news item through the library, told step by step on a temporary
-// device root. The library's own diagnostics go to a log file whose path is printed.
+// device root. The library's own diagnostics go to a log file whose path is printed, or with
+// -v to standard error.
 #include "Demo.h"
 #include "OVPlatform.h"
+#include "ToolSupport.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <string>
 
-int main(int argc, char** argv) {
-    if (argc != 2) {
-        std::fprintf(stderr, "usage: ovdemo DEVICE_ROOT\n");
-        return 2;
+namespace {
+
+void usage(FILE* out) {
+    std::fprintf(out, "usage: ovdemo [-v] DEVICE_ROOT\n"
+                      "\n"
+                      "Tells the road of a news item through the library on DEVICE_ROOT, an\n"
+                      "existing directory that stands for the phone's file system (files are\n"
+                      "written below it). The library's diagnostics go to DEVICE_ROOT/ovdemo.log;\n"
+                      "-v shows them on standard error instead.\n"
+                      "\n"
+                      "exit status: 0 every step went as expected, 1 a step did not, 64 usage\n"
+                      "error, 74 the log file or standard output cannot be written.\n");
+}
+
+int run(int argc, char** argv) {
+    ovtool::dropVerboseOptions(argc, argv);
+    if (argc == 2 && (!std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help"))) {
+        usage(stdout);
+        return 0;
+    }
+    if (argc != 2 || argv[1][0] == '-') {
+        usage(ovtool::err());
+        return ovtool::EXIT_USAGE;
     }
     std::string root = argv[1];
     ovplatform::setDeviceRoot(root);
-    std::string logPath = root + "/ovdemo.log";
-    std::printf("device root: %s\nlibrary diagnostics: %s\n", root.c_str(), logPath.c_str());
-    if (!std::freopen(logPath.c_str(), "w", stderr)) {
-        std::printf("cannot open the log file\n");
-        return 1;
+    std::printf("device root: %s\n", root.c_str());
+    if (ovtool::verbose()) {
+        std::printf("library diagnostics: standard error\n");
+    } else {
+        std::string logPath = root + "/ovdemo.log";
+        if (!std::freopen(logPath.c_str(), "w", stderr)) {
+            ovtool::error("cannot write the log file %s: %s", logPath.c_str(),
+                          std::strerror(errno));
+            return ovtool::EXIT_IOERR;
+        }
+        std::printf("library diagnostics: %s\n", logPath.c_str());
     }
     bool ok = demoAttrMap();
     ok = demoSettings(root) && ok;
     ok = demoTemplate() && ok;
     ok = demoEvents() && ok;
+    ok = demoEngine() && ok;
     ok = demoTimer() && ok;
     std::printf("\n%s\n", ok ? "every step went as expected"
                              : "a step did not go as expected; see above and the log");
     return ok ? 0 : 1;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return ovtool::finish(run(argc, argv));
 }

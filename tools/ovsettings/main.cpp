@@ -1,51 +1,71 @@
 // ovsettings: reads and writes the library's settings on a device root. A set goes through the
-// setting manager, so the file is rewritten and the change announced like any other write.
+// setting manager, so the file is rewritten and the change announced like any other write;
+// the tool then reads the file back, since the library does not report a failed write.
 #include "OVPlatform.h"
+#include "ToolSupport.h"
 #include "settings/NR_MenuCFGSetting.h"
 #include "settings/NR_SettingMgr.h"
 #include "types/AttrMap.h"
-#include "types/UTF_8Util.h"
+#include "types/MString.h"
 
+#include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
+#include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <sstream>
 #include <string>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-// The tool's own messages; the library's diagnostics go to stderr, which is discarded unless
-// -v is given.
-FILE* gErr = stderr;
+// Exit statuses besides the shared ones: the setting manager's result codes pass through.
+const int EXIT_REFUSED = 1;                       // no such group, or the library refused the write
+const int EXIT_ABSENT = 3;                        // the key is absent
+const int EXIT_NOT_LOADED = 8;                    // the settings file could not be loaded
+const int EXIT_WRONG_TYPE = ovtool::EXIT_DATAERR; // get --int/--bool of text of another type
 
-// Exit codes: the setting manager's result codes pass through unchanged (0 success, 1 no such
-// group or source, 3 key absent, 8 settings file not loaded); 64 is a usage error.
-const int kExitUsage = 64;
+const char* gRoot = ""; // the device root, as given
 
 void usage(FILE* out) {
-    std::fprintf(out,
-                 "usage: ovsettings [-v] DEVICE_ROOT COMMAND ...\n"
-                 "\n"
-                 "commands:\n"
-                 "  get GROUP KEY [--int|--bool]     print a value (as text unless a type is "
-                 "given)\n"
-                 "  set GROUP KEY VALUE [--int|--bool]\n"
-                 "                                   write a value (as text unless a type is "
-                 "given)\n"
-                 "  list GROUP                       print the group's keys and values\n"
-                 "  cat [--menu]                     print the settings file (or the menu file)\n"
-                 "  groups                           print the group indices and names\n"
-                 "\n"
-                 "GROUP is a group index (0-10) or name, such as 9 or OVCore.UI. The menu\n"
-                 "group (5, OVCore.Menu) reads and writes the phone's current language.\n"
-                 "\n"
-                 "-v shows the library's diagnostics on standard error.\n"
-                 "\n"
-                 "exit status: 0 success, 1 no such group or source, 3 key absent,\n"
-                 "8 settings file not loaded, 64 usage error.\n");
+    std::fprintf(
+        out,
+        "usage: ovsettings [-v] DEVICE_ROOT COMMAND ...\n"
+        "\n"
+        "commands:\n"
+        "  init                             create the empty settings and menu files where the\n"
+        "                                   library looks for them (an existing file is kept)\n"
+        "  get GROUP KEY [--int|--bool]     print a value (as text unless a type is given)\n"
+        "  set GROUP KEY VALUE [--int|--bool]\n"
+        "                                   write a value (as text unless a type is given) and\n"
+        "                                   check that the file holds it afterwards\n"
+        "  list GROUP                       print the group's keys and values\n"
+        "  cat [--menu]                     print the settings file (or the menu file)\n"
+        "  groups                           print the group indices and names\n"
+        "\n"
+        "GROUP is a group index (0-10) or name, such as 9 or OVCore.UI. The menu\n"
+        "group (5, OVCore.Menu) reads and writes the phone's current language.\n"
+        "A value for --int is a decimal integer of 32 bits: an optional '-' and digits\n"
+        "without a leading zero (no octal, no 0x); for --bool it is true or false.\n"
+        "\n"
+        "-v shows the library's diagnostics on standard error.\n"
+        "\n"
+        "example: ovsettings /tmp/root init && ovsettings /tmp/root set OVCore.UI Timeout 30 "
+        "--int\n"
+        "\n"
+        "exit status:\n"
+        "  0   success\n"
+        "  1   no such group, or the library refused the key or value\n"
+        "  3   the key is absent\n"
+        "  8   the settings file is not loaded (missing or unreadable; see init)\n"
+        "  64  usage error, including a --int or --bool value of the wrong form\n"
+        "  65  get --int or --bool of a value that is not of that type\n"
+        "  74  the file does not hold the value after a set, init could not create a file,\n"
+        "      or standard output could not be written\n");
 }
 
 // The group index of an index or a name; -1 when it is neither.
@@ -61,23 +81,242 @@ int parseGroup(const char* text) {
     return -1;
 }
 
-// Command-line texts and the terminal are UTF-8; the settings hold code points.
-ovTypes::String fromUtf8(const char* text) {
-    // The reader skips white space before its first character, so it is given a lead byte
-    // to skip past.
-    std::istringstream in(std::string("x") + text);
-    bool end = false;
-    ovTypes::String decoded = UTF_8Util::getReader(in)->readLine(end);
-    return decoded.empty() ? decoded : decoded.substr(1);
+// A --int value: decimal, optional '-', no leading zero, within 32 bits.
+bool parseDecimal(const char* text, int& value) {
+    const char* digits = *text == '-' ? text + 1 : text;
+    if (*digits < '0' || *digits > '9' || (digits[0] == '0' && digits[1] != '\0'))
+        return false;
+    errno = 0;
+    char* end = nullptr;
+    long long number = std::strtoll(text, &end, 10);
+    if (*end || errno == ERANGE || number < INT_MIN || number > INT_MAX)
+        return false;
+    value = int(number);
+    return true;
 }
 
-void printUtf8(const ovTypes::String& text) {
-    std::fflush(stdout);
-    auto writer = UTF_8Util::getWriter(std::cout);
-    writer->write(text);
-    writer->writeLine();
-    writer->flush();
-    std::cout.flush();
+// Whether the library's integer reading (wcstol in base 0) takes all of TEXT, within 32 bits.
+bool readsAsInteger(const std::string& text) {
+    errno = 0;
+    char* end = nullptr;
+    long long number = std::strtoll(text.c_str(), &end, 0);
+    return !text.empty() && end != text.c_str() && !*end && errno != ERANGE && number >= INT_MIN &&
+           number <= INT_MAX;
+}
+
+// Command-line texts and the terminal are UTF-8; the settings hold code points.
+ovTypes::String fromUtf8(const char* text) {
+    return MString(text).toWide();
+}
+
+std::string toUtf8(const ovTypes::String& text) {
+    return MString(text);
+}
+
+// The settings file or the menu file, under the device root.
+std::string filePath(bool menu) {
+    return ovplatform::devicePath(menu ? MenuCFGOrvelSetting::MENU_FILE
+                                       : OrvelSettingMgr::SETTING_FILE);
+}
+
+// The file that serves GROUP.
+std::string fileOf(int group) {
+    return filePath(group == OrvelSettingMgr::GROUP_MENU);
+}
+
+// The section GROUP's values live in: the group's name, or the current language for the menu.
+ovTypes::ID sectionOf(OrvelSettingMgr& mgr, int group) {
+    if (group == OrvelSettingMgr::GROUP_MENU) {
+        if (auto* menu = dynamic_cast<MenuCFGOrvelSetting*>(mgr.getSetting(group)))
+            return ovTypes::ID(menu->languageCode());
+    }
+    return OrvelSettingMgr::groupName(group);
+}
+
+// Why PATH cannot be opened as the library opens it (for reading, and for writing when WRITE):
+// an errno value, or 0 when it can.
+int openError(const std::string& path, bool write) {
+    int fd = ::open(path.c_str(), (write ? O_RDWR : O_RDONLY) | O_CLOEXEC);
+    if (fd < 0)
+        return errno;
+    struct stat st;
+    bool directory = ::fstat(fd, &st) == 0 && S_ISDIR(st.st_mode);
+    ::close(fd);
+    return directory ? EISDIR : 0;
+}
+
+void reportNotLoaded(const char* what, const std::string& path) {
+    int error = openError(path, true);
+    if (error == ENOENT) {
+        ovtool::error("%s: settings file not loaded: %s: %s (create it with: ovsettings %s init)",
+                      what, path.c_str(), std::strerror(error), gRoot);
+    } else {
+        ovtool::error("%s: settings file not loaded: %s: %s", what, path.c_str(),
+                      error ? std::strerror(error)
+                            : "it could not be read when the command started");
+    }
+}
+
+int report(int rc, const char* what, int group, const char* key) {
+    if (rc == EXIT_ABSENT)
+        ovtool::error("%s: %s: key absent: %s", what, OrvelSettingMgr::groupName(group), key);
+    else if (rc == EXIT_NOT_LOADED)
+        reportNotLoaded(what, fileOf(group));
+    else if (rc == EXIT_REFUSED)
+        ovtool::error("%s: %s: the library refused key %s or its value (result 1)", what,
+                      OrvelSettingMgr::groupName(group), key);
+    else if (rc != 0)
+        ovtool::error("%s: %s: %s: failed (result %d)", what, OrvelSettingMgr::groupName(group),
+                      key, rc);
+    return rc;
+}
+
+bool loadFile(const std::string& path, AttrMap& map) {
+    if (openError(path, false) != 0)
+        return false;
+    std::ifstream in(path, std::ios::binary);
+    if (!in)
+        return false;
+    map.load(in);
+    return true;
+}
+
+int get(OrvelSettingMgr& mgr, int group, const char* key, char type) {
+    // Read as text first, so that a value of another type is told apart from a number.
+    ovTypes::String value;
+    int rc = mgr.getString(group, key, value);
+    if (rc != 0)
+        return report(rc, "get", group, key);
+    std::string text = toUtf8(value);
+    if (type == 'i') {
+        if (!readsAsInteger(text)) {
+            ovtool::error("get: %s: %s holds \"%s\", which is not an integer",
+                          OrvelSettingMgr::groupName(group), key, text.c_str());
+            return EXIT_WRONG_TYPE;
+        }
+        int number = 0;
+        rc = mgr.getInt(group, key, number);
+        if (rc == 0)
+            std::printf("%d\n", number);
+    } else if (type == 'b') {
+        if (text != "true" && text != "false") {
+            ovtool::error("get: %s: %s holds \"%s\", which is neither true nor false",
+                          OrvelSettingMgr::groupName(group), key, text.c_str());
+            return EXIT_WRONG_TYPE;
+        }
+        std::printf("%s\n", text.c_str());
+    } else {
+        std::fwrite(text.data(), 1, text.size(), stdout);
+        std::fputc('\n', stdout);
+    }
+    return report(rc, "get", group, key);
+}
+
+// Reads the file back: true when its SECTION holds KEY with exactly EXPECTED.
+bool fileHolds(const std::string& path, const ovTypes::ID& section, const char* key,
+               const ovTypes::String& expected) {
+    AttrMap map(false);
+    if (!loadFile(path, map))
+        return false;
+    bool found = false;
+    ovTypes::String held = map.getString(key, ovTypes::String(), &found, section);
+    return found && held == expected;
+}
+
+int set(OrvelSettingMgr& mgr, int group, const char* key, const char* value, char type) {
+    int rc;
+    ovTypes::String expected;
+    if (type == 'i') {
+        int number = 0;
+        if (!parseDecimal(value, number)) {
+            ovtool::error("set: not a 32-bit decimal integer: \"%s\"", value);
+            return ovtool::EXIT_USAGE;
+        }
+        rc = mgr.setInt(group, key, number);
+        expected = fromUtf8(std::to_string(number).c_str());
+    } else if (type == 'b') {
+        if (std::strcmp(value, "true") != 0 && std::strcmp(value, "false") != 0) {
+            ovtool::error("set: not true or false: \"%s\"", value);
+            return ovtool::EXIT_USAGE;
+        }
+        rc = mgr.setBoolean(group, key, std::strcmp(value, "true") == 0);
+        expected = fromUtf8(value);
+    } else {
+        expected = fromUtf8(value);
+        rc = mgr.setString(group, key, expected);
+    }
+    if (rc != 0)
+        return report(rc, "set", group, key);
+    std::string path = fileOf(group);
+    ovTypes::ID section = sectionOf(mgr, group);
+    if (!fileHolds(path, section, key, expected)) {
+        int error = openError(path, false);
+        ovtool::error("set: %s does not hold [%s] %s=%s after the write%s%s; the change is lost",
+                      path.c_str(), section.c_str(), key, toUtf8(expected).c_str(),
+                      error ? ": " : "", error ? std::strerror(error) : "");
+        return ovtool::EXIT_IOERR;
+    }
+    return 0;
+}
+
+int list(OrvelSettingMgr& mgr, int group) {
+    std::string path = fileOf(group);
+    AttrMap map(false);
+    if (!loadFile(path, map)) {
+        reportNotLoaded("list", path);
+        return EXIT_NOT_LOADED;
+    }
+    // Print through a map holding the one section, so the lines are the file's own form.
+    AttrMap one(false);
+    if (const auto* keys = map.categoryAt(sectionOf(mgr, group))) {
+        for (const auto& entry : *keys) {
+            if (!entry.second.empty())
+                one.putString(entry.first, entry.second.front());
+        }
+    }
+    one.store(std::cout);
+    return 0;
+}
+
+int cat(bool menu) {
+    std::string path = filePath(menu);
+    AttrMap map(false);
+    if (!loadFile(path, map)) {
+        reportNotLoaded("cat", path);
+        return EXIT_NOT_LOADED;
+    }
+    map.store(std::cout);
+    return 0;
+}
+
+// Creates PATH empty, with its directories, unless a file is already there.
+bool createEmpty(const std::string& path) {
+    std::error_code error;
+    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), error);
+    if (error) {
+        ovtool::error("init: cannot create the directory of %s: %s", path.c_str(),
+                      error.message().c_str());
+        return false;
+    }
+    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644);
+    int failure = fd < 0 ? errno : ::close(fd) == 0 ? 0 : errno;
+    if (fd >= 0 && failure == 0) {
+        std::printf("created %s\n", path.c_str());
+        return true;
+    }
+    // An existing file is kept, as long as the library can use it.
+    if (failure == EEXIST && (failure = openError(path, true)) == 0) {
+        std::printf("kept %s\n", path.c_str());
+        return true;
+    }
+    ovtool::error("init: cannot create %s: %s", path.c_str(), std::strerror(failure));
+    return false;
+}
+
+int init() {
+    bool ok = createEmpty(filePath(false));
+    ok = createEmpty(filePath(true)) && ok;
+    return ok ? 0 : ovtool::EXIT_IOERR;
 }
 
 // "--int", "--bool" or absent (text); anything else is a usage error.
@@ -96,129 +335,17 @@ bool parseType(int argc, char** argv, int at, char& type) {
     return true;
 }
 
-void report(int rc, const char* what) {
-    if (rc == 3)
-        std::fprintf(gErr, "ovsettings: %s: key absent\n", what);
-    else if (rc == 8)
-        std::fprintf(gErr, "ovsettings: %s: settings file not loaded\n", what);
-    else if (rc != 0)
-        std::fprintf(gErr, "ovsettings: %s: failed (%d)\n", what, rc);
-}
-
-int get(OrvelSettingMgr& mgr, int group, const char* key, char type) {
-    int rc;
-    if (type == 'i') {
-        int value = 0;
-        rc = mgr.getInt(group, key, value);
-        if (rc == 0)
-            std::printf("%d\n", value);
-    } else if (type == 'b') {
-        bool value = false;
-        rc = mgr.getBoolean(group, key, value);
-        if (rc == 0)
-            std::printf("%s\n", value ? "true" : "false");
-    } else {
-        ovTypes::String value;
-        rc = mgr.getString(group, key, value);
-        if (rc == 0)
-            printUtf8(value);
-    }
-    report(rc, "get");
-    return rc;
-}
-
-int set(OrvelSettingMgr& mgr, int group, const char* key, const char* value, char type) {
-    int rc;
-    if (type == 'i') {
-        char* end = nullptr;
-        long number = std::strtol(value, &end, 0);
-        if (!*value || *end) {
-            std::fprintf(gErr, "ovsettings: not an integer: %s\n", value);
-            return kExitUsage;
-        }
-        rc = mgr.setInt(group, key, int(number));
-    } else if (type == 'b') {
-        if (std::strcmp(value, "true") != 0 && std::strcmp(value, "false") != 0) {
-            std::fprintf(gErr, "ovsettings: not true or false: %s\n", value);
-            return kExitUsage;
-        }
-        rc = mgr.setBoolean(group, key, std::strcmp(value, "true") == 0);
-    } else {
-        rc = mgr.setString(group, key, fromUtf8(value));
-    }
-    report(rc, "set");
-    return rc;
-}
-
-bool loadFile(const std::string& path, AttrMap& map) {
-    std::ifstream in(path, std::ios::binary);
-    if (!in)
-        return false;
-    map.load(in);
-    return true;
-}
-
-int list(OrvelSettingMgr& mgr, int group) {
-    ovTypes::ID section = OrvelSettingMgr::groupName(group);
-    std::string path = ovplatform::devicePath(OrvelSettingMgr::SETTING_FILE);
-    if (group == OrvelSettingMgr::GROUP_MENU) {
-        auto* menu = dynamic_cast<MenuCFGOrvelSetting*>(mgr.getSetting(group));
-        if (!menu)
-            return 1;
-        section = ovTypes::ID(menu->languageCode());
-        path = ovplatform::devicePath(MenuCFGOrvelSetting::MENU_FILE);
-    }
-    AttrMap map(false);
-    if (!loadFile(path, map)) {
-        report(8, "list");
-        return 8;
-    }
-    // Print through a map holding the one section, so the lines are the file's own form.
-    AttrMap one(false);
-    if (const auto* keys = map.categoryAt(section)) {
-        for (const auto& entry : *keys) {
-            if (!entry.second.empty())
-                one.putString(entry.first, entry.second.front());
-        }
-    }
-    one.store(std::cout);
-    std::cout.flush();
-    return 0;
-}
-
-int cat(bool menu) {
-    std::string path = ovplatform::devicePath(menu ? MenuCFGOrvelSetting::MENU_FILE
-                                                   : OrvelSettingMgr::SETTING_FILE);
-    AttrMap map(false);
-    if (!loadFile(path, map)) {
-        report(8, "cat");
-        return 8;
-    }
-    map.store(std::cout);
-    std::cout.flush();
-    return 0;
-}
-
 int run(int argc, char** argv) {
+    ovtool::dropVerboseOptions(argc, argv);
     if (argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
         usage(stdout);
         return 0;
     }
-    bool verbose = argc >= 2 && std::strcmp(argv[1], "-v") == 0;
-    if (verbose) {
-        --argc;
-        ++argv;
-    } else {
-        int saved = ::dup(2);
-        if (FILE* err = saved >= 0 ? ::fdopen(saved, "w") : nullptr) {
-            gErr = err;
-            std::freopen("/dev/null", "w", stderr);
-        }
-    }
     if (argc < 3) {
-        usage(gErr);
-        return kExitUsage;
+        usage(ovtool::err());
+        return ovtool::EXIT_USAGE;
     }
+    gRoot = argv[1];
     ovplatform::setDeviceRoot(argv[1]);
     std::string command = argv[2];
 
@@ -227,17 +354,19 @@ int run(int argc, char** argv) {
             std::printf("%d %s\n", i, OrvelSettingMgr::groupName(i));
         return 0;
     }
+    if (command == "init" && argc == 3)
+        return init();
     if (command == "cat" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "--menu") == 0)))
         return cat(argc == 4);
 
     if (argc < 4 || (command != "get" && command != "set" && command != "list")) {
-        usage(gErr);
-        return kExitUsage;
+        usage(ovtool::err());
+        return ovtool::EXIT_USAGE;
     }
     int group = parseGroup(argv[3]);
     if (group < 0) {
-        std::fprintf(gErr, "ovsettings: no such group: %s (see 'groups')\n", argv[3]);
-        return 1;
+        ovtool::error("no such group: %s (see 'groups')", argv[3]);
+        return EXIT_REFUSED;
     }
     OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
     char type;
@@ -247,15 +376,12 @@ int run(int argc, char** argv) {
         return get(*mgr, group, argv[4], type);
     if (command == "set" && argc >= 6 && parseType(argc, argv, 6, type))
         return set(*mgr, group, argv[4], argv[5], type);
-    usage(gErr);
-    return kExitUsage;
+    usage(ovtool::err());
+    return ovtool::EXIT_USAGE;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    int rc = run(argc, argv);
-    std::fflush(stdout);
-    std::fflush(gErr);
-    return rc;
+    return ovtool::finish(run(argc, argv));
 }

@@ -2,69 +2,151 @@
 //
 //   ovtemplate check [--tree] FILE   parse FILE; exit 0 when the parser accepts it
 //   ovtemplate font TEXT             show the font TEXT describes and how it is classified
+#include "ToolSupport.h"
 #include "dptemplate/CSSFont.h"
 #include "dptemplate/Component.h"
 #include "dptemplate/StyleSheet.h"
 #include "dptemplate/Template.h"
 #include "dptemplate/TemplateParser.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fstream>
+#include <fcntl.h>
+#include <istream>
+#include <streambuf>
 #include <string>
+#include <unistd.h>
+#include <vector>
 
 using namespace DPTemplate;
 
 namespace {
 
-const int EXIT_REFUSED = 1; // the parse returned non-zero
-const int EXIT_USAGE = 2;   // bad arguments or an unreadable file
+const int EXIT_REFUSED = 1; // not well formed, or an element where it may not stand
 
-void usage() {
-    std::fprintf(stderr,
-                 "usage: ovtemplate check [--tree] FILE\n"
-                 "       ovtemplate font TEXT\n"
+void usage(FILE* out) {
+    std::fprintf(out,
+                 "usage: ovtemplate [-v] check [--tree] FILE\n"
+                 "       ovtemplate [-v] font TEXT\n"
                  "\n"
-                 "check  parses a template file; exits 0 when the parser accepts it, 1 when\n"
-                 "       it does not (the error state and libxml2's first message are\n"
-                 "       printed), 2 when the file cannot be read. --tree prints the\n"
-                 "       objects built.\n"
+                 "check  parses the template FILE with the library's template parser and\n"
+                 "       prints \"FILE: accepted\" when the parser accepts it. Otherwise it\n"
+                 "       says why on standard error: \"not well formed\" with libxml2's first\n"
+                 "       message and its line, or the element that stands where it may not\n"
+                 "       and its line. --tree prints the objects built.\n"
                  "font   prints the fields of the font TEXT describes (CSS font shorthand)\n"
-                 "       and its classification.\n");
+                 "       and its classification.\n"
+                 "\n"
+                 "-v shows the library's diagnostics on standard error.\n"
+                 "\n"
+                 "exit status: 0 accepted (or the font was shown), 1 the template is not well\n"
+                 "formed or an element stands where it may not, 64 usage error, 66 FILE cannot\n"
+                 "be read, 74 standard output cannot be written.\n");
 }
 
-// Keeps libxml2's first complaint and where it was made; the engine itself stays silent.
-class CheckingParser : public TemplateParser {
+// Reads a file descriptor for the parser and keeps what went wrong: the parser reads a stream
+// and takes a failed read for its end, while the tool must tell an unreadable file from a
+// short document.
+class FileBuffer : public std::streambuf {
 public:
-    MString mMessage;
-    int mLine = 0;
+    explicit FileBuffer(int fd) : mFd(fd), mBuffer(64 * 1024) {}
+
+    int error() const { return mError; }
+    bool ended() const { return mEnded; }
+    unsigned long long bytesRead() const { return mBytesRead; }
 
 protected:
-    void onError(const MString& message) override { keep(message); }
-    void onFatalError(const MString& message) override { keep(message); }
+    int_type underflow() override {
+        ssize_t count;
+        do {
+            count = ::read(mFd, mBuffer.data(), mBuffer.size());
+        } while (count < 0 && errno == EINTR);
+        if (count <= 0) {
+            mError = count < 0 ? errno : 0;
+            mEnded = true;
+            return traits_type::eof();
+        }
+        mBytesRead += static_cast<unsigned long long>(count);
+        setg(mBuffer.data(), mBuffer.data(), mBuffer.data() + count);
+        return traits_type::to_int_type(mBuffer[0]);
+    }
 
 private:
-    void keep(const MString& message) {
-        if (mMessage.empty()) {
-            mMessage = message;
-            mLine = getLineNumber();
-            mMessage.rtrim();
-        }
-    }
+    int mFd;
+    std::vector<char> mBuffer;
+    int mError = 0;
+    bool mEnded = false;
+    unsigned long long mBytesRead = 0;
 };
 
-const char* stateName(int state) {
-    switch (state) {
-    case TemplateParser::OK:
-        return "accepted";
-    case TemplateParser::NO_TEMPLATE:
-        return "no template given";
-    case TemplateParser::BAD_STRUCTURE:
-        return "an element stands where it may not, or the parse failed";
-    default:
-        return "unknown";
+// A template parser that also keeps what a user needs to hear: libxml2's first fatal error and
+// first other error with their lines, and which element the nesting rules refused and where.
+class CheckingParser : public TemplateParser {
+public:
+    explicit CheckingParser(const FileBuffer& input) : mInput(input) {}
+
+    MString mFatal;
+    int mFatalLine = 0;
+    MString mError;
+    int mErrorLine = 0;
+    std::string mRefusal;
+    int mRefusalLine = 0;
+
+protected:
+    void onError(const MString& message) override { keep(message, mError, mErrorLine); }
+    void onFatalError(const MString& message) override {
+        bool first = mFatal.empty();
+        keep(message, mFatal, mFatalLine);
+        if (first && mInput.ended() && !mOpen.empty()) {
+            // libxml2 only says that the document did not end where the input did.
+            mFatal += " (the file ends inside <" + mOpen.back() + ">)";
+        }
     }
-}
+
+    void onStartElement(const MString& name, const AttributeList& attributes) override {
+        bool accepting = getErrorState() == OK;
+        TemplateParser::onStartElement(name, attributes);
+        if (accepting && getErrorState() != OK) {
+            mRefusal = refusal(name);
+            mRefusalLine = getLineNumber();
+        }
+        mOpen.push_back(name);
+    }
+
+    void onEndElement(const MString& name) override {
+        TemplateParser::onEndElement(name);
+        if (!mOpen.empty()) {
+            mOpen.pop_back();
+        }
+    }
+
+private:
+    void keep(const MString& message, MString& first, int& line) {
+        if (first.empty()) {
+            first = message;
+            first.rtrim();
+            line = getLineNumber();
+        }
+    }
+
+    std::string refusal(const MString& name) const {
+        const std::string element = "<" + name + ">";
+        if (mTransType.lookUpValue(name) < 0) {
+            return "unknown element " + element;
+        }
+        if (mOpen.size() >= MAX_DEPTH) {
+            return element + " is nested deeper than " + std::to_string(MAX_DEPTH) + " elements";
+        }
+        if (mOpen.empty()) {
+            return element + " stands outside a <template> element";
+        }
+        return element + " may not stand inside <" + mOpen.back() + ">";
+    }
+
+    const FileBuffer& mInput;
+    std::vector<std::string> mOpen; // names of the open elements, innermost last
+};
 
 void printAttributes(const AttributeVector& attributes) {
     for (const Attribute& attribute : attributes) {
@@ -134,26 +216,49 @@ void printTree(const Template& target) {
 }
 
 int check(const char* file, bool tree) {
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
-        std::fprintf(stderr, "ovtemplate: cannot open %s\n", file);
-        return EXIT_USAGE;
+    int fd = ::open(file, O_RDONLY | O_CLOEXEC);
+    if (fd < 0) {
+        ovtool::error("cannot read %s: %s", file, std::strerror(errno));
+        return ovtool::EXIT_NOINPUT;
     }
-    CheckingParser parser;
+    FileBuffer buffer(fd);
+    std::istream in(&buffer);
+    CheckingParser parser(buffer);
     Template target;
     int state = parser.parse(in, &target);
-    std::printf("%s: error state %d (%s)\n", file, state, stateName(state));
-    if (!parser.mMessage.empty()) {
-        std::printf("libxml2: line %d: %s\n", parser.mLine, parser.mMessage.c_str());
-        if (state == TemplateParser::OK) {
-            // The parser itself accepts what it saw; the document simply ended there.
-            std::printf("note: not well formed; the template holds what came before\n");
-        }
+    ::close(fd);
+    if (buffer.error()) {
+        // A directory ends up here too: it opens, and its first read fails.
+        ovtool::error("cannot read %s: %s", file, std::strerror(buffer.error()));
+        return ovtool::EXIT_NOINPUT;
     }
     if (tree) {
         printTree(target);
     }
-    return state == TemplateParser::OK ? 0 : EXIT_REFUSED;
+    // A refused element comes first: after a fatal error libxml2 delivers no more elements.
+    if (state == TemplateParser::BAD_STRUCTURE) {
+        if (parser.mRefusal.empty()) {
+            ovtool::error("%s: the parse failed (error state 2)", file);
+        } else {
+            ovtool::error("%s:%d: %s (error state 2)", file, parser.mRefusalLine,
+                          parser.mRefusal.c_str());
+        }
+    }
+    bool wellFormed = parser.mFatal.empty();
+    if (!wellFormed && buffer.bytesRead() == 0) {
+        ovtool::error("%s: not well formed: the file is empty", file);
+    } else if (!wellFormed) {
+        ovtool::error("%s:%d: not well formed: %s", file, parser.mFatalLine, parser.mFatal.c_str());
+    }
+    if (!wellFormed || state != TemplateParser::OK) {
+        return EXIT_REFUSED;
+    }
+    if (!parser.mError.empty()) {
+        // Not fatal to the document, but worth knowing.
+        ovtool::error("%s:%d: libxml2: %s", file, parser.mErrorLine, parser.mError.c_str());
+    }
+    std::printf("%s: accepted\n", file);
+    return 0;
 }
 
 void printList(const char* label, const StringArrayMB& items) {
@@ -195,14 +300,12 @@ int font(const char* text) {
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int run(int argc, char** argv) {
     if (argc >= 2 && (!std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help"))) {
-        usage();
+        usage(stdout);
         return 0;
     }
-    if (argc == 3 && !std::strcmp(argv[1], "check")) {
+    if (argc == 3 && !std::strcmp(argv[1], "check") && std::strcmp(argv[2], "--tree") != 0) {
         return check(argv[2], false);
     }
     if (argc == 4 && !std::strcmp(argv[1], "check") && !std::strcmp(argv[2], "--tree")) {
@@ -211,6 +314,13 @@ int main(int argc, char** argv) {
     if (argc == 3 && !std::strcmp(argv[1], "font")) {
         return font(argv[2]);
     }
-    usage();
-    return EXIT_USAGE;
+    usage(ovtool::err());
+    return ovtool::EXIT_USAGE;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    ovtool::dropVerboseOptions(argc, argv);
+    return ovtool::finish(run(argc, argv));
 }

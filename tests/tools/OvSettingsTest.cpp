@@ -1,0 +1,228 @@
+// ovsettings run as a user runs it, on a device root of its own: exit codes, messages, and what
+// the settings files hold afterwards.
+#include "support/Files.h"
+#include "support/TempDir.h"
+#include "support/ToolProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const OVSETTINGS = OVTOOL_OVSETTINGS;
+
+class OvSettings : public ::testing::Test {
+protected:
+    ovtest::ToolResult run(std::vector<std::string> args,
+                           const ovtest::ToolOptions& options = ovtest::ToolOptions()) {
+        args.insert(args.begin(), mRoot.path());
+        return ovtest::runTool(OVSETTINGS, args, options);
+    }
+    std::string settingsFile() const {
+        return mRoot.file("/qbxlocal/download/appwrite/setup/wb_orvel_setting.cfg");
+    }
+    std::string menuFile() const {
+        return mRoot.file("/qbxlocal/download/appwrite/setup/wb_ovmenu_lang.cfg");
+    }
+    void init() { ASSERT_EQ(0, run({"init"}).exitCode); }
+
+    ovtest::TempDir mRoot;
+};
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+} // namespace
+
+TEST_F(OvSettings, HelpGoesToStandardOutputAndUsageErrorsExit64) {
+    for (const char* option : {"--help", "-h"}) {
+        ovtest::ToolResult help = ovtest::runTool(OVSETTINGS, {option});
+        EXPECT_EQ(0, help.exitCode);
+        EXPECT_TRUE(contains(help.out, "usage: ovsettings")) << option;
+        EXPECT_TRUE(contains(help.out, "65  get --int or --bool")) << option;
+        EXPECT_EQ("", help.err);
+    }
+    ovtest::ToolResult verbose = ovtest::runTool(OVSETTINGS, {"-v", "--help"});
+    EXPECT_EQ(0, verbose.exitCode);
+    EXPECT_TRUE(contains(verbose.out, "usage: ovsettings"));
+
+    for (const std::vector<std::string>& args : {std::vector<std::string>{},
+                                                 {"bogus"},
+                                                 {"get", "9"},
+                                                 {"get", "9", "K", "--float"},
+                                                 {"set", "9", "K"},
+                                                 {"init", "x"},
+                                                 {"cat", "--all"}}) {
+        ovtest::ToolResult bad = args.empty() ? ovtest::runTool(OVSETTINGS, {}) : run(args);
+        EXPECT_EQ(64, bad.exitCode) << args.size();
+        EXPECT_TRUE(contains(bad.err, "usage: ovsettings")) << bad.err;
+        EXPECT_EQ("", bad.out);
+    }
+}
+
+TEST_F(OvSettings, OnAFreshRootEveryCommandNamesTheMissingFileAndSuggestsInit) {
+    const std::string hint = "(create it with: ovsettings " + mRoot.path() + " init)";
+    struct Case {
+        std::vector<std::string> args;
+        std::string file;
+    };
+    const Case cases[] = {
+        {{"get", "OVCore.UI", "K"}, settingsFile()},
+        {{"set", "9", "K", "v"}, settingsFile()},
+        {{"list", "9"}, settingsFile()},
+        {{"cat"}, settingsFile()},
+        {{"get", "5", "K"}, menuFile()},
+        {{"cat", "--menu"}, menuFile()},
+    };
+    for (const Case& c : cases) {
+        ovtest::ToolResult result = run(c.args);
+        EXPECT_EQ(8, result.exitCode) << c.args[0];
+        EXPECT_EQ("ovsettings: " + c.args[0] + ": settings file not loaded: " + c.file +
+                      ": No such file or directory " + hint + "\n",
+                  result.err);
+    }
+    // A set did not create the file.
+    EXPECT_FALSE(ovtest::fileExists(settingsFile()));
+}
+
+TEST_F(OvSettings, InitCreatesBothFilesOnceAndNeverClobbers) {
+    ovtest::ToolResult first = run({"init"});
+    EXPECT_EQ(0, first.exitCode);
+    EXPECT_EQ("created " + settingsFile() + "\ncreated " + menuFile() + "\n", first.out);
+    EXPECT_EQ("", ovtest::readFile(settingsFile()));
+    EXPECT_TRUE(ovtest::fileExists(menuFile()));
+
+    ASSERT_EQ(0, run({"set", "OVCore.UI", "Greeting", "h\xc3\xa9llo w=rld"}).exitCode);
+    ASSERT_EQ(0, run({"set", "5", "Menu", "x"}).exitCode);
+    const std::string settings = ovtest::readFile(settingsFile());
+    const std::string menu = ovtest::readFile(menuFile());
+    EXPECT_TRUE(contains(settings, "[OVCore.UI]\nGreeting=h\xc3\xa9llo w=rld\n")) << settings;
+
+    ovtest::ToolResult again = run({"init"});
+    EXPECT_EQ(0, again.exitCode);
+    EXPECT_EQ("kept " + settingsFile() + "\nkept " + menuFile() + "\n", again.out);
+    EXPECT_EQ(settings, ovtest::readFile(settingsFile()));
+    EXPECT_EQ(menu, ovtest::readFile(menuFile()));
+
+    ovtest::ToolResult get = run({"get", "9", "Greeting"});
+    EXPECT_EQ(0, get.exitCode);
+    EXPECT_EQ("h\xc3\xa9llo w=rld\n", get.out);
+    EXPECT_EQ("x\n", run({"get", "OVCore.Menu", "Menu"}).out);
+}
+
+TEST_F(OvSettings, ADirectoryWhereAFileBelongsIsNamedWithTheReason) {
+    std::filesystem::create_directories(settingsFile());
+    ovtest::ToolResult init = run({"init"});
+    EXPECT_EQ(74, init.exitCode);
+    EXPECT_TRUE(contains(init.err, "init: cannot create " + settingsFile() + ": Is a directory"))
+        << init.err;
+    // The menu file is still made.
+    EXPECT_TRUE(contains(init.out, "created " + menuFile()));
+
+    ovtest::ToolResult get = run({"get", "9", "K"});
+    EXPECT_EQ(8, get.exitCode);
+    EXPECT_EQ("ovsettings: get: settings file not loaded: " + settingsFile() + ": Is a directory\n",
+              get.err);
+}
+
+TEST_F(OvSettings, IntegerValuesAreDecimalAnd32Bits) {
+    init();
+    ASSERT_EQ(0, run({"set", "9", "N", "7", "--int"}).exitCode);
+    const std::string before = ovtest::readFile(settingsFile());
+    for (const char* value : {"99999999999", "2147483648", "-2147483649", "010", "0x10", "12abc",
+                              "", " 5", "5 ", "+5", "-", "1e3"}) {
+        ovtest::ToolResult set = run({"set", "9", "N", value, "--int"});
+        EXPECT_EQ(64, set.exitCode) << value;
+        EXPECT_EQ(std::string("ovsettings: set: not a 32-bit decimal integer: \"") + value + "\"\n",
+                  set.err);
+        EXPECT_EQ(before, ovtest::readFile(settingsFile())) << value;
+    }
+    for (const char* value : {"2147483647", "-2147483648", "0", "10"}) {
+        ASSERT_EQ(0, run({"set", "9", "N", value, "--int"}).exitCode) << value;
+        EXPECT_EQ(std::string(value) + "\n", run({"get", "9", "N", "--int"}).out);
+    }
+    EXPECT_EQ(64, run({"set", "9", "B", "yes", "--bool"}).exitCode);
+}
+
+TEST_F(OvSettings, TypedGetOfTextOfAnotherTypeExits65) {
+    init();
+    ASSERT_EQ(0, run({"set", "9", "Word", "abc"}).exitCode);
+    ASSERT_EQ(0, run({"set", "9", "Big", "99999999999"}).exitCode);
+    ASSERT_EQ(0, run({"set", "9", "Hex", "0x1f"}).exitCode);
+    ASSERT_EQ(0, run({"set", "9", "Yes", "yes"}).exitCode);
+    ASSERT_EQ(0, run({"set", "9", "Flag", "true", "--bool"}).exitCode);
+
+    ovtest::ToolResult word = run({"get", "9", "Word", "--int"});
+    EXPECT_EQ(65, word.exitCode);
+    EXPECT_EQ("ovsettings: get: OVCore.UI: Word holds \"abc\", which is not an integer\n",
+              word.err);
+    EXPECT_EQ("", word.out);
+    EXPECT_EQ(65, run({"get", "9", "Big", "--int"}).exitCode);
+    ovtest::ToolResult yes = run({"get", "9", "Yes", "--bool"});
+    EXPECT_EQ(65, yes.exitCode);
+    EXPECT_TRUE(contains(yes.err, "neither true nor false")) << yes.err;
+    EXPECT_EQ(65, run({"get", "9", "Word", "--bool"}).exitCode);
+
+    // What the library itself reads as a number or a boolean is one.
+    ovtest::ToolResult hex = run({"get", "9", "Hex", "--int"});
+    EXPECT_EQ(0, hex.exitCode);
+    EXPECT_EQ("31\n", hex.out);
+    EXPECT_EQ("true\n", run({"get", "9", "Flag", "--bool"}).out);
+    EXPECT_EQ(3, run({"get", "9", "Nothing", "--int"}).exitCode);
+}
+
+TEST_F(OvSettings, ASetWhoseWriteNeverReachesTheFileExits74) {
+    init();
+    ASSERT_EQ(0, run({"set", "9", "K", "old"}).exitCode);
+    // Any file write fails (EFBIG), as on a full file system.
+    ovtest::ToolOptions full;
+    full.fileSizeLimit = 0;
+    ovtest::ToolResult set = run({"set", "9", "K", "new"}, full);
+    EXPECT_EQ(74, set.exitCode);
+    EXPECT_EQ("ovsettings: set: " + settingsFile() +
+                  " does not hold [OVCore.UI] K=new after the write; the change is lost\n",
+              set.err);
+    EXPECT_EQ("old\n", run({"get", "9", "K"}).out);
+
+    // A value the library refuses is reported as such, with nothing written.
+    ovtest::ToolResult refused = run({"set", "9", "K", "two\nlines"});
+    EXPECT_EQ(1, refused.exitCode);
+    EXPECT_TRUE(contains(refused.err, "refused")) << refused.err;
+    EXPECT_EQ("old\n", run({"get", "9", "K"}).out);
+}
+
+TEST_F(OvSettings, AFailedWriteOnStandardOutputExits74) {
+    init();
+    ASSERT_EQ(0, run({"set", "9", "K", "v"}).exitCode);
+    ovtest::ToolOptions full;
+    full.stdoutFile = "/dev/full";
+    ovtest::ToolOptions closed;
+    closed.closedStdout = true;
+    closed.ignoreSigpipe = true;
+    for (const std::vector<std::string>& args :
+         {std::vector<std::string>{"groups"}, {"get", "9", "K"}, {"list", "9"}, {"cat"}}) {
+        ovtest::ToolResult toFull = run(args, full);
+        EXPECT_EQ(74, toFull.exitCode) << args[0];
+        EXPECT_EQ("ovsettings: cannot write standard output: No space left on device\n",
+                  toFull.err);
+        ovtest::ToolResult toClosed = run(args, closed);
+        EXPECT_EQ(74, toClosed.exitCode) << args[0];
+        EXPECT_EQ("ovsettings: cannot write standard output: Broken pipe\n", toClosed.err);
+    }
+}
+
+TEST_F(OvSettings, LibraryDiagnosticsOnlyWithVerbose) {
+    init();
+    ovtest::ToolResult quiet = run({"set", "9", "K", "v"});
+    EXPECT_EQ(0, quiet.exitCode);
+    EXPECT_EQ("", quiet.err);
+    ovtest::ToolResult verbose =
+        ovtest::runTool(OVSETTINGS, {"--verbose", mRoot.path(), "set", "9", "K", "w"});
+    EXPECT_EQ(0, verbose.exitCode);
+    EXPECT_TRUE(ovtest::hasDiagnostics(verbose.err));
+    EXPECT_TRUE(contains(verbose.err, "OrvelSetting publish setting change event")) << verbose.err;
+}

@@ -1,0 +1,179 @@
+// May the network be used: the download option against roaming and the friendly networks,
+// the splitting of the friendly list, and what happens when a setting or the phone fails.
+#include "EngineTest.h"
+
+#include "support/StderrCapture.h"
+#include "utility/NR_EngineUtils.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using enginetest::countLines;
+
+class NetworkAccessTest : public enginetest::EngineTest {};
+
+// Read whole, commas and all: a value cut at its first comma would leave no friendly network.
+const char* const kFriendlyList = "FriendlyNetPlmn=,001010,,001020,\n";
+
+TEST_F(NetworkAccessTest, OptionsAtHomeAndRoamingInAndOutOfTheFriendlyNetworks) {
+    writeSettings(std::string("DownloadOption=0\n") + kFriendlyList);
+    struct Case {
+        int option;
+        bool roaming;
+        const char* plmn;
+        int status;
+    };
+    const Case cases[] = {
+        // Always: nothing restricts.
+        {0, false, "001020", 0},
+        {0, true, "001020", 0},
+        {0, true, "00102", 0},
+        // Home and friendly networks only.
+        {1, false, "00102", 0},
+        {1, true, "001010", 0},
+        {1, true, "001020", 0},
+        {1, true, "00102", 2},
+        {1, true, "0010200", 2},
+        // Never.
+        {2, false, "001020", 1},
+        {2, true, "00102", 1},
+        // Anything else counts as always.
+        {7, true, "00102", 0},
+        {-1, true, "00102", 0},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(::testing::Message()
+                     << "option " << c.option << (c.roaming ? " roaming" : " home") << " in "
+                     << c.plmn);
+        setDownloadOption(c.option);
+        ASSERT_TRUE(ovplatform::setRoaming(c.roaming));
+        ASSERT_TRUE(ovplatform::setCurrentPlmn(c.plmn));
+        int status = 99;
+        EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
+        EXPECT_EQ(c.status, status);
+        EXPECT_EQ(c.status == 0, NR_EngineUtils::isNetworkAccessAllowed());
+        EXPECT_EQ(c.option == 2, NR_EngineUtils::isDownloadOptionNever());
+        int option = 99;
+        EXPECT_EQ(0, NR_EngineUtils::getDownloadOptionSetting(option));
+        EXPECT_EQ(c.option, option);
+    }
+}
+
+TEST_F(NetworkAccessTest, FriendlyCheckLeavesTheStatusAloneUnlessRoamingOutside) {
+    writeSettings(kFriendlyList);
+    ASSERT_TRUE(ovplatform::setCurrentPlmn("001010"));
+    int status = 5;
+    EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
+    EXPECT_EQ(5, status) << "at home";
+    ASSERT_TRUE(ovplatform::setRoaming(true));
+    EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
+    EXPECT_EQ(5, status) << "roaming in a friendly network";
+    ASSERT_TRUE(ovplatform::setCurrentPlmn("99999"));
+    EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
+    EXPECT_EQ(2, status);
+
+    bool friendly = true;
+    EXPECT_EQ(0, NR_EngineUtils::friendlyNetworkStatus(friendly));
+    EXPECT_FALSE(friendly);
+}
+
+TEST(FriendlyListTest, ItemsMatchWholeAndByteForByte) {
+    struct Case {
+        const char* list;
+        const char* plmn;
+        int found;
+    };
+    const Case cases[] = {
+        {",001010,,001020,", "001020", 1},
+        {",001010,,001020,", "001010", 1},
+        {",001010,,001020,", "00102", 0},   // a prefix of an item
+        {",001010,,001020,", "0010201", 0}, // an item is a prefix
+        {"001020", "001020", 1},
+        {"001010, 001020", "001020", 0}, // no trimming
+        {"001020 ,001010", "001020", 0},
+        {"001010, 001020", " 001020", 1},
+        {"", "", 0},
+        {",,", "", 0}, // empty items are skipped, even for an empty PLMN
+        {"a,b", "a,b", 0},
+        {"abc", "ABC", 0},
+    };
+    for (const Case& c : cases) {
+        std::string list = c.list;
+        std::string plmn = c.plmn;
+        EXPECT_EQ(c.found, NR_EngineUtils::isPLMNInFriendlyList(plmn, list))
+            << "'" << c.plmn << "' in '" << c.list << "'";
+    }
+}
+
+TEST_F(NetworkAccessTest, MissingDownloadOptionFailsWithItsDiagnostic) {
+    writeSettings(kFriendlyList);
+    ovtest::StderrCapture capture;
+    int status = 7;
+    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
+    EXPECT_EQ(0, status);
+    int option = 42;
+    EXPECT_EQ(1, NR_EngineUtils::getDownloadOptionSetting(option));
+    EXPECT_EQ(42, option);
+    EXPECT_FALSE(NR_EngineUtils::isDownloadOptionNever());
+    EXPECT_FALSE(NR_EngineUtils::isNetworkAccessAllowed());
+    EXPECT_EQ(2, countLines(capture.text(), 3, "getNetworkAccessStatus",
+                            "NR_EngineUtils::getNetworkAccessStatus - Error occurred retrieving "
+                            "download option setting. Returning failure status.\n\n"));
+}
+
+TEST_F(NetworkAccessTest, RoamingStateFailureOnlyMattersForHomeAndFriendly) {
+    writeSettings(std::string("DownloadOption=0\n") + kFriendlyList);
+    ovplatform::setCallFails("UTIL_GetRoamStatus", true);
+    int status = 7;
+    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
+    EXPECT_EQ(0, status);
+    setDownloadOption(2);
+    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
+    EXPECT_EQ(1, status);
+
+    setDownloadOption(1);
+    ovtest::StderrCapture capture;
+    status = 7;
+    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
+    EXPECT_EQ(0, status);
+    EXPECT_FALSE(NR_EngineUtils::isNetworkAccessAllowed());
+    EXPECT_EQ(1, NR_EngineUtils::checkFriendlyNetworkStatus(status));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ(3, countLines(capture.text(), 5, "checkFriendlyNetworkStatus",
+                            "NR_EngineUtils::checkFriendlyNetworkStatus - Failed to get current "
+                            "roaming status.\n\n"));
+}
+
+TEST_F(NetworkAccessTest, FriendlyListAndCurrentNetworkAreNeededOnlyWhenRoaming) {
+    writeSettings("DownloadOption=1\n");
+    ovplatform::setCallFails("UTIL_GetCurrentPlmn", true);
+    int status = 7;
+    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status)) << "at home";
+    EXPECT_EQ(0, status);
+
+    ASSERT_TRUE(ovplatform::setRoaming(true));
+    ovtest::StderrCapture capture;
+    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
+    EXPECT_EQ(0, status);
+    std::string log = capture.text();
+    EXPECT_EQ(1, countLines(log, 3, "friendlyNetworkStatus",
+                            "NR_EngineUtils::friendlyNetworkStatus: Error occurred retrieving "
+                            "friendly PLMN list setting. Returning failure status.\n\n"));
+    EXPECT_EQ(1, countLines(log, 5, "checkFriendlyNetworkStatus",
+                            "NR_EngineUtils::checkFriendlyNetworkStatus - Roam.\n\n"));
+
+    setService("FriendlyNetPlmn", "001010");
+    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
+    EXPECT_EQ(0, status);
+    EXPECT_EQ(1, countLines(capture.text(), 3, "friendlyNetworkStatus",
+                            "NR_EngineUtils::friendlyNetworkStatus: Error occurred retrieving "
+                            "current PLMN. Returning failure status.\n\n"));
+
+    ovplatform::setCallFails("UTIL_GetCurrentPlmn", false);
+    ASSERT_TRUE(ovplatform::setCurrentPlmn("001010"));
+    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
+    EXPECT_EQ(0, status);
+}
+
+} // namespace
