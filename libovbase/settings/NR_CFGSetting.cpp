@@ -5,11 +5,16 @@
 #include "types/AttrMap.h"
 #include "types/FnLog.h"
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <climits>
 #include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <fstream>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -32,15 +37,81 @@ bool writeAll(int fd, const std::string& data) {
     return true;
 }
 
+std::string directoryOf(const std::string& path) {
+    size_t slash = path.rfind('/');
+    return slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
+}
+
 // Makes a completed rename durable; failure only weakens durability, not consistency.
 void syncDirectoryOf(const std::string& path) {
-    size_t slash = path.rfind('/');
-    std::string dir = slash == std::string::npos ? "." : path.substr(0, slash == 0 ? 1 : slash);
-    int fd = ::open(dir.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    int fd = ::open(directoryOf(path).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (fd >= 0) {
         ::fsync(fd);
         ::close(fd);
     }
+}
+
+// The file PATH names once symbolic links at its end are followed (links in its directories
+// need no following: the rename goes through them). A missing file, a dangling link's target
+// or a link loop gives the last name reached.
+std::string followLinks(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat st;
+        if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+            break;
+        char target[PATH_MAX];
+        ssize_t n = ::readlink(path.c_str(), target, sizeof target);
+        if (n <= 0 || size_t(n) == sizeof target)
+            break;
+        std::string next(target, size_t(n));
+        path = next[0] == '/' ? next : directoryOf(path) + "/" + next;
+    }
+    return path;
+}
+
+// An exclusive flock on the directory of FILE for the object's lifetime (see the header for
+// why the directory). A directory that cannot be opened or locked leaves the write unlocked.
+class DirectoryLock {
+public:
+    explicit DirectoryLock(const std::string& file) : mFd(-1) {
+        if (file.empty())
+            return;
+        mFd = ::open(directoryOf(file).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        int rc = mFd < 0 ? -1 : ::flock(mFd, LOCK_EX);
+        while (rc != 0 && mFd >= 0 && errno == EINTR)
+            rc = ::flock(mFd, LOCK_EX);
+        if (rc != 0)
+            OV_LOG(2, "Couldn't lock the directory of setting file %s: %s\n\n", file.c_str(),
+                   std::strerror(errno));
+    }
+    ~DirectoryLock() {
+        if (mFd >= 0)
+            ::close(mFd);
+    }
+    DirectoryLock(const DirectoryLock&) = delete;
+    DirectoryLock& operator=(const DirectoryLock&) = delete;
+
+private:
+    int mFd;
+};
+
+// Whether the text form of the file gives back SECTION and KEY after a store and a load
+// (CFGOrvelSetting::canCarry lists the reasons).
+bool fileFormCarries(const std::string& section, const std::string& key) {
+    if (section.find_first_of("]\r\n") != std::string::npos)
+        return false;
+    for (unsigned char c : section) {
+        if (c > 0x7F)
+            return false;
+    }
+    if (key.find_first_of("=\r\n") != std::string::npos)
+        return false;
+    if (key.empty())
+        return true;
+    if (key[0] == '[' || key[0] == '#' || key.back() == ' ')
+        return false;
+    return !(section == AttrMap::DEFAULT_CATEGORY &&
+             std::isspace(static_cast<unsigned char>(key[0])));
 }
 
 } // namespace
@@ -178,18 +249,28 @@ std::string CFGOrvelSetting::announcedName(const char* group, const char* key) {
     return std::string(group) + "." + key;
 }
 
+bool CFGOrvelSetting::canCarry(const char* group, const char* key) {
+    return fileFormCarries(group, key);
+}
+
 int CFGOrvelSetting::writeValue(const char* group, const char* key,
                                 const std::function<void(AttrMap&)>& put, const std::string& text) {
     if (!mLoaded)
         return SETTING_NOT_LOADED;
-    // A line feed would break the file's line structure (and could forge other keys).
-    if (!group || !key || std::strchr(group, '\n') || std::strchr(key, '\n') ||
-        text.find('\n') != std::string::npos)
+    // A line feed in the value would break the file's line structure (and could forge keys).
+    if (!group || !key || !canCarry(group, key) || text.find('\n') != std::string::npos)
         return SETTING_NOT_SUPPORTED;
+    const std::string target = mpPath ? followLinks(mpPath) : std::string();
+    // Held until the announcement is out, so announcements leave in the order of the writes.
+    DirectoryLock turn(target);
     {
         std::lock_guard<std::recursive_mutex> guard(mLock);
+        takeFileValues(target);
         put(*mpAttrMap);
-        rewriteFile();
+        if (rewriteFile(target))
+            mUnsaved.clear();
+        else
+            mUnsaved.emplace(group, key);
         // Our own announcement comes back from the bus; remember it so that a late echo
         // cannot overwrite a newer value written meanwhile.
         mPendingEchoes.emplace_back(announcedName(group, key), text);
@@ -200,23 +281,50 @@ int CFGOrvelSetting::writeValue(const char* group, const char* key,
     return SETTING_OK;
 }
 
-bool CFGOrvelSetting::rewriteFile() {
-    if (!mpPath)
+void CFGOrvelSetting::takeFileValues(const std::string& target) {
+    if (target.empty())
+        return;
+    std::ifstream in(target, std::ios::binary);
+    if (!in)
+        return;
+    AttrMap current(false);
+    current.load(in);
+    for (const AttrMap::CategoryMap::value_type& section : current.categories()) {
+        for (const AttrMap::KeyMap::value_type& entry : section.second) {
+            if (mUnsaved.count(std::make_pair(section.first, entry.first)))
+                continue;
+            // putString makes the section and key; the whole list (a key may occur twice)
+            // then replaces its value.
+            mpAttrMap->putString(entry.first, ovTypes::String(), section.first);
+            (*mpAttrMap->categoryAt(section.first))[entry.first] = entry.second;
+        }
+    }
+}
+
+bool CFGOrvelSetting::rewriteFile(const std::string& target) {
+    if (target.empty())
         return false;
     std::ostringstream text;
     mpAttrMap->store(text);
     std::string data = text.str();
 
-    std::string target = mpPath;
     std::string temp = target + ".XXXXXX";
     int fd = ::mkostemp(&temp[0], O_CLOEXEC);
     if (fd < 0) {
         OV_LOG(3, "Couldn't write setting file %s: %s\n\n", target.c_str(), std::strerror(errno));
         return false;
     }
-    // Keep the permissions of the file being replaced (mkstemp creates 0600).
+    // Keep what the file being replaced had (mkstemp makes the writer's file, mode 0600): its
+    // owner and group where the writer may give them (root may, others only to a group of
+    // their own), then its mode, last because a change of owner clears set-id bits.
     struct stat st;
-    ::fchmod(fd, ::stat(target.c_str(), &st) == 0 ? (st.st_mode & 07777) : 0644);
+    mode_t mode = 0644;
+    if (::stat(target.c_str(), &st) == 0) {
+        if (::fchown(fd, st.st_uid, st.st_gid) != 0 && ::fchown(fd, uid_t(-1), st.st_gid) != 0)
+            OV_LOG(5, "Setting file %s changes owner to the writer\n\n", target.c_str());
+        mode = st.st_mode & 07777;
+    }
+    ::fchmod(fd, mode);
     bool ok = writeAll(fd, data) && ::fsync(fd) == 0;
     ok = ::close(fd) == 0 && ok;
     ok = ok && ::rename(temp.c_str(), target.c_str()) == 0;
@@ -247,10 +355,8 @@ bool CFGOrvelSetting::firstProperty(OV_Event& e, std::string& name, std::string&
 bool CFGOrvelSetting::splitName(const std::string& name, std::string& group, std::string& key) {
     size_t first = name.find('.');
     size_t second = first == std::string::npos ? first : name.find('.', first + 1);
-    if (second == std::string::npos) {
-        OV_LOG(2, "Setting name %s names no key. Ignored.\n\n", name.c_str());
+    if (second == std::string::npos)
         return false;
-    }
     group = name.substr(0, second);
     key = name.substr(second + 1);
     return true;
@@ -265,8 +371,12 @@ void CFGOrvelSetting::applyChange(OV_Event& e) {
     if (e.mEventType != SETTING_CHANGED_TOPIC)
         return;
     std::string name, value, group, key;
-    if (!firstProperty(e, name, value) || !splitName(name, group, key))
+    if (!firstProperty(e, name, value))
         return;
+    if (!splitName(name, group, key)) {
+        OV_LOG(2, "Setting name %s names no key. Ignored.\n\n", name.c_str());
+        return;
+    }
     // Every change is kept under its own group as section, whichever file this source holds:
     // a menu change lands in a section "OVCore.Menu" here, and a change of another group in
     // a section of that name in the menu source.
@@ -275,16 +385,29 @@ void CFGOrvelSetting::applyChange(OV_Event& e) {
 
 void CFGOrvelSetting::applyReceived(const std::string& name, const std::string& section,
                                     const std::string& key, const std::string& value) {
-    // Never written by a setter (it would break the file's lines); not taken from others either.
-    if (name.find('\n') != std::string::npos || value.find('\n') != std::string::npos)
+    // Never written by a setter (they would break the file's lines or come back as another
+    // key); not taken from others either, since memory goes to the file on the next write.
+    if (value.find('\n') != std::string::npos || !fileFormCarries(section, key))
         return;
     std::lock_guard<std::recursive_mutex> guard(mLock);
-    for (auto it = mPendingEchoes.begin(); it != mPendingEchoes.end(); ++it) {
-        if (it->first == name && it->second == value) {
-            mPendingEchoes.erase(it);
-            return;
-        }
-    }
+    if (isStaleEcho(name, value))
+        return;
     // Memory only: no file write and no announcement, so the change does not echo.
     mpAttrMap->putString(key, ovTypes::String(ovTypes::ID(value)), section);
+}
+
+bool CFGOrvelSetting::isStaleEcho(const std::string& name, const std::string& value) {
+    // Our announcements come back in the order they were sent, so the oldest pending one equal
+    // to this change is taken as its echo, and older ones of the same name never came back
+    // (the publish failed, the bus was down): both are forgotten. A change is never dropped for
+    // matching an announcement alone, which may equally be a genuine change from elsewhere:
+    // only when a newer write of the same name is still pending, whose value must not be undone.
+    auto sameName = [&](const std::pair<std::string, std::string>& p) { return p.first == name; };
+    auto echo =
+        std::find(mPendingEchoes.begin(), mPendingEchoes.end(), std::make_pair(name, value));
+    if (echo == mPendingEchoes.end())
+        return false;
+    auto kept = std::remove_if(mPendingEchoes.begin(), echo + 1, sameName);
+    mPendingEchoes.erase(kept, echo + 1);
+    return std::any_of(mPendingEchoes.begin(), mPendingEchoes.end(), sameName);
 }

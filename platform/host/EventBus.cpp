@@ -185,5 +185,8 @@ int ES_EventSubscriber::unsubscribe(const std::string& topic, ES_EventHandler* h
 }
 
 int ES_EventPublisher::publish(const ES_Event& event) {
+    // Lets a test lose a publication as a bus that is down would.
+    if (ovplatform::callFails("ES_EventPublisher::publish"))
+        return ES_ERR_BUS_DOWN;
     return ovplatform::EventBus::instance()->publish(event);
 }

@@ -21,6 +21,7 @@
 #include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -161,18 +162,90 @@ TEST_F(CFGSettingTest, FailedWriteLeavesTheOldFileWhole) {
     small.rlim_cur = 64;
     ASSERT_EQ(0, ::setrlimit(RLIMIT_FSIZE, &small));
     int rc = s.setInt(kUI, "Octal", 9);
+    int rcExisting = s.setInt(kStorage, "MaxSize", 9);
     ::setrlimit(RLIMIT_FSIZE, &saved);
     std::signal(SIGXFSZ, oldHandler);
 
     EXPECT_EQ(0, rc) << "write failures are not reported to the caller";
+    EXPECT_EQ(0, rcExisting);
     EXPECT_EQ(original, ovtest::readFile(ovtest::mainSettingsPath()));
     int number = 0;
     EXPECT_EQ(0, s.getInt(kUI, "Octal", number));
     EXPECT_EQ(9, number) << "memory holds the new value";
 
-    // The next write that can succeed carries it to the file.
+    // The next write that can succeed carries both to the file, although the file still holds
+    // an older MaxSize when that write reads it.
     ASSERT_EQ(0, s.setInt(kUI, "Other", 1));
-    EXPECT_NE(std::string::npos, ovtest::readFile(ovtest::mainSettingsPath()).find("Octal=9\n"));
+    const std::string after = ovtest::readFile(ovtest::mainSettingsPath());
+    EXPECT_NE(std::string::npos, after.find("Octal=9\n"));
+    EXPECT_NE(std::string::npos, after.find("MaxSize=9\n"));
+    EXPECT_EQ(0, s.getInt(kStorage, "MaxSize", number));
+    EXPECT_EQ(9, number);
+}
+
+TEST_F(CFGSettingTest, WriteKeepsWhatOthersWroteToTheFileMeanwhile) {
+    CFGOrvelSetting& s = open("[OVCore.UI]\nA=1\nB=1\n");
+    // Another writer, whose announcements never reached this source, changed the file.
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nS=s\n[OVCore.UI]\nA=5\nB=1\nB=2\n"));
+    ASSERT_EQ(0, s.setInt(kUI, "C", 3));
+    EXPECT_EQ("[OVCore.Storage]\nS=s\n[OVCore.UI]\nA=5\nB=1\nC=3\n",
+              ovtest::readFile(ovtest::mainSettingsPath()));
+    int number = 0;
+    EXPECT_EQ(0, s.getInt(kUI, "A", number));
+    EXPECT_EQ(5, number) << "memory takes the file's values";
+    ovTypes::String text;
+    EXPECT_EQ(0, s.getString(kStorage, "S", text));
+    EXPECT_EQ(ovTypes::String(L"s"), text);
+}
+
+TEST_F(CFGSettingTest, WritesThroughSymbolicLinksWhichStay) {
+    namespace fs = std::filesystem;
+    // setup/wb_orvel_setting.cfg -> ../../../../data/hop.cfg (relative) -> data/real/x.cfg
+    const std::string realDir = mRoot.file("/data/real");
+    const std::string real = realDir + "/x.cfg";
+    const std::string hop = mRoot.file("/data/hop.cfg");
+    const std::string link = ovtest::mainSettingsPath();
+    const std::string relative = "../../../../data/hop.cfg";
+    ASSERT_TRUE(ovtest::writeFile(real, "[OVCore.UI]\nA=1\n"));
+    ASSERT_EQ(0, ::chmod(real.c_str(), 0640));
+    fs::create_symlink(real, hop);
+    fs::create_directories(fs::path(link).parent_path());
+    fs::create_symlink(relative, link);
+
+    CFGOrvelSetting& s = openExisting();
+    ASSERT_TRUE(s.isLoaded());
+    ASSERT_EQ(0, s.setInt(kUI, "A", 2));
+    ASSERT_EQ(0, s.setInt(kUI, "B", 3));
+
+    EXPECT_TRUE(fs::is_symlink(link));
+    EXPECT_EQ(relative, fs::read_symlink(link).string());
+    EXPECT_TRUE(fs::is_symlink(hop));
+    EXPECT_EQ("[OVCore.UI]\nA=2\nB=3\n", ovtest::readFile(real));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(real.c_str(), &st));
+    EXPECT_EQ(0640u, st.st_mode & 07777);
+    // The new file was made beside the target, and nothing is left behind anywhere.
+    std::vector<std::string> names;
+    for (const auto& dir : {realDir, fs::path(link).parent_path().string()})
+        for (const auto& entry : fs::directory_iterator(dir))
+            names.push_back(entry.path().filename().string());
+    EXPECT_EQ((std::vector<std::string>{"x.cfg", "wb_orvel_setting.cfg"}), names);
+}
+
+TEST_F(CFGSettingTest, RewriteKeepsTheOwnerWhereTheWriterMay) {
+    if (::geteuid() != 0)
+        GTEST_SKIP() << "giving the file another owner needs root";
+    CFGOrvelSetting& s = open("[OVCore.UI]\nA=1\n");
+    const std::string path = ovtest::mainSettingsPath();
+    ASSERT_EQ(0, ::chown(path.c_str(), 4242, 4343));
+    ASSERT_EQ(0, ::chmod(path.c_str(), 0604));
+    ASSERT_EQ(0, s.setInt(kUI, "A", 2));
+    struct stat st;
+    ASSERT_EQ(0, ::stat(path.c_str(), &st));
+    EXPECT_EQ(4242u, st.st_uid);
+    EXPECT_EQ(4343u, st.st_gid);
+    EXPECT_EQ(0604u, st.st_mode & 07777);
+    EXPECT_EQ("[OVCore.UI]\nA=2\n", ovtest::readFile(path));
 }
 
 TEST_F(CFGSettingTest, ReceivedChangeGoesToMemoryOnlyAndDoesNotEcho) {
@@ -249,25 +322,66 @@ private:
     bool mOpen = false;
 };
 
-TEST_F(CFGSettingTest, LateEchoOfOwnWriteDoesNotUndoANewerOne) {
-    // Handlers run in order of subscription: the gate, the source, the recorder. The gate
-    // holds the echo of the first write until the second write is done.
-    auto gate = std::make_unique<Gate>();
-    Gate& gateRef = *gate;
-    keep(std::move(gate));
-    CFGOrvelSetting& s = open("");
-    std::vector<int> seen;
-    recorder().onChange = [&](const settingstest::Change&) {
-        int value = -1;
-        s.getInt(kUI, "K", value);
-        seen.push_back(value);
-    };
-    ASSERT_EQ(0, s.setInt(kUI, "K", 1));
-    ASSERT_EQ(0, s.setInt(kUI, "K", 2));
-    gateRef.open();
+// Handlers run in order of subscription: the gate, the source, the recorder. The gate holds
+// every delivery until it is opened; as each change passes, the recorder notes the value of
+// K that the source's memory then holds.
+class CFGSettingEchoTest : public CFGSettingTest {
+protected:
+    void SetUp() override {
+        CFGSettingTest::SetUp();
+        auto gate = std::make_unique<Gate>();
+        mGate = gate.get();
+        keep(std::move(gate));
+        mSource = &open("");
+        recorder().onChange = [this](const settingstest::Change&) {
+            int value = -1;
+            mSource->getInt(kUI, "K", value);
+            mSeen.push_back(value);
+        };
+    }
+    Gate* mGate = nullptr;
+    CFGOrvelSetting* mSource = nullptr;
+    std::vector<int> mSeen;
+};
+
+TEST_F(CFGSettingEchoTest, LateEchoOfOwnWriteDoesNotUndoANewerOne) {
+    // The echo of the first write arrives after the second write.
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 1));
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 2));
+    mGate->open();
     ASSERT_TRUE(recorder().waitForChanges(2));
     ASSERT_TRUE(recorder().drain());
-    EXPECT_EQ((std::vector<int>{2, 2}), seen);
+    EXPECT_EQ((std::vector<int>{2, 2}), mSeen);
+}
+
+TEST_F(CFGSettingEchoTest, ChangeSentBeforeANewerOwnWriteDoesNotUndoIt) {
+    // K=1 is lost; another process's K=1 is on the bus before this source's K=2, whose write
+    // therefore is the newer one.
+    ovplatform::setCallFails("ES_EventPublisher::publish", true);
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 1));
+    ovplatform::setCallFails("ES_EventPublisher::publish", false);
+    settingstest::publishChange("OVCore.UI.K", "1");
+    ASSERT_EQ(0, mSource->setInt(kUI, "K", 2));
+    mGate->open();
+    ASSERT_TRUE(recorder().waitForChanges(2));
+    ASSERT_TRUE(recorder().drain());
+    EXPECT_EQ((std::vector<int>{2, 2}), mSeen);
+}
+
+TEST_F(CFGSettingTest, GenuineChangeEqualToALostAnnouncementIsApplied) {
+    CFGOrvelSetting& s = open("");
+    recorder();
+    // The announcement of K=1 never comes back, as with a bus that is down.
+    ovplatform::setCallFails("ES_EventPublisher::publish", true);
+    ASSERT_EQ(0, s.setInt(kUI, "K", 1));
+    ovplatform::setCallFails("ES_EventPublisher::publish", false);
+    // Another process then sets 2, and 1 again.
+    settingstest::publishChange("OVCore.UI.K", "2");
+    settingstest::publishChange("OVCore.UI.K", "1");
+    ASSERT_TRUE(recorder().drain());
+    int value = 0;
+    EXPECT_EQ(0, s.getInt(kUI, "K", value));
+    EXPECT_EQ(1, value);
 }
 
 // Settings files as they are found in the field: none of these may crash, and each gives the

@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <fcntl.h>
+#include <functional>
 #include <memory>
 #include <random>
 #include <signal.h>
@@ -28,7 +29,11 @@ namespace {
 const char* const kUI = "OVCore.UI";
 const char* const kStorage = "OVCore.Storage";
 const char* const kChildRootVariable = "OVBASE_TEST_SETTINGS_CHILD_ROOT";
+const char* const kChildPrefixVariable = "OVBASE_TEST_SETTINGS_CHILD_PREFIX";
+const char* const kChildStartVariable = "OVBASE_TEST_SETTINGS_CHILD_START";
 const int kKeys = 200;
+// Keys each of two concurrent writers sets.
+const int kEach = 100;
 
 std::string keyName(int i) {
     char name[16];
@@ -106,19 +111,134 @@ int checkWholeFile(const std::string& content) {
     return counter;
 }
 
-// Starts this test program again as the writer of ROOTDIR, its output discarded.
-pid_t spawnWriter(const std::string& rootDir) {
+// Starts this test program again to run the child test TEST on ROOTDIR, its output discarded;
+// PREFIX goes to the child in the environment.
+pid_t spawnChild(const std::string& rootDir, const char* test, const std::string& prefix = "") {
     pid_t pid = ::fork();
     if (pid != 0)
         return pid;
     ::setenv(kChildRootVariable, rootDir.c_str(), 1);
+    ::setenv(kChildPrefixVariable, prefix.c_str(), 1);
     int devNull = ::open("/dev/null", O_WRONLY);
     ::dup2(devNull, 1);
     ::dup2(devNull, 2);
-    ::execl("/proc/self/exe", "/proc/self/exe",
-            "--gtest_filter=CFGSettingChild.DISABLED_WritesUntilKilled",
-            "--gtest_also_run_disabled_tests", static_cast<char*>(nullptr));
+    std::string filter = std::string("--gtest_filter=CFGSettingChild.DISABLED_") + test;
+    ::execl("/proc/self/exe", "/proc/self/exe", filter.c_str(), "--gtest_also_run_disabled_tests",
+            static_cast<char*>(nullptr));
     ::_exit(127);
+}
+
+pid_t spawnWriter(const std::string& rootDir) {
+    return spawnChild(rootDir, "WritesUntilKilled");
+}
+
+// How many of the updates of the two concurrent writers HOLDS (key, value) lacks.
+int missingUpdates(const std::function<bool(const std::string&, int)>& holds) {
+    int missing = 0;
+    for (const char* prefix : {"A", "B"}) {
+        for (int i = 0; i < kEach; ++i) {
+            if (!holds(prefix + keyName(i), i))
+                ++missing;
+        }
+    }
+    return missing;
+}
+
+// Whether the file at PATH, as it is now, holds a key with its value in the group kUI.
+std::function<bool(const std::string&, int)> fileHolds(const std::string& path) {
+    auto map = std::make_shared<AttrMap>(false);
+    std::istringstream in(ovtest::readFile(path));
+    map->load(in);
+    return [map](const std::string& key, int expected) {
+        bool found = false;
+        return map->getInt(key, -1, &found, kUI) == expected && found;
+    };
+}
+
+// Run only as a child of the test below: waits until the parent closes the start pipe (so
+// that both children start together), then writes kEach keys of its own, one write each.
+TEST(CFGSettingChild, DISABLED_WritesItsOwnKeys) {
+    const char* rootDir = std::getenv(kChildRootVariable);
+    const char* prefix = std::getenv(kChildPrefixVariable);
+    const char* start = std::getenv(kChildStartVariable);
+    if (!rootDir || !prefix || !start)
+        GTEST_SKIP() << "only run as a child process";
+    ovplatform::setDeviceRoot(rootDir);
+    auto source = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+    auto recorder = std::make_unique<settingstest::SettingRecorder>();
+    ASSERT_TRUE(source->isLoaded());
+    char byte;
+    ASSERT_EQ(0, ::read(std::atoi(start), &byte, 1));
+    for (int i = 0; i < kEach; ++i)
+        EXPECT_EQ(0, source->setInt(kUI, (prefix + keyName(i)).c_str(), i));
+    // The source's own announcements must be delivered before it goes.
+    EXPECT_TRUE(recorder->drain());
+    recorder.reset();
+    source.reset();
+    OV_EventAndStatusFacade::destroy();
+}
+
+// Each write read the file as the other process left it: no update of either is lost.
+TEST(SharedSettingsTest, TwoProcessesWritingDistinctKeysLoseNothing) {
+    ovtest::TempDir root;
+    ovplatform::setDeviceRoot(root.path());
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
+    const std::string path = ovtest::mainSettingsPath();
+    ovplatform::setDeviceRoot("");
+
+    // Only the read end reaches the children: they see its end when the parent closes the
+    // write end.
+    int start[2];
+    ASSERT_EQ(0, ::pipe2(start, O_CLOEXEC));
+    ASSERT_EQ(0, ::fcntl(start[0], F_SETFD, 0));
+    ::setenv(kChildStartVariable, std::to_string(start[0]).c_str(), 1);
+    pid_t a = spawnChild(root.path(), "WritesItsOwnKeys", "A");
+    pid_t b = spawnChild(root.path(), "WritesItsOwnKeys", "B");
+    ::unsetenv(kChildStartVariable);
+    ::close(start[0]);
+    ::close(start[1]);
+    ASSERT_GT(a, 0);
+    ASSERT_GT(b, 0);
+    for (pid_t child : {a, b}) {
+        int status = 0;
+        ASSERT_EQ(child, ::waitpid(child, &status, 0));
+        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+    }
+
+    EXPECT_EQ(0, missingUpdates(fileHolds(path))) << "of " << 2 * kEach << " updates";
+    EXPECT_NE(std::string::npos, ovtest::readFile(path).find("[OVCore.Storage]\nKeep=1\n"));
+}
+
+// Two sources of one process, written from two threads: the file and both memories end up
+// with every key.
+TEST(SharedSettingsTest, TwoSourcesOnTwoThreadsLoseNothing) {
+    ovtest::TempDeviceRoot root;
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
+    auto a = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+    auto b = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+    auto recorder = std::make_unique<settingstest::SettingRecorder>();
+    auto writeKeys = [](CFGOrvelSetting* source, std::string prefix) {
+        for (int i = 0; i < kEach; ++i)
+            source->setInt(kUI, (prefix + keyName(i)).c_str(), i);
+    };
+    std::thread first(writeKeys, a.get(), "A");
+    std::thread second(writeKeys, b.get(), "B");
+    first.join();
+    second.join();
+    ASSERT_TRUE(recorder->drain());
+
+    EXPECT_EQ(0, missingUpdates(fileHolds(ovtest::mainSettingsPath())));
+    for (CFGOrvelSetting* source : {a.get(), b.get()}) {
+        EXPECT_EQ(0, missingUpdates([&](const std::string& key, int expected) {
+                      int value = -1;
+                      return source->getInt(kUI, key.c_str(), value) == 0 && value == expected;
+                  }));
+    }
+
+    recorder.reset();
+    a.reset();
+    b.reset();
+    OV_EventAndStatusFacade::destroy();
 }
 
 TEST(CFGSettingSlow, WriterKilledMidWriteNeverLeavesABrokenFile) {
