@@ -40,9 +40,6 @@ int TemplateManager::load(const MString& id, std::istream& in) {
     if (state != TemplateParser::OK) {
         return state;
     }
-    if (loaded->getLayoutCount() == 0) {
-        return NO_LAYOUT;
-    }
     mTemplates[id] = loaded;
     mFailed.erase(id);
     mFailedDefault.erase(id);

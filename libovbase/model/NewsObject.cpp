@@ -299,10 +299,8 @@ bool NewsObject::showingChannelItems() {
 }
 
 const NewsObject::Content* NewsObject::getExcerptXHTMLContent() const {
-    if (!excerptContentMap)
-        return nullptr;
-    ContentMap::const_iterator found = excerptContentMap->find(PRIMARY_XHTML_CONTENT_NAME);
-    return found == excerptContentMap->end() ? nullptr : &found->second;
+    return excerptContentMap ? excerptContentMap->contentNamed(PRIMARY_XHTML_CONTENT_NAME)
+                             : nullptr;
 }
 
 String NewsObject::getText(const ID& uiAttr) const {

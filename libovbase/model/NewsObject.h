@@ -157,7 +157,7 @@ public:
     // ChannelBarMode of the news-reader UI group, read once per process).
     static bool showingChannelItems();
 
-    // The "primaryxhtml" content of excerptContentMap, or null.
+    // The content of excerptContentMap named "primaryxhtml" (by key, else by name), or null.
     const Content* getExcerptXHTMLContent() const;
 
     // The text the templates show for the UI attribute: "title", "description", "item-count"

@@ -22,8 +22,10 @@ public:
     // Writes the object's keys into ATTRS.
     virtual void storeIntoAttrs(AttrMap& attrs) const = 0;
 
-    // Writes the stream form to OUT; false when the stream failed while taking it. A line feed
-    // in a key or value is written as a space, so no text can add lines of its own.
+    // Writes the stream form to OUT: AttrMap::store of what storeIntoAttrs gives, byte for
+    // byte, except that a line feed in a key or value (which the writers of values should
+    // never put there) is written as a space, so no text can add lines of its own. False when
+    // the stream failed while taking it.
     bool store(std::ostream& out) const;
     // Reads the stream form from IN. Any bytes are accepted: what is not a known key line
     // leaves the field at its default, so a garbage or truncated stream gives the defaults.

@@ -14,7 +14,7 @@
 using DPTemplate::Template;
 using DPTemplate::TemplateManager;
 
-TEST(TemplateManager, KeepsOnlyUsableTemplates) {
+TEST(TemplateManager, KeepsWhatTheParserAccepts) {
     TemplateManager* manager = TemplateManager::getInstance();
     ASSERT_EQ(manager, TemplateManager::getInstance());
     manager->clear();
@@ -28,9 +28,15 @@ TEST(TemplateManager, KeepsOnlyUsableTemplates) {
     // Refused documents leave the template kept before in place.
     std::istringstream misplaced("<template><layout><row><row/></row></layout></template>");
     EXPECT_EQ(2, manager->load("dc:item", misplaced));
-    std::istringstream noLayout("<template><stylesheet id=\"s\"/></template>");
-    EXPECT_EQ(TemplateManager::NO_LAYOUT, manager->load("dc:item", noLayout));
+    std::istringstream notATemplate("<layout id=\"item\"/>");
+    EXPECT_NE(0, manager->load("dc:item", notATemplate));
     EXPECT_TRUE(manager->get("dc:item") == kept);
+    // Whatever the parser accepts is kept, even a template without layouts.
+    std::istringstream noLayout("<template><stylesheet id=\"s\"/></template>");
+    EXPECT_EQ(0, manager->load("dc:bare", noLayout));
+    ASSERT_TRUE(manager->get("dc:bare") != nullptr);
+    EXPECT_EQ(0u, manager->get("dc:bare")->getLayoutCount());
+    manager->remove("dc:bare");
 
     EXPECT_TRUE(manager->get("dc:other") == nullptr);
     // A handle given out outlives the manager's own reference.
@@ -97,7 +103,7 @@ TEST_F(TemplateFromCache, AFailedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
     ASSERT_FALSE(path.empty());
     EXPECT_TRUE(mManager.get("tpl") == nullptr);
 
-    // The same file, rewritten in place with a usable template of the same size and given its
+    // The same file, rewritten in place with an acceptable template of the same size and given its
     // old modification time back: it is not parsed again, so it stays refused.
     struct stat before;
     ASSERT_EQ(0, stat(path.c_str(), &before));
@@ -115,11 +121,13 @@ TEST_F(TemplateFromCache, AFailedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
     EXPECT_TRUE(mManager.get("tpl") != nullptr);
 }
 
-TEST_F(TemplateFromCache, AStoredTemplateWithoutLayoutIsRefusedUntilReplaced) {
-    put("tpl", "<template><stylesheet id=\"s\"/></template>");
+TEST_F(TemplateFromCache, ARefusedTemplateIsTriedAgainOnceReplaced) {
+    put("tpl", kBad);
     EXPECT_TRUE(mManager.get("tpl") == nullptr);
-    put("tpl", kGood); // a new download: a new file
-    EXPECT_TRUE(mManager.get("tpl") != nullptr);
+    put("tpl", "<template/>"); // a new download: a new file, accepted though it has no layout
+    PtrRef<Template> bare = mManager.get("tpl");
+    ASSERT_TRUE(bare != nullptr);
+    EXPECT_EQ(0u, bare->getLayoutCount());
 }
 
 TEST_F(TemplateFromCache, DefaultContentTemplatesAreNotReadFromTheCache) {

@@ -228,10 +228,14 @@ TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
 
     item.excerptContentMap.reset(new NewsObject::ContentMap);
     EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
-    (*item.excerptContentMap)["other"].name = "primaryxhtml"; // looked up by key only
+    (*item.excerptContentMap)["other"].contextId = "page";
     EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
-    (*item.excerptContentMap)["primaryxhtml"].contextId = "page";
+    // Found by its name as well as by its key, and by key first.
+    (*item.excerptContentMap)["other"].name = "primaryxhtml";
+    ASSERT_NE(nullptr, item.getExcerptXHTMLContent());
     EXPECT_EQ("page", item.getExcerptXHTMLContent()->contextId);
+    (*item.excerptContentMap)["primaryxhtml"].contextId = "keyed";
+    EXPECT_EQ("keyed", item.getExcerptXHTMLContent()->contextId);
 }
 
 TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {

@@ -74,6 +74,15 @@ void fill(Item& item) {
     item.displayTime = 15;
 }
 
+// What storeIntoAttrs gives, written by the map itself.
+std::string mapBytesOf(const Streamable& object) {
+    AttrMap attrs(true);
+    object.storeIntoAttrs(attrs);
+    std::ostringstream out;
+    attrs.store(out);
+    return out.str();
+}
+
 } // namespace
 
 TEST(StreamForm, DefaultItemIsExactlyItsDefaultKeys) {
@@ -268,6 +277,19 @@ TEST(StreamForm, ChannelsAndContainersListTheirChildrenInFeedOrder) {
     back.channelIDs = {"stale"};
     loadFrom(back, "channelIDs=c2,,c1\n");
     EXPECT_EQ((std::vector<ID>{"c2", "c1"}), back.channelIDs);
+}
+
+TEST(StreamForm, AnObjectStoresExactlyTheBytesOfItsMap) {
+    Item item("i1");
+    fill(item);
+    EXPECT_EQ(mapBytesOf(item), streamOf(item));
+    Channel channel("c1");
+    channel.title = L"World, \\ [news]\t# = more\r"; // only a line feed is changed
+    channel.itemIDs = {"i3", "i1,x"};
+    EXPECT_EQ(mapBytesOf(channel), streamOf(channel));
+    Container container("news");
+    container.channelIDs = {"c1", "c2"};
+    EXPECT_EQ(mapBytesOf(container), streamOf(container));
 }
 
 TEST(StreamForm, ALineFeedInATextCannotAddAKey) {
