@@ -33,11 +33,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
         const DefaultContentIndexItem& item = entry.second;
         std::string bytes;
         const bool delivered = DefaultContentIndex::readResource(path, item, &bytes);
-        if (delivered != (item.offset >= 0 && item.length >= 0 &&
-                          int64_t(item.offset) + item.length <= int64_t(size)))
+        if (delivered != (item.mOffset >= 0 && item.mLength >= 0 &&
+                          int64_t(item.mOffset) + item.mLength <= int64_t(size)))
             __builtin_trap(); // delivered exactly when the entry lies inside the file
-        if (delivered && bytes != std::string(reinterpret_cast<const char*>(data) + item.offset,
-                                              static_cast<size_t>(item.length)))
+        if (delivered && bytes != std::string(reinterpret_cast<const char*>(data) + item.mOffset,
+                                              static_cast<size_t>(item.mLength)))
             __builtin_trap();
     }
     return 0;

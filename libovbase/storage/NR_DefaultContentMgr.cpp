@@ -163,14 +163,14 @@ void writeInt(std::ostream& out, int32_t value) {
         out.put(static_cast<char>((bits >> shift) & 0xFF));
 }
 
-DefaultContentIndexItem::DefaultContentIndexItem(std::istream& in) : length(0), offset(0) {
+DefaultContentIndexItem::DefaultContentIndexItem(std::istream& in) : mLength(0), mOffset(0) {
     // The length is a 16-bit count: at most 64 KB are ever set aside for a name.
     const size_t nameLength = static_cast<unsigned short>(readShort(in));
     std::string raw(nameLength, '\0');
     in.read(&raw[0], static_cast<std::streamsize>(nameLength));
-    name = ovTypes::ID(raw.substr(0, raw.find('\0')));
-    length = readInt(in);
-    offset = readInt(in);
+    mName = ovTypes::ID(raw.substr(0, raw.find('\0')));
+    mLength = readInt(in);
+    mOffset = readInt(in);
 }
 
 DefaultContentIndex::DefaultContentIndex(std::string path) : mPath(std::move(path)) {
@@ -195,7 +195,7 @@ DefaultContentIndex::DefaultContentIndex(std::string path) : mPath(std::move(pat
         DefaultContentIndexItem item(in);
         if (!in)
             break;
-        mItems[item.name] = item;
+        mItems[item.mName] = item;
     }
 }
 
@@ -206,7 +206,7 @@ const DefaultContentIndexItem* DefaultContentIndex::find(const ovTypes::ID& name
 
 bool DefaultContentIndex::readResource(const std::string& path, const DefaultContentIndexItem& item,
                                        std::string* bytes) {
-    if (item.length < 0 || item.offset < 0)
+    if (item.mLength < 0 || item.mOffset < 0)
         return false;
     // Read straight into the buffer: no stream buffer to fill and copy out of.
     int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
@@ -214,16 +214,16 @@ bool DefaultContentIndex::readResource(const std::string& path, const DefaultCon
         return false;
     struct stat info;
     // Checked before anything is allocated: a hostile length never costs more than the file.
-    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || item.offset > info.st_size ||
-        item.length > info.st_size - item.offset) {
+    if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || item.mOffset > info.st_size ||
+        item.mLength > info.st_size - item.mOffset) {
         ::close(fd);
         return false;
     }
-    std::string buffer(static_cast<size_t>(item.length), '\0');
+    std::string buffer(static_cast<size_t>(item.mLength), '\0');
     size_t done = 0;
     while (done < buffer.size()) {
         ssize_t got = ::pread(fd, &buffer[done], buffer.size() - done,
-                              static_cast<off_t>(item.offset) + static_cast<off_t>(done));
+                              static_cast<off_t>(item.mOffset) + static_cast<off_t>(done));
         if (got < 0 && errno == EINTR)
             continue;
         if (got <= 0)

@@ -76,13 +76,13 @@ void writeInt(std::ostream& out, int32_t value);
 class DefaultContentIndexItem {
 public:
     // Empty name, length 0, offset 0.
-    DefaultContentIndexItem() : length(0), offset(0) {}
+    DefaultContentIndexItem() : mLength(0), mOffset(0) {}
     // Reads one entry at IN's position; IN is left failed when the entry ends early.
     explicit DefaultContentIndexItem(std::istream& in);
 
-    ovTypes::ID name;
-    int32_t length; // bytes of the resource
-    int32_t offset; // of its first byte from the start of the file
+    ovTypes::ID mName;
+    int32_t mLength; // bytes of the resource
+    int32_t mOffset; // of its first byte from the start of the file
 };
 
 // One index file's directory, read once in the constructor; the file is opened again for

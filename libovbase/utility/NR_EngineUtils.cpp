@@ -99,10 +99,11 @@ int NR_EngineUtils::checkFriendlyNetworkStatus(int& status) {
                   "status.\n\n");
         return 1;
     }
-    bool roam = roaming == OV_ROAMING;
-    OV_LOG(5, "NR_EngineUtils::checkFriendlyNetworkStatus - %s.\n\n", roam ? "Roam" : "Home");
-    if (!roam)
+    if (roaming != OV_ROAMING) {
+        OV_LOG(5, "Home\n\n");
         return 0;
+    }
+    OV_LOG(5, "Roam\n\n");
     bool friendly = false;
     int result = friendlyNetworkStatus(friendly);
     if (result != 0)

@@ -73,8 +73,9 @@ TEST_F(DefaultContentIndexTest, ThreeBytesAtOffset24) {
     ASSERT_EQ(1u, index.getItems().size());
     const DefaultContentIndexItem* logo = index.find("logo");
     ASSERT_NE(nullptr, logo);
-    EXPECT_EQ(3, logo->length);
-    EXPECT_EQ(24, logo->offset);
+    EXPECT_EQ("logo", logo->mName);
+    EXPECT_EQ(3, logo->mLength);
+    EXPECT_EQ(24, logo->mOffset);
     EXPECT_EQ(std::string("\x07\x00\x09", 3), read(index, "logo"));
     EXPECT_EQ(path(), index.getPath());
 }
@@ -151,8 +152,10 @@ TEST_F(DefaultContentIndexTest, BytesOutsideTheFileAreNeverDelivered) {
 
     // An entry may end exactly at the end of the file, and an empty one may start there.
     DefaultContentIndexItem edge;
-    edge.offset = 146;
-    edge.length = 0;
+    EXPECT_EQ("", edge.mName);
+    EXPECT_EQ(0, edge.mLength);
+    EXPECT_EQ(0, edge.mOffset);
+    edge.mOffset = 146;
     std::string bytes = "<none>";
     EXPECT_TRUE(DefaultContentIndex::readResource(path(), edge, &bytes));
     EXPECT_EQ("", bytes);

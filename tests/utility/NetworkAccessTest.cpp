@@ -64,11 +64,21 @@ TEST_F(NetworkAccessTest, FriendlyCheckLeavesTheStatusAloneUnlessRoamingOutside)
     writeSettings(kFriendlyList);
     ASSERT_TRUE(ovplatform::setCurrentPlmn("001010"));
     int status = 5;
-    EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
-    EXPECT_EQ(5, status) << "at home";
+    {
+        ovtest::StderrCapture capture;
+        EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
+        EXPECT_EQ(5, status) << "at home";
+        EXPECT_EQ(1, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Home\n\n"));
+        EXPECT_EQ(0, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
+    }
     ASSERT_TRUE(ovplatform::setRoaming(true));
-    EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
-    EXPECT_EQ(5, status) << "roaming in a friendly network";
+    {
+        ovtest::StderrCapture capture;
+        EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
+        EXPECT_EQ(5, status) << "roaming in a friendly network";
+        EXPECT_EQ(1, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
+        EXPECT_EQ(0, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Home\n\n"));
+    }
     ASSERT_TRUE(ovplatform::setCurrentPlmn("99999"));
     EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
     EXPECT_EQ(2, status);
@@ -160,8 +170,7 @@ TEST_F(NetworkAccessTest, FriendlyListAndCurrentNetworkAreNeededOnlyWhenRoaming)
     EXPECT_EQ(1, countLines(log, 3, "friendlyNetworkStatus",
                             "NR_EngineUtils::friendlyNetworkStatus: Error occurred retrieving "
                             "friendly PLMN list setting. Returning failure status.\n\n"));
-    EXPECT_EQ(1, countLines(log, 5, "checkFriendlyNetworkStatus",
-                            "NR_EngineUtils::checkFriendlyNetworkStatus - Roam.\n\n"));
+    EXPECT_EQ(1, countLines(log, 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
 
     setService("FriendlyNetPlmn", "001010");
     EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));

@@ -328,7 +328,7 @@ bool readItem(const std::string& index, const DefaultContentIndexItem& item, std
     if (DefaultContentIndex::readResource(index, item, bytes))
         return true;
     ovtool::error("%s: the bytes of \"%s\" (%d at %d) do not lie inside the file", index.c_str(),
-                  printable(item.name).c_str(), item.length, item.offset);
+                  printable(item.mName).c_str(), item.mLength, item.mOffset);
     return false;
 }
 
@@ -380,9 +380,9 @@ int extractAll(const std::string& index, const std::string& folder) {
     for (const auto& entry : contents->getItems()) {
         const DefaultContentIndexItem& item = entry.second;
         // A name from the file never chooses where outside FOLDER a file goes.
-        if (!isPlainName(item.name)) {
+        if (!isPlainName(item.mName)) {
             ovtool::error("%s: \"%s\" is no file name; not extracted", index.c_str(),
-                          printable(item.name).c_str());
+                          printable(item.mName).c_str());
             rc = ovtool::EXIT_DATAERR;
             continue;
         }
@@ -391,7 +391,7 @@ int extractAll(const std::string& index, const std::string& folder) {
             rc = ovtool::EXIT_DATAERR;
             continue;
         }
-        int written = writeFileSafely((fs::path(folder) / std::string(item.name)).string(), bytes);
+        int written = writeFileSafely((fs::path(folder) / std::string(item.mName)).string(), bytes);
         if (written != 0)
             rc = written;
     }
