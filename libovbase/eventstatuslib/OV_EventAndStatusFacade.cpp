@@ -164,6 +164,7 @@ void OV_EventAndStatusFacade::unsubscribe(const std::string& topic, OV_EventHand
 
 void OV_EventAndStatusFacade::forgetHandler(OV_EventHandler* handler) {
     std::unique_lock<std::mutex> lock(mMapMutex);
+    mHeld.erase(handler);
     bool emptied = false;
     for (SubscriptionMap::iterator it = mSubscriptionMap.begin(); it != mSubscriptionMap.end();) {
         it->second.remove(handler);
@@ -182,6 +183,14 @@ void OV_EventAndStatusFacade::forgetHandler(OV_EventHandler* handler) {
     mChanged.wait(lock, [this, handler] { return !callingElsewhere(handler); });
     if (emptied)
         settleAdapter(lock);
+}
+
+void OV_EventAndStatusFacade::holdDeliveries(const OV_EventHandler* handler, bool hold) {
+    std::lock_guard<std::mutex> lock(mMapMutex);
+    if (hold)
+        mHeld.insert(handler);
+    else
+        mHeld.erase(handler);
 }
 
 void OV_EventAndStatusFacade::settleAdapter(std::unique_lock<std::mutex>& lock) {
@@ -302,7 +311,7 @@ void OV_EventAndStatusFacade::handleEventExecLoop(OV_Event& event, HandlerList* 
     // The entries are read under the lock: forgetHandler() clears those of destroyed handlers.
     for (HandlerList::iterator it = handlers->begin(); it != handlers->end(); ++it) {
         OV_EventHandler* handler = *it;
-        if (!handler)
+        if (!handler || mHeld.count(handler))
             continue;
         if (dispatch)
             dispatch->calling = handler;

@@ -53,6 +53,10 @@ public:
     // call it first in its destructor. Not from inside another thread's call into HANDLER.
     void forgetHandler(OV_EventHandler* handler);
 
+    // While HOLD is true, dispatch passes HANDLER by as it passes a null entry. For handlers
+    // still being built (see OV_EventHandler's DeliverLater constructor).
+    void holdDeliveries(const OV_EventHandler* handler, bool hold);
+
     virtual int getRoamingStatus(OV_ROAMING_STATUS& status) override;
     virtual int getDataNetworkStatus(OV_DATA_NW_STATUS& status) override;
     virtual int getLowBatteryStatus(OV_BATTERY_STATUS& status) override;
@@ -120,6 +124,7 @@ private:
     bool mAdapterBusy;                    // a thread is making adapter calls for the map
     bool mClosing;                        // the destructor has begun
     std::list<Dispatch*> mDispatches;
+    std::set<const OV_EventHandler*> mHeld; // handlers not called yet (holdDeliveries)
     OV_EventStatusAdapter* mpAdapter;
 
     static OV_EventAndStatusFacade* mpInstance;

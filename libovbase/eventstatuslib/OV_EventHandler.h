@@ -9,8 +9,13 @@
 //
 // The destructor ends the registration for good, also for a handler that shares its topic,
 // and waits for a call into the handler under way on another thread. That wait comes after
-// the derived destructors have run: a handler whose members such a call may reach calls
-// OV_EventAndStatusFacade::forgetHandler(this) first in its own destructor.
+// the derived destructors have run, when such a call would reach a half-destroyed object: a
+// derived handler calls endRegistration() first in its own destructor.
+//
+// Construction has the same gap at the other end: the base registers before the derived parts
+// exist. A derived handler whose events may arrive on another thread is built with the
+// DeliverLater constructor and calls startDelivery() at the end of the most-derived
+// constructor; events that arrive before then are not delivered to it.
 #ifndef OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
 #define OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
 
@@ -27,11 +32,24 @@ public:
 
     const std::string& topic() const { return mTopic; }
 
+protected:
+    struct DeliverLater {};
+    // Registers like the public constructor, but the facade holds deliveries to this handler
+    // back until startDelivery().
+    OV_EventHandler(const std::string& topic, DeliverLater);
+    void startDelivery();
+
+    // What the destructor does (the unsubscribe with its log lines, then the end of the
+    // registration for good), done now and only once. For the destructors of derived handlers
+    // whose events may arrive on another thread; not from inside handleEvent.
+    void endRegistration();
+
 private:
     OV_EventHandler(const OV_EventHandler&) = delete;
     OV_EventHandler& operator=(const OV_EventHandler&) = delete;
 
     const std::string& mTopic;
+    bool mRegistered;
 };
 
 #endif

@@ -184,6 +184,33 @@ TEST_F(FacadeTest, DestroyedHandlerIsNeverCalledOnAnyOfItsTopics) {
     EXPECT_EQ(mCalls.size(), 2u);
 }
 
+// Built in two steps like a derived handler whose events may come from another thread: the
+// base registers it, deliveries start only when the test says so.
+class LateHandler : public OV_EventHandler {
+public:
+    LateHandler(const std::string& topic, int* calls)
+        : OV_EventHandler(topic, DeliverLater()), mCalls(calls) {}
+    void ready() { startDelivery(); }
+    void handleEvent(OV_Event&) override { ++*mCalls; }
+
+private:
+    int* mCalls;
+};
+
+TEST_F(FacadeTest, AHandlerBuiltToDeliverLaterIsRegisteredButCalledOnlyOnceReady) {
+    int lateCalls = 0;
+    LateHandler late(kTopic, &lateCalls);
+    OrderHandler early(kTopic, &mCalls, "early");
+    EXPECT_EQ(mAdapter.subscribes[kTopic], 1);
+    deliver(kTopic, 1);
+    EXPECT_EQ(lateCalls, 0);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"early:1"}));
+    late.ready();
+    deliver(kTopic, 2);
+    EXPECT_EQ(lateCalls, 1);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"early:1", "early:2"}));
+}
+
 TEST_F(FacadeTest, LastHandlerLeavingUnsubscribesTheAdapterOnce) {
     { OrderHandler only(kTopic, &mCalls, "only"); }
     EXPECT_EQ(mAdapter.unsubscribes[kTopic], 1);
