@@ -117,7 +117,7 @@ bool fileFormCarries(const std::string& section, const std::string& key) {
 } // namespace
 
 CFGOrvelSetting::CFGOrvelSetting(const char* path)
-    : mpAttrMap(new AttrMap(false)), mpPath(nullptr), mLoaded(false) {
+    : OrvelSetting(DeliverLater()), mpAttrMap(new AttrMap(false)), mpPath(nullptr), mLoaded(false) {
     setPath(path);
     if (path)
         mFileStream.open(path, std::ios::in | std::ios::out | std::ios::binary);
@@ -128,12 +128,19 @@ CFGOrvelSetting::CFGOrvelSetting(const char* path)
     } else {
         OV_LOG(3, "CFGOrvelSetting cfg file not exist %s\n\n", path ? path : "(null)");
     }
+    startDelivery();
 }
 
-CFGOrvelSetting::CFGOrvelSetting()
-    : mpAttrMap(new AttrMap(false)), mpPath(nullptr), mLoaded(false) {}
+CFGOrvelSetting::CFGOrvelSetting() : CFGOrvelSetting(DeliverLater()) {
+    startDelivery();
+}
+
+CFGOrvelSetting::CFGOrvelSetting(DeliverLater later)
+    : OrvelSetting(later), mpAttrMap(new AttrMap(false)), mpPath(nullptr), mLoaded(false) {}
 
 CFGOrvelSetting::~CFGOrvelSetting() {
+    // Changes arrive on the bus's thread: none may reach the map while it goes.
+    endRegistration();
     delete mpAttrMap;
     delete[] mpPath;
 }

@@ -74,6 +74,9 @@ public:
     const char* path() const { return mpPath; }
 
 protected:
+    // An empty source like CFGOrvelSetting(), whose deliveries a derived constructor starts.
+    explicit CFGOrvelSetting(DeliverLater later);
+
     // The steps every getter shares: 8 when not loaded, 1 without group or key, 3 when GET
     // (reading the map and setting its found flag) finds nothing; VALUE changes only on 0.
     template <typename T, typename Get>

@@ -18,11 +18,14 @@ const char* const MenuCFGOrvelSetting::MENU_FILE =
     "/qbxlocal/download/appwrite/setup/wb_ovmenu_lang.cfg";
 const char* const MenuCFGOrvelSetting::DEFAULT_LANGUAGE = "en-us";
 
-MenuCFGOrvelSetting::MenuCFGOrvelSetting() : mpNarrowLanguageCode(nullptr) {
+MenuCFGOrvelSetting::MenuCFGOrvelSetting()
+    : CFGOrvelSetting(DeliverLater()), mpNarrowLanguageCode(nullptr) {
     init();
+    startDelivery();
 }
 
 MenuCFGOrvelSetting::~MenuCFGOrvelSetting() {
+    endRegistration();
     delete[] mpNarrowLanguageCode;
 }
 

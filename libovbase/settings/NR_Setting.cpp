@@ -9,6 +9,8 @@ const std::string OrvelSetting::SETTING_CHANGED_TOPIC =
 
 OrvelSetting::OrvelSetting() : OV_EventHandler(SETTING_CHANGED_TOPIC) {}
 
+OrvelSetting::OrvelSetting(DeliverLater later) : OV_EventHandler(SETTING_CHANGED_TOPIC, later) {}
+
 OrvelSetting::~OrvelSetting() {}
 
 void OrvelSetting::handleEvent(OV_Event& e) {

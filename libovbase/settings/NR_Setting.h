@@ -49,6 +49,10 @@ public:
     virtual void publishSettingChangeEvent(const char* group, const char* key, const char* value);
 
 protected:
+    // For derived sources: events reach the source once its most-derived constructor has
+    // called startDelivery() (changes arrive on the bus's thread, maybe during construction).
+    explicit OrvelSetting(DeliverLater);
+
     // Publishes the one-property setting-changed event for NAME = VALUE.
     static void publishSettingEvent(const std::string& name, const std::string& value);
 };

@@ -128,8 +128,11 @@ bool readPlainFile(const std::string& path, std::string* bytes) {
     return true;
 }
 
-ProfileChangedHandler* gProfileHandler = nullptr; // made once, kept for the process
-std::once_flag gProfileHandlerOnce;
+// Made by the first look-up, released by dispose(). Never freed at exit: the facade it is
+// registered with may be gone by then. Its own lock, never held with the module's: deleting it
+// waits for a delivery into it, which takes the module's lock.
+std::mutex gProfileHandlerLock;
+ProfileChangedHandler* gProfileHandler = nullptr;
 
 } // namespace
 
@@ -272,7 +275,13 @@ bool writeDefaultContentIndex(std::ostream& out, const DefaultContentResources& 
 }
 
 ProfileChangedHandler::ProfileChangedHandler()
-    : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC) {}
+    : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC, DeliverLater()) {
+    startDelivery();
+}
+
+ProfileChangedHandler::~ProfileChangedHandler() {
+    endRegistration();
+}
 
 void ProfileChangedHandler::handleEvent(OV_Event& event) {
     if (event.mEventType != OrvelSetting::SETTING_CHANGED_TOPIC ||
@@ -327,7 +336,11 @@ void NR_DefaultContentMgr::addIndex(const std::string& profile, const std::strin
 }
 
 bool NR_DefaultContentMgr::locate(const ovTypes::ID& id, Location* found) {
-    std::call_once(gProfileHandlerOnce, [] { gProfileHandler = new ProfileChangedHandler; });
+    {
+        std::lock_guard<std::mutex> guard(gProfileHandlerLock);
+        if (!gProfileHandler)
+            gProfileHandler = new ProfileChangedHandler;
+    }
     const ovTypes::ID name = id.isDefaultContentID() ? id.eraseProtocol() : id;
     // Asked before the lock is taken: the facade and the settings may reach the bus.
     const std::string language = currentLanguage();
@@ -389,6 +402,12 @@ bool NR_DefaultContentMgr::get(const ovTypes::ID& id, std::iostream& out) {
 }
 
 void NR_DefaultContentMgr::dispose() {
+    ProfileChangedHandler* handler = nullptr;
+    {
+        std::lock_guard<std::mutex> guard(gProfileHandlerLock);
+        std::swap(handler, gProfileHandler);
+    }
+    delete handler;
     ModuleState& state = moduleState();
     std::lock_guard<std::mutex> guard(state.lock);
     state.lists.clear();

@@ -122,11 +122,11 @@ typedef std::vector<std::pair<ovTypes::ID, std::string>> DefaultContentResources
 bool writeDefaultContentIndex(std::ostream& out, const DefaultContentResources& resources);
 
 // Drops the manager's index lists when the current operator profile changes. Made by the
-// manager on its first look-up and kept for the life of the process (the facade may go on
-// calling a handler that unsubscribed, see OV_EventAndStatusFacade::unsubscribe).
+// manager on its first look-up and released by NR_DefaultContentMgr::dispose().
 class ProfileChangedHandler : public OV_EventHandler {
 public:
     ProfileChangedHandler();
+    ~ProfileChangedHandler() override;
     // Reacts to a setting-changed event of OVCore.InitSetting.CurrentProfile.
     void handleEvent(OV_Event& event) override;
 };
@@ -146,8 +146,8 @@ public:
     // partial write) OUT failed. An unreadable plain file is reported as a level-3 line.
     static bool get(const ovTypes::ID& id, std::iostream& out);
 
-    // Forgets the default-content directory and every index list; the next look-up resolves
-    // and reads them again.
+    // Forgets the default-content directory and every index list and releases the profile
+    // handler; the next look-up resolves and reads them again. Not from inside a handler.
     static void dispose();
 
 private:
