@@ -159,7 +159,7 @@ int NR_ContentCache::save(const ovTypes::ID& id, const Streamable& object, const
                std::strerror(errno));
         return -1;
     }
-    policy()->addDiskUsage(name, fileType(name), true);
+    account(name, true);
     OV_LOG(5, "send storage used to UI\n\n");
     sendStorageStatus();
     return 0;
@@ -346,7 +346,7 @@ int NR_ContentCache::closeOutputStream(const ovTypes::ID& id, std::ofstream* str
         dir.unlink(temp);
         return -1;
     }
-    policy()->addDiskUsage(name, getType(id), false);
+    policy()->addDiskUsage(name, getType(id), true);
     return 0;
 }
 
@@ -556,6 +556,13 @@ int NR_ContentCache::fileType(const std::string& name) const {
     return 9;
 }
 
+void NR_ContentCache::account(const std::string& name, bool written) {
+    policy()->addDiskUsage(name, fileType(name), written);
+    const char* suffix = objectSuffix(name);
+    if ((written && suffix) || suffix == kContainerSuffix)
+        policy()->accessedCacheObj(name);
+}
+
 int NR_ContentCache::sync(bool sweepUnfinished) {
     resetReferences();
 
@@ -609,7 +616,7 @@ int NR_ContentCache::sync(bool sweepUnfinished) {
         else
             OV_LOG(5, "NR_ContentCache.sync(): found misc object %s\n\n", name.c_str());
         if (policy()->hasReferences(name, 0))
-            policy()->addDiskUsage(name, fileType(name), false);
+            account(name, false);
         else
             (suffix ? objects : others).push_back(name);
     }
@@ -617,10 +624,10 @@ int NR_ContentCache::sync(bool sweepUnfinished) {
     OV_LOG(5, "NR_ContentCache.sync(): Adding unreferenced stuff\n\n");
     OV_LOG(5, "NR_ContentCache.sync(): First, the items\n\n");
     for (const std::string& name : objects)
-        policy()->addDiskUsage(name, fileType(name), false);
+        account(name, false);
     OV_LOG(5, "NR_ContentCache.sync(): Finally, the images\n\n");
     for (const std::string& name : others)
-        policy()->addDiskUsage(name, fileType(name), false);
+        account(name, false);
     saveRefUsed();
 
     OV_LOG(5, "CacheUsed %dK, CacheSize %dK\n\n", int(cacheUsed()), int(cacheSize()));

@@ -169,6 +169,10 @@ private:
     // referenced object and room for an object takes resources first; a resource's class is
     // that of the IDs naming it.
     int fileType(const std::string& name) const;
+    // Has the policy account the file NAME in its queue. An object just WRITTEN, and a
+    // container at any time, is then marked as used: a new item is not taken for unreferenced
+    // before its channel is written, and the roots go last.
+    void account(const std::string& name, bool written);
     // The directory's names in byte order; -1 when it cannot be read.
     int sortDir(std::vector<std::string>& names);
 

@@ -111,7 +111,7 @@ void NR_ContentCachePolicy::changeRefUsed(int blocks, bool add) {
     OV_LOG(5, "[e13361] mReferencedUsed is changed to %ld\n\n", long(mReferencedUsed));
 }
 
-int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool fresh) {
+int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool /*fresh*/) {
     if (type < 0 || type >= QUEUE_COUNT)
         return -1;
     struct stat st;
@@ -120,8 +120,7 @@ int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool 
     if (mFiles.count(name))
         delDiskUsage(name, type);
     bool referenced = hasReferences(name, type);
-    // Roots in queue 0 take the counter like referenced files, so they go last.
-    mQueueArr[type].push(name, !referenced && !fresh && type != 0);
+    mQueueArr[type].push(name, !referenced);
     int blocks = blocksFor((unsigned long)st.st_size);
     mFiles[name] = FileRecord{type, blocks, referenced};
     for (const std::string& key : NR_CacheDirectory::namesOf(name))
@@ -226,7 +225,7 @@ void NR_ContentCachePolicy::updateReferenced(const std::string& child) {
         changeRefUsed(record.blocks, referenced);
         if (referenced)
             mQueueArr[record.type].touch(name);
-        else if (record.type != 0)
+        else
             mQueueArr[record.type].setUnused(name);
     }
 }

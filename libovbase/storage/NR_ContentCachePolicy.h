@@ -7,12 +7,14 @@
 //
 // Files are accounted under the names they have on disk. A file counts as referenced when the
 // reference table holds its name or an ID whose lookup finds it (logo, logoZpng for logo.png),
-// so references registered before or after the file arrives both count. Unreferenced files
-// carry key 0 in their queue, which puts them on top; a referenced, used or freshly written
-// object takes the queue's counter, and a file that loses its last parent goes back to 0.
-// The cache's own objects use the classes resources never have: containers 0, channels 2,
-// items 3. Queue 0 holds the roots: they are never taken for unreferenced and go only when
-// every other queue is empty.
+// so references registered before or after the file arrives both count. A file carries key 0
+// in its queue while nothing references it, which puts it on top where the first pass of
+// removeNext looks; its first parent or a use gives it the queue's counter, and losing its
+// last parent gives it 0 again. The cache's own objects use the classes resources never
+// have (containers 0, channels 2, items 3) and the cache marks them as used when it writes
+// them, and the containers whenever it accounts them: a new item is not taken for
+// unreferenced before its channel is written, and the roots go only when every other queue
+// is empty.
 //
 // The limit is 10 percent of the file system that holds the cache directory, as
 // ovplatform::fileSystemSize reports it, in whole percent steps of its blocks.
@@ -56,12 +58,11 @@ public:
     void changeRefUsed(int blocks, bool add);
 
     // Accounts the file NAME of the cache directory in queue TYPE (0 to 10), withdrawing an
-    // earlier accounting of the same name first. FRESH is for a news object the cache has just
-    // written: it takes the queue's counter even while nothing references it yet (its channel
-    // or container is usually saved after it), so new content is not the first to go. Without
-    // FRESH an unreferenced file carries key 0. A file whose status cannot be read is not
+    // earlier accounting of the same name first: with key 0 while nothing references it, the
+    // queue's counter otherwise. The third argument (the cache passes true for what it has
+    // just written) does not change that. A file whose status cannot be read is not
     // accounted. 0, or -1 for a TYPE out of range.
-    int addDiskUsage(const std::string& name, int type, bool fresh);
+    int addDiskUsage(const std::string& name, int type, bool);
     // Withdraws NAME's accounting (the queue is the one it was accounted in; TYPE is not
     // needed). 0, or -1 when NAME is not accounted.
     int delDiskUsage(const std::string& name, int type);

@@ -189,6 +189,60 @@ TEST_F(ObjectTest, AResourceDisplacesOnlyClassesItMay) {
     EXPECT_TRUE(cache()->isStorageFull());
 }
 
+// A stored resource that nothing references goes before a referenced one of a lower class,
+// however recently it was stored.
+TEST_F(ObjectTest, AnUnreferencedResourceGoesBeforeAReferencedLowerClass) {
+    Channel channel("ch");
+    channel.excerptContentMap.reset(new NewsObject::ContentMap);
+    setContent(*channel.excerptContentMap, "primaryxhtml", "page", "application/xhtml+xml");
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    ASSERT_EQ(0, putResource("page", "<p/>", "application/xhtml+xml"));
+    ASSERT_EQ(0, putResource("loose", "l"));
+    ASSERT_EQ(1, queueOf("page.xhtml"));
+    ASSERT_EQ(9, queueOf("loose.gif"));
+    EXPECT_EQ("page.xhtml", policy()->queue(1).top()->name);
+    EXPECT_EQ("loose.gif", policy()->queue(9).top()->name);
+
+    ovtest::StderrCapture capture;
+    bool evictedReferenced = true;
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+    EXPECT_TRUE(exists("page.xhtml"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tfound unreferenced object loose.gif on queue 9\n\n"));
+}
+
+// The cache marks the objects it writes as just used, and the root container whenever it is
+// accounted: an unreferenced resource goes before a new item no channel lists yet, and the
+// root goes last, after the referenced files of every class.
+TEST_F(ObjectTest, NewObjectsAndTheRootAreNotTakenForUnreferenced) {
+    ASSERT_EQ(0, cache()->save("news", Container("news")));
+    ASSERT_EQ(0, cache()->save("x", Item("x")));
+    ASSERT_EQ(0, putResource("loose", "l"));
+    EXPECT_FALSE(referenced("x.itm"));
+    EXPECT_GT(keyOf(3, "x.itm"), 0);
+    EXPECT_GT(keyOf(0, "news.cnt"), 0);
+    bool evictedReferenced = true;
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_TRUE(evictedReferenced);
+    EXPECT_FALSE(exists("x.itm"));
+    EXPECT_TRUE(exists("news.cnt"));
+
+    // Rebuilt from disk: the root keeps its place, an item nothing lists is unreferenced.
+    ASSERT_EQ(0, cache()->save("x", Item("x")));
+    ASSERT_EQ(0, cache()->sync());
+    EXPECT_GT(keyOf(0, "news.cnt"), 0);
+    EXPECT_EQ(0, keyOf(3, "x.itm"));
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("x.itm"));
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("news.cnt"));
+}
+
 TEST_F(ObjectTest, RemovingObjectsWithdrawsWhatTheyReference) {
     std::unique_ptr<Item> owned = makeItem("x", "tpl", "img");
     Item& item = *owned;

@@ -141,16 +141,41 @@ TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
     EXPECT_FALSE(exists("loose.gif"));
 }
 
-TEST_F(Policy, RootsInQueueZeroGoLast) {
+// While nothing references a file it carries key 0, whatever the third argument of
+// addDiskUsage said, so the first pass of eviction finds it on top of its queue (queue 0 too)
+// before any referenced file of a lower class. Its first parent gives it the counter.
+TEST_F(Policy, UnreferencedFilesCarryKeyZeroHoweverTheyAreAccounted) {
     NR_ContentCachePolicy* p = policy();
-    account("news.cnt", 0);
-    p->addRef("x.itm", "img");
-    account("img.gif", 9);
-    bool evictedReferenced = false;
+    p->addRef("x.itm", "ref1");
+    account("ref1.gif", 1, 100, true);
+    account("loose.gif", 9, 100, true);
+    account("plain.gif", 9, 100, false);
+    EXPECT_GT(keyOf(1, "ref1.gif"), 0);
+    EXPECT_EQ(0, keyOf(9, "loose.gif"));
+    EXPECT_EQ(0, keyOf(9, "plain.gif"));
+
+    ovtest::StderrCapture capture;
+    bool evictedReferenced = true;
     ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(exists("img.gif"));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+    EXPECT_TRUE(exists("ref1.gif"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tfound unreferenced object loose.gif on queue 9\n\n"));
+
+    account("zero.gif", 0, 100, true);
     ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(exists("news.cnt"));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("zero.gif"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tfound unreferenced object zero.gif on queue 0\n\n"));
+
+    p->addRef("y.itm", "plain");
+    EXPECT_GT(keyOf(9, "plain.gif"), 0);
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_TRUE(evictedReferenced) << "nothing unreferenced is left";
+    EXPECT_FALSE(exists("plain.gif")) << "the highest class goes first";
+    EXPECT_TRUE(exists("ref1.gif"));
 }
 
 TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
