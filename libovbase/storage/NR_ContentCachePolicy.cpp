@@ -325,12 +325,9 @@ void NR_ContentCachePolicy::reset() {
 }
 
 int NR_ContentCachePolicy::writeRefUsed() const {
-    // What this process last wrote, so that an unchanged total is not written again.
-    static std::string writtenPath;
-    static int32_t writtenValue = 0;
+    // Every time, even when the total did not change: another process that opens the cache
+    // writes its own 0 there, and /tmp may have been emptied.
     std::string path = ovplatform::devicePath(kRefFile);
-    if (path == writtenPath && mReferencedUsed == writtenValue)
-        return 0;
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     // In place, the new line first and what is left of the old text cut off after it: a reader
@@ -346,11 +343,8 @@ int NR_ContentCachePolicy::writeRefUsed() const {
     if (!ok) {
         OV_LOG(3, "NR_ContentCachePolicy: cannot write %s: %s\n\n", path.c_str(),
                std::strerror(error));
-        writtenPath.clear();
         return -1;
     }
-    writtenPath = path;
-    writtenValue = mReferencedUsed;
     return 0;
 }
 

@@ -243,6 +243,23 @@ TEST_F(ObjectTest, NewObjectsAndTheRootAreNotTakenForUnreferenced) {
     EXPECT_FALSE(exists("news.cnt"));
 }
 
+// Another process that opens the cache writes its own 0 to "/tmp/ref.txt", or the file goes
+// with /tmp: the next save writes the total again even when it did not change, failed or not.
+TEST_F(ObjectTest, EverySaveRewritesTheRefFile) {
+    const std::string refFile = ovplatform::devicePath("/tmp/ref.txt");
+    ASSERT_EQ(0, cache()->save("x", *makeItem("x", "tpl", "img")));
+    ASSERT_EQ(0, putResource("img", std::string(5000, 'i')));
+    ASSERT_EQ(0, cache()->save("y", Item("y")));
+    EXPECT_EQ("2\n", ovtest::readFile(refFile));
+
+    ASSERT_TRUE(ovtest::writeFile(refFile, "0\n"));
+    ASSERT_EQ(0, cache()->save("y", Item("y")));
+    EXPECT_EQ("2\n", ovtest::readFile(refFile));
+    ASSERT_EQ(0, std::remove(refFile.c_str()));
+    EXPECT_EQ(-1, cache()->save("..", Item("y")));
+    EXPECT_EQ("2\n", ovtest::readFile(refFile));
+}
+
 TEST_F(ObjectTest, RemovingObjectsWithdrawsWhatTheyReference) {
     std::unique_ptr<Item> owned = makeItem("x", "tpl", "img");
     Item& item = *owned;
