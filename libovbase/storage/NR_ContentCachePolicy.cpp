@@ -242,7 +242,7 @@ int NR_ContentCachePolicy::removeNext(int type, bool& evictedReferenced) {
         const lru_element<std::string>* top = mQueueArr[queue].top();
         if (top && top->key == 0) {
             std::string name = top->name;
-            removeFile(name);
+            evict(name);
             OV_LOG(5, "found unreferenced object %s on queue %d\n\n", name.c_str(), queue);
             forget(name);
             evictedReferenced = false;
@@ -255,13 +255,23 @@ int NR_ContentCachePolicy::removeNext(int type, bool& evictedReferenced) {
         const lru_element<std::string>* top = mQueueArr[queue].top();
         if (top) {
             std::string name = top->name;
-            removeFile(name);
+            evict(name);
             OV_LOG(5, "removing referenced object %s from queue %d\n\n", name.c_str(), queue);
             forget(name);
             return 0;
         }
     }
     return -1;
+}
+
+void NR_ContentCachePolicy::evict(const std::string& name) {
+    if (removeFile(name) == 0)
+        return;
+    struct stat st;
+    if (::stat(NR_ContentCache::directory().pathOf(name).c_str(), &st) != 0 && errno == ENOENT) {
+        delDiskUsage(name, 0);
+        delRefsOf(name);
+    }
 }
 
 int NR_ContentCachePolicy::removeFile(std::string name) {

@@ -124,6 +124,10 @@ private:
     bool isReferenced(const std::string& name) const;
     // Brings the referenced state of the accounted files CHILD names up to date.
     void updateReferenced(const std::string& child);
+    // removeFile for the top NAME that removeNext takes. One already deleted behind the
+    // cache's back leaves the counters and the reference table all the same; one that cannot
+    // be deleted stays counted (it still occupies its blocks) until the next sync.
+    void evict(const std::string& name);
     // Drops NAME from its queue and from the records.
     void forget(const std::string& name);
 

@@ -110,6 +110,27 @@ TEST_F(Policy, AnUnreferencedFileBelowTheTopIsNotFound) {
     EXPECT_TRUE(exists("used.gif"));
 }
 
+// A file deleted behind the cache's back leaves the accounting, and the references it held,
+// when eviction comes to it: the cache is not left fuller than it is until the next sync.
+TEST_F(Policy, AVanishedFileLeavesTheAccountingWhenEvictionReachesIt) {
+    NR_ContentCachePolicy* p = policy();
+    p->addRef("gone.itm", "img");
+    account("gone.itm", 9);
+    account("img.gif", 9);
+    account("next.gif", 9);
+    EXPECT_EQ(3, p->blocksUsed());
+    EXPECT_EQ(1, p->referencedUsed());
+    ASSERT_EQ(0, std::remove(path("gone.itm").c_str()));
+    bool evictedReferenced = true;
+    EXPECT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_EQ(2, p->blocksUsed());
+    EXPECT_EQ(0, p->referencedUsed());
+    EXPECT_TRUE(p->childrenOf("gone.itm").empty());
+    EXPECT_TRUE(exists("img.gif"));
+    EXPECT_TRUE(exists("next.gif"));
+}
+
 TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
     NR_ContentCachePolicy* p = policy();
     for (const char* id : {"t4", "i5", "t6", "i7"})
