@@ -287,7 +287,7 @@ int NR_ContentCachePolicy::removeFile(std::string name) {
     }
     auto it = mFiles.find(name);
     if (it != mFiles.end()) {
-        if (it->second.referenced)
+        if (hasReferences(name, 11))
             mReferencedUsed -= blocks;
         mCacheUsed -= blocks;
         forget(name);

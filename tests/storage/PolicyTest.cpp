@@ -67,7 +67,11 @@ TEST_F(Policy, RemovingAFileTakesWhatItOccupiesOnDisk) {
     account("exact", 9, 4096); // counted as 2 blocks, occupies 1
     account("other", 9, 100);
     EXPECT_EQ(3, p->blocksUsed());
+    ovtest::StderrCapture capture;
     EXPECT_EQ(0, p->removeFile("exact"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n"))
+        << "the referenced total is reduced only after asking";
     EXPECT_FALSE(exists("exact"));
     EXPECT_EQ(2, p->blocksUsed()) << "the extra block of an exact multiple stays counted";
     EXPECT_EQ(-1, p->removeFile("exact"));
