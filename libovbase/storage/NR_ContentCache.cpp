@@ -336,10 +336,8 @@ int NR_ContentCache::closeOutputStream(const ovTypes::ID& id, std::ofstream* str
     NR_CacheDirectory& dir = directory();
     const std::string temp = id + kTempSuffix;
     const std::string name = finalName(id, mimeType);
-    if (written) {
-        OV_LOG(4, "New path:%s\n\n", dir.pathOf(name).c_str());
-        written = dir.rename(temp, name);
-    }
+    OV_LOG(4, "New path:%s\n\n", dir.pathOf(name).c_str());
+    written = written && dir.rename(temp, name);
     if (!written) {
         OV_LOG(3, "NR_ContentCache.closeOutputStream(): cannot write %s: %s\n\n",
                dir.pathOf(name).c_str(), std::strerror(errno));
