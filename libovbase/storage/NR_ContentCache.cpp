@@ -101,6 +101,7 @@ NR_CacheDirectory& NR_ContentCache::directory() {
 
 NR_ContentCache::NR_ContentCache() {
     std::string dir = getCachePath();
+    cache_dir = dir;
     directory().setPath(dir);
     std::error_code error;
     std::filesystem::create_directories(dir, error);

@@ -109,6 +109,19 @@ public:
     void dumpReferences();
     void dumpPriorityQueues();
 
+    // The policy's state, open to be read (by tools and diagnostics); only the policy changes
+    // it. Sizes are in file-system blocks.
+    static int32_t mPercentSize;    // share of the file system the cache may use: 10
+    static int32_t mBlockSize;      // bytes per block
+    static int32_t mMaxCacheSize;   // the limit
+    static int32_t mCacheUsed;      // all accounted files
+    static int32_t mReferencedUsed; // the referenced ones
+    static int32_t blockMultiplier; // 512-byte units of a file's status per block
+    // The reference table: child (resource ID or object file) -> its parents (object files).
+    static std::map<std::string, std::set<std::string>> references;
+    static NR_LRUQueue<std::string> mQueueArr[QUEUE_COUNT];
+    static NR_ContentCachePolicy* mInstance;
+
 private:
     struct FileRecord {
         int type;
@@ -131,19 +144,10 @@ private:
     // Drops NAME from its queue and from the records.
     void forget(const std::string& name);
 
-    static int32_t mPercentSize;
-    static int32_t mBlockSize;
-    static int32_t mMaxCacheSize;
-    static int32_t mCacheUsed;
-    static int32_t mReferencedUsed;
-    static int32_t blockMultiplier;
-    static std::map<std::string, std::set<std::string>> references; // child -> parents
-    static std::map<std::string, std::set<std::string>> mChildren;  // parent -> children
-    static std::map<std::string, FileRecord> mFiles;                // accounted files
+    static std::map<std::string, std::set<std::string>> mChildren; // parent -> children
+    static std::map<std::string, FileRecord> mFiles;               // accounted files
     // Accounted files by every text that refers to them (NR_CacheDirectory::namesOf).
     static std::multimap<std::string, std::string> mFilesByName;
-    static NR_LRUQueue<std::string> mQueueArr[QUEUE_COUNT];
-    static NR_ContentCachePolicy* mInstance;
 };
 
 #endif

@@ -143,6 +143,12 @@ TEST_F(ObjectTest, ReferencesGiveTheClassesOfResources) {
     EXPECT_EQ(7, c->getType("onlyimg"));
     EXPECT_EQ(9, c->getType("plainimg")); // an image of an image-and-text item
     EXPECT_EQ(9, c->getType("unknown"));
+    EXPECT_EQ(std::set<std::string>({"shared", "itemtpl", "owntpl"}), NR_ContentCache::templateIDs);
+    EXPECT_EQ(std::set<std::string>({"shared"}), NR_ContentCache::chanTemplateIDs);
+    EXPECT_EQ(std::set<std::string>({"chimg"}), NR_ContentCache::chanImageIDs);
+    EXPECT_EQ(std::set<std::string>({"onlyimg"}), NR_ContentCache::imageOnlyIDs);
+    EXPECT_EQ(std::set<std::string>({"page"}), NR_ContentCache::excerptIDs);
+    EXPECT_EQ(std::set<std::string>({"sheet"}), NR_ContentCache::excerptCSSIDs);
 
     // Resources land in the queue of their class, counted as referenced.
     ASSERT_EQ(0, putResource("chimg", "c"));

@@ -26,6 +26,15 @@ TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
     EXPECT_EQ(1230 * 4, p->cacheRemaining());
     EXPECT_EQ(1230, p->cacheBlocksFree());
     EXPECT_EQ("0\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
+    EXPECT_EQ(p, NR_ContentCachePolicy::mInstance);
+    EXPECT_EQ(10, NR_ContentCachePolicy::mPercentSize);
+    EXPECT_EQ(kBlockSize, NR_ContentCachePolicy::mBlockSize);
+    EXPECT_EQ(1230, NR_ContentCachePolicy::mMaxCacheSize);
+    EXPECT_EQ(8, NR_ContentCachePolicy::blockMultiplier);
+    EXPECT_EQ(0, NR_ContentCachePolicy::mCacheUsed);
+    EXPECT_EQ(0, NR_ContentCachePolicy::mReferencedUsed);
+    EXPECT_EQ(mDir, NR_ContentCache::cache_dir);
+    EXPECT_FALSE(NR_ContentCache::isFull);
     std::string text = capture.text();
     EXPECT_NE(std::string::npos,
               text.find("\t[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write "
@@ -216,6 +225,10 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
     EXPECT_EQ(3, p->referencedUsed());
     p->addRef("b.itm", "pic"); // a second parent changes nothing
     EXPECT_EQ(3, p->referencedUsed());
+    EXPECT_EQ(3, NR_ContentCachePolicy::mReferencedUsed);
+    EXPECT_EQ(3, NR_ContentCachePolicy::mCacheUsed);
+    EXPECT_EQ(2u, NR_ContentCachePolicy::references.at("pic").size());
+    EXPECT_EQ(2u, NR_ContentCachePolicy::mQueueArr[9].size());
     EXPECT_EQ(4 * 1000 / 10 - 3 * 4, p->cacheRemaining());
 
     int type = -1;
