@@ -7,5 +7,9 @@ OV_EventHandler::OV_EventHandler(const std::string& topic) : mTopic(topic) {
 }
 
 OV_EventHandler::~OV_EventHandler() {
-    OV_EventAndStatusFacade::instance()->unsubscribe(mTopic, this);
+    OV_EventAndStatusFacade* facade = OV_EventAndStatusFacade::instance();
+    facade->unsubscribe(mTopic, this);
+    // The unsubscribe leaves a handler that shares its topic registered; a destroyed one must
+    // never be called again.
+    facade->forgetHandler(this);
 }

@@ -6,6 +6,11 @@
 // delivery thread on a host), handleEvent may run before a derived constructor has finished:
 // make such handlers while no event of their topic can arrive, or keep their state ready
 // before the base is built.
+//
+// The destructor ends the registration for good, also for a handler that shares its topic,
+// and waits for a call into the handler under way on another thread. That wait comes after
+// the derived destructors have run: a handler whose members such a call may reach calls
+// OV_EventAndStatusFacade::forgetHandler(this) first in its own destructor.
 #ifndef OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
 #define OVBASE_EVENTSTATUSLIB_OV_EVENTHANDLER_H
 

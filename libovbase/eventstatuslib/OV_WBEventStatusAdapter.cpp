@@ -14,7 +14,9 @@
 #include <QDataStream>
 #include <QDateTime>
 #include <QIODevice>
+#include <QMetaObject>
 #include <QString>
+#include <QThread>
 #include <cstdlib>
 #include <sys/time.h>
 
@@ -156,12 +158,8 @@ void OV_WBEventStatusAdapter::initSimInfo() {
 
 void OV_WBEventStatusAdapter::subscribe(const std::string& topic) {
     OV_LOG(5, "Subscribing to eventType: %s\n\n", topic.c_str());
-    if (isPhoneClientTopic(topic)) {
-        initPhoneMsgClient();
-        routeTopic(topic, true);
-    } else if (isSystemChannelTopic(topic)) {
-        initSystemChannel();
-        routeTopic(topic, true);
+    if (isPhoneClientTopic(topic) || isSystemChannelTopic(topic)) {
+        routeOnOwnThread(topic, true);
     } else if (topic == EVENT_SMS_PUSH) {
         subscribeBus(PUSH_TOPIC_ORVEL);
         subscribeBus(PUSH_TOPIC_DCD);
@@ -172,18 +170,62 @@ void OV_WBEventStatusAdapter::subscribe(const std::string& topic) {
 }
 
 void OV_WBEventStatusAdapter::unsubscribe(const std::string& topic) {
-    // A topic that was never routed releases nothing: the source may serve other topics.
-    if (isPhoneClientTopic(topic)) {
-        if (mpPhoneMsgClient && routeTopic(topic, false))
-            releasePhoneMsgClient();
-    } else if (isSystemChannelTopic(topic)) {
-        if (mpSystemChannel && routeTopic(topic, false))
-            releaseSystemChannel();
+    if (isPhoneClientTopic(topic) || isSystemChannelTopic(topic)) {
+        routeOnOwnThread(topic, false);
     } else if (topic == EVENT_SMS_PUSH) {
         unsubscribeBus(PUSH_TOPIC_ORVEL);
         unsubscribeBus(PUSH_TOPIC_DCD);
     } else {
         unsubscribeBus(topic);
+    }
+}
+
+void OV_WBEventStatusAdapter::routeOnOwnThread(const std::string& topic, bool on) {
+    {
+        std::lock_guard<std::mutex> lock(mRouteChangesMutex);
+        mRouteChanges.emplace_back(topic, on);
+    }
+    // Changes queued earlier from other threads go first, so the order asked is kept.
+    if (QThread::currentThread() == thread())
+        applyRouteChanges();
+    else
+        QMetaObject::invokeMethod(
+            this, [this] { applyRouteChanges(); }, Qt::QueuedConnection);
+}
+
+void OV_WBEventStatusAdapter::applyRouteChanges() {
+    for (;;) {
+        std::pair<std::string, bool> change;
+        {
+            std::lock_guard<std::mutex> lock(mRouteChangesMutex);
+            if (mRouteChanges.empty())
+                return;
+            change = mRouteChanges.front();
+            mRouteChanges.pop_front();
+        }
+        changeRoute(change.first, change.second);
+    }
+}
+
+void OV_WBEventStatusAdapter::changeRoute(const std::string& topic, bool on) {
+    bool phoneClient = isPhoneClientTopic(topic);
+    if (on) {
+        if (!mRoutedTopics.insert(topic).second)
+            return; // connected already: one connection, counted once
+        if (phoneClient)
+            initPhoneMsgClient();
+        else
+            initSystemChannel();
+        routeTopic(topic, true);
+    } else {
+        // A topic that was never routed releases nothing: the source may serve other topics.
+        if (mRoutedTopics.erase(topic) == 0)
+            return;
+        routeTopic(topic, false);
+        if (phoneClient)
+            releasePhoneMsgClient();
+        else
+            releaseSystemChannel();
     }
 }
 
@@ -233,8 +275,6 @@ void OV_WBEventStatusAdapter::initSystemChannel() {
     if (!mpSystemChannel) {
         OV_LOG(5, "Creating an instance of a QCopChannel for SYSTEM_CHANNEL.\n\n");
         mpSystemChannel = new QCopChannel(SYSTEM_CHANNEL);
-        // Messages are to reach us on our own event loop, whoever subscribes.
-        mpSystemChannel->moveToThread(thread());
         OV_LOG(5, "Created QCopChannel for SYSTEM_CHANNEL.\n\n");
         connect(mpSystemChannel, &QCopChannel::received, this,
                 &OV_WBEventStatusAdapter::slotProcessSystemMsg);
@@ -259,7 +299,6 @@ void OV_WBEventStatusAdapter::initPhoneMsgClient() {
     if (!mpPhoneMsgClient) {
         OV_LOG(5, "Creating an instance of PHONE_AsyncMsgReceiver.\n\n");
         mpPhoneMsgClient = new PHONE_AsyncMsgReceiver;
-        mpPhoneMsgClient->moveToThread(thread());
     }
     ++mPhoneMsgClientCounter;
 }

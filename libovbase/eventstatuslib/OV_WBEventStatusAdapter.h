@@ -6,6 +6,11 @@
 // Bus events arrive through handleEvent() on the bus's delivery thread; the system channel and
 // the phone client signal on the Qt event loop of the adapter's thread. Both call notify()
 // directly.
+//
+// subscribe() and unsubscribe() may be called from any thread, one call at a time (the facade
+// serialises them). The system channel and the phone client are Qt objects of the adapter's
+// thread, so their part of a call made on another thread is queued to that thread's event loop
+// and done there, in the order asked.
 #ifndef OVBASE_EVENTSTATUSLIB_OV_WBEVENTSTATUSADAPTER_H
 #define OVBASE_EVENTSTATUSLIB_OV_WBEVENTSTATUSADAPTER_H
 
@@ -16,8 +21,11 @@
 #include "TAPI.h"
 
 #include <QObject>
+#include <deque>
+#include <mutex>
 #include <set>
 #include <string>
+#include <utility>
 
 class OV_Event;
 class PHONE_AsyncMsgReceiver;
@@ -127,6 +135,14 @@ private:
     void releaseSystemChannel();
     void initPhoneMsgClient();
     void releasePhoneMsgClient();
+    // Asks for TOPIC (a system-channel or phone-client topic) to be connected (ON) or
+    // disconnected on the adapter's thread: at once when called there, else queued.
+    void routeOnOwnThread(const std::string& topic, bool on);
+    // On the adapter's thread: carries out the changes asked so far, in order.
+    void applyRouteChanges();
+    // On the adapter's thread: makes or releases TOPIC's source and its connection. A topic
+    // counts once towards its source however often it is subscribed.
+    void changeRoute(const std::string& topic, bool on);
     // Connects (ON) or disconnects the signal that feeds TOPIC's slot; true when a connection
     // was made or removed.
     bool routeTopic(const std::string& topic, bool on);
@@ -148,6 +164,9 @@ private:
     ovTypes::String mHomePLMN;
     bool mSimInfoRead;
     std::set<std::string> mBusTopics; // left on the bus at destruction
+    std::mutex mRouteChangesMutex;
+    std::deque<std::pair<std::string, bool>> mRouteChanges; // asked, not yet carried out
+    std::set<std::string> mRoutedTopics; // connected system-channel and phone-client topics
 };
 
 #endif

@@ -76,6 +76,8 @@ void ThreadTimer::Loop::run() {
     std::shared_ptr<Loop> keepAlive;
     keepAlive.swap(mThreadRef);
     mStarted = true; // from here on the thread no longer needs its handler
+    // Named, so that it can be told apart in ps, a debugger or /proc.
+    pthread_setname_np(pthread_self(), "ThreadTimer");
     OV_LOG(4, "ThreadTimer runing!\n");
     if (!mRunning)
         return;

@@ -1,6 +1,6 @@
 // ThreadTimer: the timer back-end that runs one timer thread. Seeds are kept in due-time
 // order; after every wake-up the thread sleeps five seconds, then fires, with the list locked,
-// every seed due within the next five seconds.
+// every seed due within the next five seconds. The thread names itself "ThreadTimer".
 #ifndef OVBASE_TIMER_THREADTIMER_H
 #define OVBASE_TIMER_THREADTIMER_H
 

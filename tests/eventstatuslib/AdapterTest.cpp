@@ -98,6 +98,31 @@ TEST_F(AdapterTest, SystemChannelIsSharedByTopicsAndGoesWithTheLast) {
     EXPECT_EQ(occurrences(log, "Deleting mpSystemChannel and setting pointer to NULL.\n\n"), 1u);
 }
 
+// A topic subscribed twice has one connection, so it counts once towards its source.
+TEST_F(AdapterTest, TopicSubscribedTwiceGoesWithOneUnsubscribe) {
+    ovtest::StderrCapture capture;
+    Adapter adapter(&mCallback);
+    adapter.subscribe(Adapter::EVENT_FLIP_STATUS_CHANGED);
+    adapter.subscribe(Adapter::EVENT_FLIP_STATUS_CHANGED);
+    adapter.subscribe(Adapter::EVENT_ROAMING_STATUS_CHANGED);
+    adapter.subscribe(Adapter::EVENT_ROAMING_STATUS_CHANGED);
+    adapter.unsubscribe(Adapter::EVENT_FLIP_STATUS_CHANGED);
+    adapter.unsubscribe(Adapter::EVENT_ROAMING_STATUS_CHANGED);
+    EXPECT_FALSE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
+    adapter.unsubscribe(Adapter::EVENT_FLIP_STATUS_CHANGED);
+    adapter.unsubscribe(Adapter::EVENT_ROAMING_STATUS_CHANGED);
+    std::string log = capture.text();
+    EXPECT_EQ(occurrences(log, "Exiting initSystemChannel. Event counter = 1\n\n"), 1u);
+    EXPECT_EQ(occurrences(log, "Exiting initSystemChannel. Event counter = 2\n\n"), 0u);
+    EXPECT_EQ(occurrences(log, "Deleting mpSystemChannel and setting pointer to NULL.\n\n"), 1u);
+    EXPECT_EQ(occurrences(log, "Deleting mpPhoneMsgClient and setting pointer to NULL.\n\n"), 1u);
+    // Nothing is listening any more.
+    ovplatform::setRoaming(true);
+    QCopChannel::send(SYSTEM_CHANNEL, "FlipOpened");
+    ovtest::runQtFor(50);
+    EXPECT_EQ(mCallback.count(), 0u);
+}
+
 TEST_F(AdapterTest, UnsubscribingATopicNeverSubscribedKeepsTheSharedSources) {
     Adapter adapter(&mCallback);
     adapter.subscribe(Adapter::EVENT_FLIP_STATUS_CHANGED);

@@ -6,16 +6,20 @@
 
 #include "support/EventRecorder.h"
 #include "support/QtLoop.h"
+#include "support/StderrCapture.h"
 #include "support/TempDir.h"
+#include "support/Wait.h"
 
 #include "ES_EventPublisher.h"
 #include "ES_EventSubscriber.h"
 #include "OVPlatform.h"
+#include "QCopChannel.h"
 
 #include <gtest/gtest.h>
 
 #include <atomic>
 #include <chrono>
+#include <memory>
 #include <thread>
 
 namespace {
@@ -169,6 +173,65 @@ TEST_F(EndToEndTest, BusHandlerMayLeaveDuringItsDelivery) {
     EXPECT_EQ(leaving.mResult, ES_OK);
     EXPECT_EQ(ES_EventPublisher::publish(event), ES_ERR_NO_SUBSCRIBER);
     EXPECT_EQ(leaving.mCalls, 1);
+}
+
+// A handler subscribing while the facade is being destroyed (on the bus's thread, while the
+// destructor takes the adapter off the bus) must not put the dying adapter back on the bus.
+TEST_F(EndToEndTest, HandlerSubscribingIntoADyingFacadeLeavesNothingOnTheBus) {
+    // Sorted before the gate's topic, so that it would be missed by the adapter's walk of its
+    // topics if it were added during that walk.
+    const std::string gateTopic = "/test/e2e/zz-gate";
+    const std::string lateTopic = "/test/e2e/aa-late";
+    ovtest::StderrCapture capture;
+    std::atomic<bool> entered(false);
+    std::unique_ptr<ovtest::EventRecorder> late;
+    auto* gate = new ovtest::EventRecorder(gateTopic);
+    gate->mOnEvent = [&](OV_Event&) {
+        entered = true;
+        ovtest::waitUntil([&] {
+            return capture.text().find("OV_WBEventStatusAdapter destructor entered.") !=
+                   std::string::npos;
+        });
+        late.reset(new ovtest::EventRecorder(lateTopic));
+    };
+    publish(gateTopic, 1);
+    ASSERT_TRUE(ovtest::waitUntil([&] { return entered.load(); }));
+    OV_EventAndStatusFacade::destroy();
+    ASSERT_TRUE(late != nullptr);
+    ES_Event probe(lateTopic);
+    EXPECT_EQ(ES_EventPublisher::publish(probe), ES_ERR_NO_SUBSCRIBER);
+    late.reset();
+    delete gate;
+}
+
+// Handlers of system-channel topics made and destroyed by a handler on the bus's thread: the
+// channel, a Qt object of the Qt thread, is made and deleted there, not on the bus's thread.
+TEST_F(EndToEndTest, BusThreadHandlerLeavesTheSystemChannelToTheQtThread) {
+    ovtest::ensureQtApp();
+    std::unique_ptr<ovtest::EventRecorder> flips;
+    std::atomic<int> handled(0);
+    ovtest::EventRecorder trigger(kTopic);
+    trigger.mOnEvent = [&](OV_Event& event) {
+        if (event.mValue == 1)
+            flips.reset(
+                new ovtest::EventRecorder(OV_WBEventStatusAdapter::EVENT_FLIP_STATUS_CHANGED));
+        else
+            flips.reset();
+        ++handled;
+    };
+    publish(kTopic, 1);
+    // Waited for without running the Qt event loop: what is queued for it stays queued.
+    ASSERT_TRUE(ovtest::waitUntil([&] { return handled == 1; }));
+    EXPECT_FALSE(QCopChannel::isRegistered(SYSTEM_CHANNEL)); // the Qt thread has not run since
+    ASSERT_TRUE(ovtest::runQtUntil([] { return QCopChannel::isRegistered(SYSTEM_CHANNEL); }));
+    ASSERT_TRUE(ovplatform::setFlipOpen(true));
+    ASSERT_TRUE(flips->waitFor(1));
+    EXPECT_EQ(flips->events()[0].thread, std::this_thread::get_id());
+
+    publish(kTopic, 2);
+    ASSERT_TRUE(ovtest::waitUntil([&] { return handled == 2; }));
+    EXPECT_TRUE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
+    EXPECT_TRUE(ovtest::runQtUntil([] { return !QCopChannel::isRegistered(SYSTEM_CHANNEL); }));
 }
 
 // Waits out the bus's shut-down time-out, hence the slow label.

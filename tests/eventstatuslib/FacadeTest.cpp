@@ -4,17 +4,27 @@
 #include "eventstatuslib/OV_EventHandler.h"
 
 #include "support/StderrCapture.h"
+#include "support/Wait.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <cstdint>
+#include <functional>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <regex>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 namespace {
+
+using ovtest::waitUntil;
 
 const std::string kTopic = "/test/facade/topic";
 const std::string kOther = "/test/facade/other";
@@ -24,6 +34,8 @@ struct FakeAdapterLog {
     std::map<std::string, int> unsubscribes;
     std::vector<std::string> published;
     bool destroyed = false;
+    // Runs inside subscribe, before it is counted.
+    std::function<void(const std::string&)> onSubscribe;
 };
 
 class FakeAdapter : public OV_EventStatusAdapter {
@@ -31,8 +43,16 @@ public:
     explicit FakeAdapter(FakeAdapterLog* log) : mLog(log) {}
     ~FakeAdapter() override { mLog->destroyed = true; }
 
-    void subscribe(const std::string& topic) override { ++mLog->subscribes[topic]; }
-    void unsubscribe(const std::string& topic) override { ++mLog->unsubscribes[topic]; }
+    void subscribe(const std::string& topic) override {
+        if (mLog->onSubscribe)
+            mLog->onSubscribe(topic);
+        std::lock_guard<std::mutex> lock(mMutex);
+        ++mLog->subscribes[topic];
+    }
+    void unsubscribe(const std::string& topic) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        ++mLog->unsubscribes[topic];
+    }
     void publish(OV_Event& event) override { mLog->published.push_back(event.mEventType); }
 
     int getRoamingStatus(OV_ROAMING_STATUS& s) override { return s = OV_ROAMING, 0; }
@@ -62,6 +82,7 @@ public:
 
 private:
     FakeAdapterLog* mLog;
+    std::mutex mMutex; // the facade may call in from several threads
 };
 
 class TestFacade : public OV_EventAndStatusFacade {
@@ -125,10 +146,42 @@ TEST_F(FacadeTest, UnsubscribeRemovesOnlyASoleHandler) {
     EXPECT_EQ(mAdapter.unsubscribes[kTopic], 0);
     deliver(kTopic);
     EXPECT_EQ(mCalls, (std::vector<std::string>{"first:0", "second:1"}));
-    // first's destructor unsubscribes again, with the same (lack of) effect; it must not be
-    // called after this, so the topic gets no more events here.
+    // Destroyed, it is gone for good, though its destructor's unsubscribe has the same (lack
+    // of) effect; the topic stays with the adapter for the other handler.
     delete first;
     EXPECT_EQ(mAdapter.unsubscribes[kTopic], 0);
+    deliver(kTopic, 5);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"first:0", "second:1", "second:5"}));
+}
+
+// Counts its calls through a plain pointer, so that a call into a freed one would still show.
+class CountingHandler : public OV_EventHandler {
+public:
+    CountingHandler(const std::string& topic, int* calls) : OV_EventHandler(topic), mCalls(calls) {}
+    void handleEvent(OV_Event&) override { ++*mCalls; }
+
+private:
+    int* mCalls;
+};
+
+TEST_F(FacadeTest, DestroyedHandlerIsNeverCalledOnAnyOfItsTopics) {
+    int goneCalls = 0;
+    auto* gone = new CountingHandler(kTopic, &goneCalls);
+    OV_EventAndStatusFacade::instance()->subscribe(kOther, gone); // a second topic by hand
+    OrderHandler stays(kTopic, &mCalls, "stays");
+    OrderHandler other(kOther, &mCalls, "other");
+    OV_EventAndStatusFacade::instance()->unsubscribe(kTopic, &stays); // stays registered
+    delete gone;
+    deliver(kTopic, 1);
+    deliver(kOther, 2);
+    EXPECT_EQ(goneCalls, 0);
+    EXPECT_EQ(mCalls, (std::vector<std::string>{"stays:1", "other:2"}));
+    EXPECT_EQ(mAdapter.unsubscribes.size(), 0u);
+    // The live handler left alone is now the sole one, so its next unsubscribe removes it.
+    OV_EventAndStatusFacade::instance()->unsubscribe(kTopic, &stays);
+    EXPECT_EQ(mAdapter.unsubscribes[kTopic], 1);
+    deliver(kTopic, 3);
+    EXPECT_EQ(mCalls.size(), 2u);
 }
 
 TEST_F(FacadeTest, LastHandlerLeavingUnsubscribesTheAdapterOnce) {
@@ -347,6 +400,98 @@ TEST_F(FacadeTest, SubscribeDispatchAndUnsubscribeTraceEachStep) {
         "unsubscribe: Exiting.",
     };
     EXPECT_EQ(facadeMessages(capture.text()), expected);
+}
+
+size_t occurrences(const std::string& text, const std::string& part) {
+    size_t n = 0;
+    for (size_t pos = text.find(part); pos != std::string::npos; pos = text.find(part, pos + 1))
+        ++n;
+    return n;
+}
+
+TEST_F(FacadeTest, TopicMadeOnTwoThreadsAtOnceReachesTheAdapterOnce) {
+    ovtest::StderrCapture capture;
+    // The first adapter call is held until both threads have found the topic without an entry.
+    mAdapter.onSubscribe = [&capture](const std::string&) {
+        waitUntil([&] { return occurrences(capture.text(), "There is no entry") >= 2; });
+    };
+    std::unique_ptr<OrderHandler> a, b;
+    std::thread one([&] { a.reset(new OrderHandler(kTopic, &mCalls, "a")); });
+    std::thread two([&] { b.reset(new OrderHandler(kTopic, &mCalls, "b")); });
+    one.join();
+    two.join();
+    mAdapter.onSubscribe = nullptr;
+    EXPECT_EQ(mAdapter.subscribes[kTopic], 1);
+    deliver(kTopic);
+    EXPECT_EQ(mCalls.size(), 2u);
+    // Destroyed on two threads at once: the topic leaves the adapter once.
+    std::thread three([&] { a.reset(); });
+    std::thread four([&] { b.reset(); });
+    three.join();
+    four.join();
+    EXPECT_EQ(mAdapter.unsubscribes[kTopic], 1);
+    deliver(kTopic);
+    EXPECT_EQ(mCalls.size(), 2u);
+}
+
+// What happened, in order, across threads.
+struct Sequence {
+    void add(const std::string& step) {
+        std::lock_guard<std::mutex> lock(mutex);
+        steps.push_back(step);
+    }
+    bool has(const std::string& step) {
+        std::lock_guard<std::mutex> lock(mutex);
+        return std::find(steps.begin(), steps.end(), step) != steps.end();
+    }
+    std::mutex mutex;
+    std::vector<std::string> steps;
+};
+
+// Holds its call until released. Its members are read before: once its destructor has
+// begun, the call must not touch the object.
+class HeldHandler : public OV_EventHandler {
+public:
+    HeldHandler(const std::string& topic, std::atomic<bool>* entered, std::atomic<bool>* release,
+                Sequence* sequence)
+        : OV_EventHandler(topic), mEntered(entered), mRelease(release), mSequence(sequence) {}
+    void handleEvent(OV_Event&) override {
+        std::atomic<bool>* release = mRelease;
+        Sequence* sequence = mSequence;
+        *mEntered = true;
+        while (!*release)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        sequence->add("call ended");
+    }
+
+private:
+    std::atomic<bool>* mEntered;
+    std::atomic<bool>* mRelease;
+    Sequence* mSequence;
+};
+
+TEST_F(FacadeTest, DestroyingAHandlerWaitsForItsCallOnAnotherThread) {
+    ovtest::StderrCapture capture;
+    std::atomic<bool> entered(false), release(false);
+    Sequence sequence;
+    auto* held = new HeldHandler(kTopic, &entered, &release, &sequence);
+    OrderHandler other(kTopic, &mCalls, "other"); // shares the topic, so held stays listed
+    std::thread deliverer([this] { deliver(kTopic); });
+    ASSERT_TRUE(waitUntil([&] { return entered.load(); }));
+    std::thread releaser([&] {
+        // Once the destructor is under way, give it every chance to return before the call
+        // ends; it must not.
+        waitUntil(
+            [&] { return capture.text().find("unsubscribe: Exiting.") != std::string::npos; });
+        waitUntil([&] { return sequence.has("deleted"); }, 300);
+        release = true;
+    });
+    delete held;
+    sequence.add("deleted");
+    releaser.join();
+    deliverer.join();
+    EXPECT_EQ(sequence.steps, (std::vector<std::string>{"call ended", "deleted"}));
+    EXPECT_EQ(mCalls, std::vector<std::string>{"other:0"});
 }
 
 TEST(OV_Event, PropertyMapIsCreatedOnFirstWrite) {

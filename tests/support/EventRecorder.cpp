@@ -12,7 +12,7 @@ namespace ovtest {
 EventRecorder::EventRecorder(const std::string& topic) : OV_EventHandler(topic) {}
 
 EventRecorder::~EventRecorder() {
-    OV_EventAndStatusFacade::instance()->unsubscribe(topic(), this);
+    OV_EventAndStatusFacade::instance()->forgetHandler(this);
 }
 
 void EventRecorder::handleEvent(OV_Event& event) {

@@ -26,8 +26,8 @@ struct RecordedEvent {
 class EventRecorder : public OV_EventHandler {
 public:
     explicit EventRecorder(const std::string& topic);
-    // Unsubscribes before the members go: as its topic's last handler, that waits for a
-    // delivery into the recorder under way on the bus's thread.
+    // Leaves the facade before the members go, waiting for a delivery into the recorder under
+    // way on another thread.
     ~EventRecorder() override;
 
     void handleEvent(OV_Event& event) override;
