@@ -101,6 +101,7 @@ NR_CacheDirectory& NR_ContentCache::directory() {
 
 NR_ContentCache::NR_ContentCache() {
     std::string dir = getCachePath();
+    cache_dir = dir;
     directory().setPath(dir);
     std::error_code error;
     std::filesystem::create_directories(dir, error);
@@ -159,7 +160,7 @@ int NR_ContentCache::save(const ovTypes::ID& id, const Streamable& object, const
                std::strerror(errno));
         return -1;
     }
-    policy()->addDiskUsage(name, fileType(name), true);
+    account(name, true);
     OV_LOG(5, "send storage used to UI\n\n");
     sendStorageStatus();
     return 0;
@@ -336,17 +337,15 @@ int NR_ContentCache::closeOutputStream(const ovTypes::ID& id, std::ofstream* str
     NR_CacheDirectory& dir = directory();
     const std::string temp = id + kTempSuffix;
     const std::string name = finalName(id, mimeType);
-    if (written) {
-        OV_LOG(4, "New path:%s\n\n", dir.pathOf(name).c_str());
-        written = dir.rename(temp, name);
-    }
+    OV_LOG(4, "New path:%s\n\n", dir.pathOf(name).c_str());
+    written = written && dir.rename(temp, name);
     if (!written) {
         OV_LOG(3, "NR_ContentCache.closeOutputStream(): cannot write %s: %s\n\n",
                dir.pathOf(name).c_str(), std::strerror(errno));
         dir.unlink(temp);
         return -1;
     }
-    policy()->addDiskUsage(name, getType(id), false);
+    policy()->addDiskUsage(name, getType(id), true);
     return 0;
 }
 
@@ -556,6 +555,13 @@ int NR_ContentCache::fileType(const std::string& name) const {
     return 9;
 }
 
+void NR_ContentCache::account(const std::string& name, bool written) {
+    policy()->addDiskUsage(name, fileType(name), written);
+    const char* suffix = objectSuffix(name);
+    if ((written && suffix) || suffix == kContainerSuffix)
+        policy()->accessedCacheObj(name);
+}
+
 int NR_ContentCache::sync(bool sweepUnfinished) {
     resetReferences();
 
@@ -609,7 +615,7 @@ int NR_ContentCache::sync(bool sweepUnfinished) {
         else
             OV_LOG(5, "NR_ContentCache.sync(): found misc object %s\n\n", name.c_str());
         if (policy()->hasReferences(name, 0))
-            policy()->addDiskUsage(name, fileType(name), false);
+            account(name, false);
         else
             (suffix ? objects : others).push_back(name);
     }
@@ -617,10 +623,10 @@ int NR_ContentCache::sync(bool sweepUnfinished) {
     OV_LOG(5, "NR_ContentCache.sync(): Adding unreferenced stuff\n\n");
     OV_LOG(5, "NR_ContentCache.sync(): First, the items\n\n");
     for (const std::string& name : objects)
-        policy()->addDiskUsage(name, fileType(name), false);
+        account(name, false);
     OV_LOG(5, "NR_ContentCache.sync(): Finally, the images\n\n");
     for (const std::string& name : others)
-        policy()->addDiskUsage(name, fileType(name), false);
+        account(name, false);
     saveRefUsed();
 
     OV_LOG(5, "CacheUsed %dK, CacheSize %dK\n\n", int(cacheUsed()), int(cacheSize()));

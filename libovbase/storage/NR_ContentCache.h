@@ -138,6 +138,20 @@ public:
     // The cache directory's files, for the policy and the tools.
     static NR_CacheDirectory& directory();
 
+    // The cache's state, open to be read (by tools and diagnostics); only the cache changes it.
+    // The cache directory, ending in '/': "" until setCachePath or the first getInstance, which
+    // takes the default path under the device root.
+    static std::string cache_dir;
+    // Whether the storage-full event was last sent with true.
+    static bool isFull;
+    // The content IDs the references registered so far name, by their use; getType reads them.
+    static std::set<std::string> templateIDs;     // templates of items and channels
+    static std::set<std::string> chanTemplateIDs; // templates used by channels
+    static std::set<std::string> chanImageIDs;    // images of channels
+    static std::set<std::string> imageOnlyIDs;    // images of image-only items
+    static std::set<std::string> excerptIDs;      // excerpt pages
+    static std::set<std::string> excerptCSSIDs;   // style sheets of excerpts
+
 private:
     NR_ContentCache();
     NR_ContentCache(const NR_ContentCache&) = delete;
@@ -169,18 +183,12 @@ private:
     // referenced object and room for an object takes resources first; a resource's class is
     // that of the IDs naming it.
     int fileType(const std::string& name) const;
+    // Has the policy account the file NAME in its queue. An object just WRITTEN, and a
+    // container at any time, is then marked as used: a new item is not taken for unreferenced
+    // before its channel is written, and the roots go last.
+    void account(const std::string& name, bool written);
     // The directory's names in byte order; -1 when it cannot be read.
     int sortDir(std::vector<std::string>& names);
-
-    static std::string cache_dir; // "" until setCachePath: the default under the device root
-    static bool isFull;
-
-    static std::set<std::string> templateIDs;
-    static std::set<std::string> chanTemplateIDs;
-    static std::set<std::string> chanImageIDs;
-    static std::set<std::string> imageOnlyIDs;
-    static std::set<std::string> excerptIDs;
-    static std::set<std::string> excerptCSSIDs;
 
     std::map<std::string, std::string> mMimeTable; // MIME type -> extension
 };

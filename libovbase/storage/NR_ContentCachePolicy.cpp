@@ -111,7 +111,7 @@ void NR_ContentCachePolicy::changeRefUsed(int blocks, bool add) {
     OV_LOG(5, "[e13361] mReferencedUsed is changed to %ld\n\n", long(mReferencedUsed));
 }
 
-int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool fresh) {
+int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool /*fresh*/) {
     if (type < 0 || type >= QUEUE_COUNT)
         return -1;
     struct stat st;
@@ -120,8 +120,7 @@ int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool 
     if (mFiles.count(name))
         delDiskUsage(name, type);
     bool referenced = hasReferences(name, type);
-    // Roots in queue 0 take the counter like referenced files, so they go last.
-    mQueueArr[type].push(name, !referenced && !fresh && type != 0);
+    mQueueArr[type].push(name, !referenced);
     int blocks = blocksFor((unsigned long)st.st_size);
     mFiles[name] = FileRecord{type, blocks, referenced};
     for (const std::string& key : NR_CacheDirectory::namesOf(name))
@@ -226,7 +225,7 @@ void NR_ContentCachePolicy::updateReferenced(const std::string& child) {
         changeRefUsed(record.blocks, referenced);
         if (referenced)
             mQueueArr[record.type].touch(name);
-        else if (record.type != 0)
+        else
             mQueueArr[record.type].setUnused(name);
     }
 }
@@ -243,7 +242,7 @@ int NR_ContentCachePolicy::removeNext(int type, bool& evictedReferenced) {
         const lru_element<std::string>* top = mQueueArr[queue].top();
         if (top && top->key == 0) {
             std::string name = top->name;
-            removeFile(name);
+            evict(name);
             OV_LOG(5, "found unreferenced object %s on queue %d\n\n", name.c_str(), queue);
             forget(name);
             evictedReferenced = false;
@@ -256,13 +255,23 @@ int NR_ContentCachePolicy::removeNext(int type, bool& evictedReferenced) {
         const lru_element<std::string>* top = mQueueArr[queue].top();
         if (top) {
             std::string name = top->name;
-            removeFile(name);
+            evict(name);
             OV_LOG(5, "removing referenced object %s from queue %d\n\n", name.c_str(), queue);
             forget(name);
             return 0;
         }
     }
     return -1;
+}
+
+void NR_ContentCachePolicy::evict(const std::string& name) {
+    if (removeFile(name) == 0)
+        return;
+    struct stat st;
+    if (::stat(NR_ContentCache::directory().pathOf(name).c_str(), &st) != 0 && errno == ENOENT) {
+        delDiskUsage(name, 0);
+        delRefsOf(name);
+    }
 }
 
 int NR_ContentCachePolicy::removeFile(std::string name) {
@@ -278,7 +287,7 @@ int NR_ContentCachePolicy::removeFile(std::string name) {
     }
     auto it = mFiles.find(name);
     if (it != mFiles.end()) {
-        if (it->second.referenced)
+        if (hasReferences(name, 11))
             mReferencedUsed -= blocks;
         mCacheUsed -= blocks;
         forget(name);
@@ -326,12 +335,9 @@ void NR_ContentCachePolicy::reset() {
 }
 
 int NR_ContentCachePolicy::writeRefUsed() const {
-    // What this process last wrote, so that an unchanged total is not written again.
-    static std::string writtenPath;
-    static int32_t writtenValue = 0;
+    // Every time, even when the total did not change: another process that opens the cache
+    // writes its own 0 there, and /tmp may have been emptied.
     std::string path = ovplatform::devicePath(kRefFile);
-    if (path == writtenPath && mReferencedUsed == writtenValue)
-        return 0;
     std::error_code ignored;
     std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     // In place, the new line first and what is left of the old text cut off after it: a reader
@@ -347,11 +353,8 @@ int NR_ContentCachePolicy::writeRefUsed() const {
     if (!ok) {
         OV_LOG(3, "NR_ContentCachePolicy: cannot write %s: %s\n\n", path.c_str(),
                std::strerror(error));
-        writtenPath.clear();
         return -1;
     }
-    writtenPath = path;
-    writtenValue = mReferencedUsed;
     return 0;
 }
 

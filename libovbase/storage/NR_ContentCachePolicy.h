@@ -7,12 +7,14 @@
 //
 // Files are accounted under the names they have on disk. A file counts as referenced when the
 // reference table holds its name or an ID whose lookup finds it (logo, logoZpng for logo.png),
-// so references registered before or after the file arrives both count. Unreferenced files
-// carry key 0 in their queue, which puts them on top; a referenced, used or freshly written
-// object takes the queue's counter, and a file that loses its last parent goes back to 0.
-// The cache's own objects use the classes resources never have: containers 0, channels 2,
-// items 3. Queue 0 holds the roots: they are never taken for unreferenced and go only when
-// every other queue is empty.
+// so references registered before or after the file arrives both count. A file carries key 0
+// in its queue while nothing references it, which puts it on top where the first pass of
+// removeNext looks; its first parent or a use gives it the queue's counter, and losing its
+// last parent gives it 0 again. The cache's own objects use the classes resources never
+// have (containers 0, channels 2, items 3) and the cache marks them as used when it writes
+// them, and the containers whenever it accounts them: a new item is not taken for
+// unreferenced before its channel is written, and the roots go only when every other queue
+// is empty.
 //
 // The limit is 10 percent of the file system that holds the cache directory, as
 // ovplatform::fileSystemSize reports it, in whole percent steps of its blocks.
@@ -56,12 +58,11 @@ public:
     void changeRefUsed(int blocks, bool add);
 
     // Accounts the file NAME of the cache directory in queue TYPE (0 to 10), withdrawing an
-    // earlier accounting of the same name first. FRESH is for a news object the cache has just
-    // written: it takes the queue's counter even while nothing references it yet (its channel
-    // or container is usually saved after it), so new content is not the first to go. Without
-    // FRESH an unreferenced file carries key 0. A file whose status cannot be read is not
+    // earlier accounting of the same name first: with key 0 while nothing references it, the
+    // queue's counter otherwise. The third argument (the cache passes true for what it has
+    // just written) does not change that. A file whose status cannot be read is not
     // accounted. 0, or -1 for a TYPE out of range.
-    int addDiskUsage(const std::string& name, int type, bool fresh);
+    int addDiskUsage(const std::string& name, int type, bool);
     // Withdraws NAME's accounting (the queue is the one it was accounted in; TYPE is not
     // needed). 0, or -1 when NAME is not accounted.
     int delDiskUsage(const std::string& name, int type);
@@ -108,6 +109,19 @@ public:
     void dumpReferences();
     void dumpPriorityQueues();
 
+    // The policy's state, open to be read (by tools and diagnostics); only the policy changes
+    // it. Sizes are in file-system blocks.
+    static int32_t mPercentSize;    // share of the file system the cache may use: 10
+    static int32_t mBlockSize;      // bytes per block
+    static int32_t mMaxCacheSize;   // the limit
+    static int32_t mCacheUsed;      // all accounted files
+    static int32_t mReferencedUsed; // the referenced ones
+    static int32_t blockMultiplier; // 512-byte units of a file's status per block
+    // The reference table: child (resource ID or object file) -> its parents (object files).
+    static std::map<std::string, std::set<std::string>> references;
+    static NR_LRUQueue<std::string> mQueueArr[QUEUE_COUNT];
+    static NR_ContentCachePolicy* mInstance;
+
 private:
     struct FileRecord {
         int type;
@@ -123,22 +137,17 @@ private:
     bool isReferenced(const std::string& name) const;
     // Brings the referenced state of the accounted files CHILD names up to date.
     void updateReferenced(const std::string& child);
+    // removeFile for the top NAME that removeNext takes. One already deleted behind the
+    // cache's back leaves the counters and the reference table all the same; one that cannot
+    // be deleted stays counted (it still occupies its blocks) until the next sync.
+    void evict(const std::string& name);
     // Drops NAME from its queue and from the records.
     void forget(const std::string& name);
 
-    static int32_t mPercentSize;
-    static int32_t mBlockSize;
-    static int32_t mMaxCacheSize;
-    static int32_t mCacheUsed;
-    static int32_t mReferencedUsed;
-    static int32_t blockMultiplier;
-    static std::map<std::string, std::set<std::string>> references; // child -> parents
-    static std::map<std::string, std::set<std::string>> mChildren;  // parent -> children
-    static std::map<std::string, FileRecord> mFiles;                // accounted files
+    static std::map<std::string, std::set<std::string>> mChildren; // parent -> children
+    static std::map<std::string, FileRecord> mFiles;               // accounted files
     // Accounted files by every text that refers to them (NR_CacheDirectory::namesOf).
     static std::multimap<std::string, std::string> mFilesByName;
-    static NR_LRUQueue<std::string> mQueueArr[QUEUE_COUNT];
-    static NR_ContentCachePolicy* mInstance;
 };
 
 #endif

@@ -68,10 +68,16 @@ protected:
     }
 
     // Writes NAME straight into the directory, as another process would, and accounts it in
-    // queue TYPE.
-    void account(const std::string& name, int type, size_t size = 100) {
+    // queue TYPE (FRESH is the third argument of addDiskUsage).
+    void account(const std::string& name, int type, size_t size = 100, bool fresh = false) {
         ASSERT_TRUE(ovtest::writeFile(path(name), std::string(size, 'x')));
-        ASSERT_EQ(0, policy()->addDiskUsage(name, type, false));
+        ASSERT_EQ(0, policy()->addDiskUsage(name, type, fresh));
+    }
+
+    // The key of NAME in queue TYPE of the policy, or -1 when it is not there.
+    int keyOf(int type, const std::string& name) {
+        const lru_element<std::string>* element = policy()->queue(type).find(name);
+        return element ? element->key : -1;
     }
 
     ovtest::TempDeviceRoot mRoot;

@@ -143,6 +143,12 @@ TEST_F(ObjectTest, ReferencesGiveTheClassesOfResources) {
     EXPECT_EQ(7, c->getType("onlyimg"));
     EXPECT_EQ(9, c->getType("plainimg")); // an image of an image-and-text item
     EXPECT_EQ(9, c->getType("unknown"));
+    EXPECT_EQ(std::set<std::string>({"shared", "itemtpl", "owntpl"}), NR_ContentCache::templateIDs);
+    EXPECT_EQ(std::set<std::string>({"shared"}), NR_ContentCache::chanTemplateIDs);
+    EXPECT_EQ(std::set<std::string>({"chimg"}), NR_ContentCache::chanImageIDs);
+    EXPECT_EQ(std::set<std::string>({"onlyimg"}), NR_ContentCache::imageOnlyIDs);
+    EXPECT_EQ(std::set<std::string>({"page"}), NR_ContentCache::excerptIDs);
+    EXPECT_EQ(std::set<std::string>({"sheet"}), NR_ContentCache::excerptCSSIDs);
 
     // Resources land in the queue of their class, counted as referenced.
     ASSERT_EQ(0, putResource("chimg", "c"));
@@ -187,6 +193,77 @@ TEST_F(ObjectTest, AResourceDisplacesOnlyClassesItMay) {
     EXPECT_TRUE(exists("ci49.gif"));
     EXPECT_TRUE(exists("ch.chn"));
     EXPECT_TRUE(cache()->isStorageFull());
+}
+
+// A stored resource that nothing references goes before a referenced one of a lower class,
+// however recently it was stored.
+TEST_F(ObjectTest, AnUnreferencedResourceGoesBeforeAReferencedLowerClass) {
+    Channel channel("ch");
+    channel.excerptContentMap.reset(new NewsObject::ContentMap);
+    setContent(*channel.excerptContentMap, "primaryxhtml", "page", "application/xhtml+xml");
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    ASSERT_EQ(0, putResource("page", "<p/>", "application/xhtml+xml"));
+    ASSERT_EQ(0, putResource("loose", "l"));
+    ASSERT_EQ(1, queueOf("page.xhtml"));
+    ASSERT_EQ(9, queueOf("loose.gif"));
+    EXPECT_EQ("page.xhtml", policy()->queue(1).top()->name);
+    EXPECT_EQ("loose.gif", policy()->queue(9).top()->name);
+
+    ovtest::StderrCapture capture;
+    bool evictedReferenced = true;
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+    EXPECT_TRUE(exists("page.xhtml"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tfound unreferenced object loose.gif on queue 9\n\n"));
+}
+
+// The cache marks the objects it writes as just used, and the root container whenever it is
+// accounted: an unreferenced resource goes before a new item no channel lists yet, and the
+// root goes last, after the referenced files of every class.
+TEST_F(ObjectTest, NewObjectsAndTheRootAreNotTakenForUnreferenced) {
+    ASSERT_EQ(0, cache()->save("news", Container("news")));
+    ASSERT_EQ(0, cache()->save("x", Item("x")));
+    ASSERT_EQ(0, putResource("loose", "l"));
+    EXPECT_FALSE(referenced("x.itm"));
+    EXPECT_GT(keyOf(3, "x.itm"), 0);
+    EXPECT_GT(keyOf(0, "news.cnt"), 0);
+    bool evictedReferenced = true;
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_TRUE(evictedReferenced);
+    EXPECT_FALSE(exists("x.itm"));
+    EXPECT_TRUE(exists("news.cnt"));
+
+    // Rebuilt from disk: the root keeps its place, an item nothing lists is unreferenced.
+    ASSERT_EQ(0, cache()->save("x", Item("x")));
+    ASSERT_EQ(0, cache()->sync());
+    EXPECT_GT(keyOf(0, "news.cnt"), 0);
+    EXPECT_EQ(0, keyOf(3, "x.itm"));
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("x.itm"));
+    ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("news.cnt"));
+}
+
+// Another process that opens the cache writes its own 0 to "/tmp/ref.txt", or the file goes
+// with /tmp: the next save writes the total again even when it did not change, failed or not.
+TEST_F(ObjectTest, EverySaveRewritesTheRefFile) {
+    const std::string refFile = ovplatform::devicePath("/tmp/ref.txt");
+    ASSERT_EQ(0, cache()->save("x", *makeItem("x", "tpl", "img")));
+    ASSERT_EQ(0, putResource("img", std::string(5000, 'i')));
+    ASSERT_EQ(0, cache()->save("y", Item("y")));
+    EXPECT_EQ("2\n", ovtest::readFile(refFile));
+
+    ASSERT_TRUE(ovtest::writeFile(refFile, "0\n"));
+    ASSERT_EQ(0, cache()->save("y", Item("y")));
+    EXPECT_EQ("2\n", ovtest::readFile(refFile));
+    ASSERT_EQ(0, std::remove(refFile.c_str()));
+    EXPECT_EQ(-1, cache()->save("..", Item("y")));
+    EXPECT_EQ("2\n", ovtest::readFile(refFile));
 }
 
 TEST_F(ObjectTest, RemovingObjectsWithdrawsWhatTheyReference) {

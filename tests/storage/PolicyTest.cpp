@@ -26,6 +26,15 @@ TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
     EXPECT_EQ(1230 * 4, p->cacheRemaining());
     EXPECT_EQ(1230, p->cacheBlocksFree());
     EXPECT_EQ("0\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
+    EXPECT_EQ(p, NR_ContentCachePolicy::mInstance);
+    EXPECT_EQ(10, NR_ContentCachePolicy::mPercentSize);
+    EXPECT_EQ(kBlockSize, NR_ContentCachePolicy::mBlockSize);
+    EXPECT_EQ(1230, NR_ContentCachePolicy::mMaxCacheSize);
+    EXPECT_EQ(8, NR_ContentCachePolicy::blockMultiplier);
+    EXPECT_EQ(0, NR_ContentCachePolicy::mCacheUsed);
+    EXPECT_EQ(0, NR_ContentCachePolicy::mReferencedUsed);
+    EXPECT_EQ(mDir, NR_ContentCache::cache_dir);
+    EXPECT_FALSE(NR_ContentCache::isFull);
     std::string text = capture.text();
     EXPECT_NE(std::string::npos,
               text.find("\t[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write "
@@ -67,7 +76,11 @@ TEST_F(Policy, RemovingAFileTakesWhatItOccupiesOnDisk) {
     account("exact", 9, 4096); // counted as 2 blocks, occupies 1
     account("other", 9, 100);
     EXPECT_EQ(3, p->blocksUsed());
+    ovtest::StderrCapture capture;
     EXPECT_EQ(0, p->removeFile("exact"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n"))
+        << "the referenced total is reduced only after asking";
     EXPECT_FALSE(exists("exact"));
     EXPECT_EQ(2, p->blocksUsed()) << "the extra block of an exact multiple stays counted";
     EXPECT_EQ(-1, p->removeFile("exact"));
@@ -110,6 +123,27 @@ TEST_F(Policy, AnUnreferencedFileBelowTheTopIsNotFound) {
     EXPECT_TRUE(exists("used.gif"));
 }
 
+// A file deleted behind the cache's back leaves the accounting, and the references it held,
+// when eviction comes to it: the cache is not left fuller than it is until the next sync.
+TEST_F(Policy, AVanishedFileLeavesTheAccountingWhenEvictionReachesIt) {
+    NR_ContentCachePolicy* p = policy();
+    p->addRef("gone.itm", "img");
+    account("gone.itm", 9);
+    account("img.gif", 9);
+    account("next.gif", 9);
+    EXPECT_EQ(3, p->blocksUsed());
+    EXPECT_EQ(1, p->referencedUsed());
+    ASSERT_EQ(0, std::remove(path("gone.itm").c_str()));
+    bool evictedReferenced = true;
+    EXPECT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_EQ(2, p->blocksUsed());
+    EXPECT_EQ(0, p->referencedUsed());
+    EXPECT_TRUE(p->childrenOf("gone.itm").empty());
+    EXPECT_TRUE(exists("img.gif"));
+    EXPECT_TRUE(exists("next.gif"));
+}
+
 TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
     NR_ContentCachePolicy* p = policy();
     for (const char* id : {"t4", "i5", "t6", "i7"})
@@ -141,16 +175,41 @@ TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
     EXPECT_FALSE(exists("loose.gif"));
 }
 
-TEST_F(Policy, RootsInQueueZeroGoLast) {
+// While nothing references a file it carries key 0, whatever the third argument of
+// addDiskUsage said, so the first pass of eviction finds it on top of its queue (queue 0 too)
+// before any referenced file of a lower class. Its first parent gives it the counter.
+TEST_F(Policy, UnreferencedFilesCarryKeyZeroHoweverTheyAreAccounted) {
     NR_ContentCachePolicy* p = policy();
-    account("news.cnt", 0);
-    p->addRef("x.itm", "img");
-    account("img.gif", 9);
-    bool evictedReferenced = false;
+    p->addRef("x.itm", "ref1");
+    account("ref1.gif", 1, 100, true);
+    account("loose.gif", 9, 100, true);
+    account("plain.gif", 9, 100, false);
+    EXPECT_GT(keyOf(1, "ref1.gif"), 0);
+    EXPECT_EQ(0, keyOf(9, "loose.gif"));
+    EXPECT_EQ(0, keyOf(9, "plain.gif"));
+
+    ovtest::StderrCapture capture;
+    bool evictedReferenced = true;
     ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(exists("img.gif"));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("loose.gif"));
+    EXPECT_TRUE(exists("ref1.gif"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tfound unreferenced object loose.gif on queue 9\n\n"));
+
+    account("zero.gif", 0, 100, true);
     ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(exists("news.cnt"));
+    EXPECT_FALSE(evictedReferenced);
+    EXPECT_FALSE(exists("zero.gif"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find("\tfound unreferenced object zero.gif on queue 0\n\n"));
+
+    p->addRef("y.itm", "plain");
+    EXPECT_GT(keyOf(9, "plain.gif"), 0);
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_TRUE(evictedReferenced) << "nothing unreferenced is left";
+    EXPECT_FALSE(exists("plain.gif")) << "the highest class goes first";
+    EXPECT_TRUE(exists("ref1.gif"));
 }
 
 TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
@@ -166,6 +225,10 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
     EXPECT_EQ(3, p->referencedUsed());
     p->addRef("b.itm", "pic"); // a second parent changes nothing
     EXPECT_EQ(3, p->referencedUsed());
+    EXPECT_EQ(3, NR_ContentCachePolicy::mReferencedUsed);
+    EXPECT_EQ(3, NR_ContentCachePolicy::mCacheUsed);
+    EXPECT_EQ(2u, NR_ContentCachePolicy::references.at("pic").size());
+    EXPECT_EQ(2u, NR_ContentCachePolicy::mQueueArr[9].size());
     EXPECT_EQ(4 * 1000 / 10 - 3 * 4, p->cacheRemaining());
 
     int type = -1;

@@ -187,7 +187,10 @@ TEST_F(ResourceTest, AFailedStreamLeavesNoFile) {
     std::ofstream* out = cache()->getOutputStream("broken", 10);
     ASSERT_NE(nullptr, out);
     out->setstate(std::ios::badbit); // as a failed write leaves it
+    ovtest::StderrCapture capture;
     EXPECT_EQ(-1, cache()->closeOutputStream("broken", out, "image/gif"));
+    EXPECT_NE(std::string::npos, capture.text().find("\tNew path:" + path("broken.gif") + "\n\n"))
+        << "the name is told before the move is tried";
     EXPECT_FALSE(exists("broken.gif"));
     EXPECT_FALSE(exists("broken.tmp"));
     EXPECT_EQ(-1, cache()->closeOutputStream("broken", nullptr, "image/gif"));

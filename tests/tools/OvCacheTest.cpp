@@ -1,0 +1,152 @@
+// ovcache run on a device root as a developer runs it: what list, show, usage and sync report
+// for a cache a previous run left, what they leave on disk, and the exit statuses.
+#include "OVPlatform.h"
+#include "model/Channel.h"
+#include "model/Container.h"
+#include "model/Item.h"
+#include "support/Files.h"
+#include "support/TempDir.h"
+#include "support/ToolProcess.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+#include <vector>
+
+namespace {
+
+const char* const OVCACHE = OVTOOL_OVCACHE;
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// The line of TEXT that starts with NAME and a blank, or "".
+std::string lineOf(const std::string& text, const std::string& name) {
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);) {
+        if (line.compare(0, name.size() + 1, name + " ") == 0)
+            return line;
+    }
+    return std::string();
+}
+
+std::string streamOf(const Streamable& object) {
+    std::ostringstream out;
+    object.store(out);
+    return out.str();
+}
+
+// A cache of 100 blocks of 4096 bytes: the feed "news" -> channel ch -> item x, with the item's
+// and the channel's images, an image nothing references and an unfinished write.
+class OvCache : public ::testing::Test {
+protected:
+    OvCache() : mDir(mRoot.file("/qbxlocal/download/appwrite/ovcache/")) {
+        EXPECT_TRUE(ovplatform::setSimulatedFileSystem(mDir, 4096, 1000));
+        Container news("news");
+        news.channelIDs = {"ch"};
+        Channel channel("ch");
+        channel.itemIDs = {"x"};
+        channel.contentMap.reset(new NewsObject::ContentMap);
+        (*channel.contentMap)["image"].contextId = "chimg";
+        Item item("x");
+        item.title = L"Tram line approved";
+        item.contentMap.reset(new NewsObject::ContentMap);
+        (*item.contentMap)["image"].contextId = "img";
+        EXPECT_TRUE(ovtest::writeFile(mDir + "news.cnt", streamOf(news)));
+        EXPECT_TRUE(ovtest::writeFile(mDir + "ch.chn", streamOf(channel)));
+        EXPECT_TRUE(ovtest::writeFile(mDir + "x.itm", streamOf(item)));
+        for (const char* name : {"img.gif", "chimg.gif", "orphan.gif", "half.tmp"})
+            EXPECT_TRUE(ovtest::writeFile(mDir + name, "bytes"));
+    }
+
+    ovtest::ToolResult ovcache(std::vector<std::string> args) {
+        args.insert(args.begin(), mRoot.path());
+        return ovtest::runTool(OVCACHE, args);
+    }
+
+    ovtest::TempDeviceRoot mRoot;
+    std::string mDir;
+};
+
+TEST(OvCacheUsage, HelpAndUsageErrors) {
+    ovtest::ToolResult help = ovtest::runTool(OVCACHE, {"--help"});
+    EXPECT_EQ(0, help.exitCode);
+    EXPECT_EQ(0u, help.out.find("usage: ovcache")) << help.out;
+    EXPECT_EQ("", help.err);
+
+    ovtest::TempDir root;
+    for (const std::vector<std::string>& wrong : {std::vector<std::string>{},
+                                                  {root.path()},
+                                                  {root.path(), "frobnicate"},
+                                                  {root.path(), "show"},
+                                                  {root.path(), "list", "extra"},
+                                                  {"--bogus"}}) {
+        ovtest::ToolResult usage = ovtest::runTool(OVCACHE, wrong);
+        EXPECT_EQ(64, usage.exitCode) << wrong.size();
+        EXPECT_EQ("", usage.out);
+        EXPECT_TRUE(contains(usage.err, "usage: ovcache")) << usage.err;
+    }
+
+    const std::string missing = root.file("missing");
+    ovtest::ToolResult noRoot = ovtest::runTool(OVCACHE, {missing, "list"});
+    EXPECT_EQ(66, noRoot.exitCode);
+    EXPECT_TRUE(contains(noRoot.err, missing + ": no such device root")) << noRoot.err;
+    ovtest::ToolResult noDir = ovtest::runTool(OVCACHE, {"--cache-dir", missing, "list"});
+    EXPECT_EQ(66, noDir.exitCode);
+    EXPECT_TRUE(contains(noDir.err, missing + ": no such cache directory")) << noDir.err;
+    EXPECT_FALSE(ovtest::fileExists(missing)) << "a mistyped path is not made";
+}
+
+TEST_F(OvCache, ListShowsQueuesAndReferencesAndDeletesNothing) {
+    ovtest::ToolResult list = ovcache({"list"});
+    ASSERT_EQ(0, list.exitCode) << list.err;
+    EXPECT_EQ("", list.err) << "the library's diagnostics stay off the terminal";
+    EXPECT_TRUE(contains(lineOf(list.out, "news.cnt"), "queue  0  unreferenced")) << list.out;
+    EXPECT_TRUE(contains(lineOf(list.out, "ch.chn"), "queue  2  referenced by news.cnt"));
+    EXPECT_TRUE(contains(lineOf(list.out, "x.itm"), "queue  3  referenced by ch.chn"));
+    EXPECT_TRUE(contains(lineOf(list.out, "chimg.gif"), "queue  5  referenced by ch.chn"));
+    EXPECT_TRUE(contains(lineOf(list.out, "img.gif"), "queue  9  referenced by x.itm"));
+    EXPECT_TRUE(contains(lineOf(list.out, "orphan.gif"), "queue  9  unreferenced"));
+    EXPECT_TRUE(contains(lineOf(list.out, "half.tmp"), "not accounted"));
+    EXPECT_TRUE(contains(list.out, "7 files, 6 blocks of 4096 bytes, 4 referenced, limit 100\n"))
+        << list.out;
+    EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp")) << "list leaves unfinished writes alone";
+
+    ovtest::ToolResult verbose = ovtest::runTool(OVCACHE, {"-v", mRoot.path(), "list"});
+    EXPECT_EQ(0, verbose.exitCode);
+    EXPECT_TRUE(ovtest::hasDiagnostics(verbose.err)) << verbose.err;
+}
+
+TEST_F(OvCache, ShowPrintsTheStoredFormOrNamesWhatIsMissing) {
+    ovtest::ToolResult shown = ovcache({"show", "x"});
+    ASSERT_EQ(0, shown.exitCode) << shown.err;
+    EXPECT_EQ(0u, shown.out.find("== x.itm\n")) << shown.out;
+    EXPECT_TRUE(contains(shown.out, "title=Tram line approved\n")) << shown.out;
+
+    ovtest::ToolResult missing = ovcache({"show", "nothere"});
+    EXPECT_EQ(1, missing.exitCode);
+    EXPECT_TRUE(contains(missing.err, "nothere: no container, channel or item in " + mDir))
+        << missing.err;
+    ovtest::ToolResult unsafe = ovcache({"show", "../ovcache/x"});
+    EXPECT_EQ(64, unsafe.exitCode);
+    EXPECT_TRUE(contains(unsafe.err, "../ovcache/x: not a content ID of the cache")) << unsafe.err;
+}
+
+// Used is the referenced use: the channel, the item and their two images, a block each.
+TEST_F(OvCache, UsageAndSyncReportTheStatusFigures) {
+    const std::string figures = "total 400 K\nused 16 K\nfree 384 K\n";
+    ovtest::ToolResult usage = ovcache({"usage"});
+    ASSERT_EQ(0, usage.exitCode) << usage.err;
+    EXPECT_EQ(figures, usage.out);
+    EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp"));
+
+    ovtest::ToolResult sync = ovcache({"sync"});
+    ASSERT_EQ(0, sync.exitCode) << sync.err;
+    EXPECT_EQ(figures, sync.out);
+    EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp")) << "sync sweeps unfinished writes";
+    EXPECT_EQ("4\n", ovtest::readFile(mRoot.file("/tmp/ref.txt")));
+}
+
+} // namespace
