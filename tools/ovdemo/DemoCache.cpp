@@ -41,7 +41,11 @@ const char* const ITEM_TEMPLATE = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
 // delivery thread; the demo prints from its own thread after waiting for them.
 class Watcher : public OV_EventHandler {
 public:
-    explicit Watcher(const std::string& topic) : OV_EventHandler(topic) {}
+    // Events come on the bus's thread: none reaches a half-built or half-destroyed watcher.
+    explicit Watcher(const std::string& topic) : OV_EventHandler(topic, DeliverLater()) {
+        startDelivery();
+    }
+    ~Watcher() override { endRegistration(); }
 
     void handleEvent(OV_Event& event) override {
         std::lock_guard<std::mutex> lock(mMutex);

@@ -25,7 +25,12 @@ namespace {
 // Prints each event it receives and counts them.
 class DemoHandler : public OV_EventHandler {
 public:
-    DemoHandler(const std::string& topic, const char* name) : OV_EventHandler(topic), mName(name) {}
+    // Events come on the bus's thread: none reaches a half-built or half-destroyed handler.
+    DemoHandler(const std::string& topic, const char* name)
+        : OV_EventHandler(topic, DeliverLater()), mName(name) {
+        startDelivery();
+    }
+    ~DemoHandler() override { endRegistration(); }
 
     void handleEvent(OV_Event& event) override {
         if (!mPrinting)

@@ -21,7 +21,11 @@ namespace {
 // Waits for the first setting-changed event that the bus delivers.
 class ChangeListener : public OV_EventHandler {
 public:
-    ChangeListener() : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC) {}
+    // Events come on the bus's thread: none reaches a half-built or half-destroyed listener.
+    ChangeListener() : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC, DeliverLater()) {
+        startDelivery();
+    }
+    ~ChangeListener() override { endRegistration(); }
 
     void handleEvent(OV_Event& e) override {
         std::lock_guard<std::mutex> guard(mLock);

@@ -123,8 +123,12 @@ struct Output {
 
 class PrintingHandler : public OV_EventHandler {
 public:
+    // Events come on the bus's thread: none reaches a half-built or half-destroyed handler.
     PrintingHandler(const std::string& topic, Output& output)
-        : OV_EventHandler(topic), mOutput(output) {}
+        : OV_EventHandler(topic, DeliverLater()), mOutput(output) {
+        startDelivery();
+    }
+    ~PrintingHandler() override { endRegistration(); }
 
     void handleEvent(OV_Event& event) override {
         std::string line = describe(event, mOutput.json) + "\n";
