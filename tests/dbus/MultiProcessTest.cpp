@@ -67,7 +67,11 @@ void report(const std::string& line) {
 // inside the delivery, as a crash would.
 class PrintingHandler : public OV_EventHandler {
 public:
-    PrintingHandler(const std::string& topic, int dieAt) : OV_EventHandler(topic), mDieAt(dieAt) {}
+    PrintingHandler(const std::string& topic, int dieAt)
+        : OV_EventHandler(topic, DeliverLater()), mDieAt(dieAt) {
+        startDelivery();
+    }
+    ~PrintingHandler() override { endRegistration(); }
     void handleEvent(OV_Event& event) override {
         int count = ++mCount; // before the report, which the test may answer at once
         report("event " + std::to_string(event.mValue));

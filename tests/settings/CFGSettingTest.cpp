@@ -303,7 +303,10 @@ TEST_F(CFGSettingTest, MalformedChangesAreIgnoredWithTheirDiagnostics) {
 // Holds the delivery thread at the first setting change (markers pass) until released.
 class Gate : public OV_EventHandler {
 public:
-    Gate() : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC) {}
+    Gate() : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC, DeliverLater()) {
+        startDelivery();
+    }
+    ~Gate() override { endRegistration(); }
     void handleEvent(OV_Event& e) override {
         if (e.getProperty(settingstest::kMarker, nullptr))
             return;

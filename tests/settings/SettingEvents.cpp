@@ -13,7 +13,14 @@ namespace {
 const auto kTimeout = std::chrono::seconds(10);
 }
 
-SettingRecorder::SettingRecorder() : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC) {}
+SettingRecorder::SettingRecorder()
+    : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC, DeliverLater()) {
+    startDelivery();
+}
+
+SettingRecorder::~SettingRecorder() {
+    endRegistration();
+}
 
 void SettingRecorder::handleEvent(OV_Event& e) {
     if (!e.mPropMap || e.mPropMap->empty())

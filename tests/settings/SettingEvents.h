@@ -32,7 +32,9 @@ extern const char* const kMarker;
 
 class SettingRecorder : public OV_EventHandler {
 public:
+    // Takes deliveries only once built; leaves the facade before its members go.
     SettingRecorder();
+    ~SettingRecorder() override;
 
     void handleEvent(OV_Event& e) override;
 

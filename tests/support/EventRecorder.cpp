@@ -1,7 +1,6 @@
 #include "support/EventRecorder.h"
 
 #include "eventstatuslib/OV_Event.h"
-#include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "support/QtLoop.h"
 
 #include <QCoreApplication>
@@ -9,10 +8,12 @@
 
 namespace ovtest {
 
-EventRecorder::EventRecorder(const std::string& topic) : OV_EventHandler(topic) {}
+EventRecorder::EventRecorder(const std::string& topic) : OV_EventHandler(topic, DeliverLater()) {
+    startDelivery();
+}
 
 EventRecorder::~EventRecorder() {
-    OV_EventAndStatusFacade::instance()->forgetHandler(this);
+    endRegistration();
 }
 
 void EventRecorder::handleEvent(OV_Event& event) {

@@ -25,9 +25,9 @@ struct RecordedEvent {
 
 class EventRecorder : public OV_EventHandler {
 public:
+    // Takes deliveries only once built, and leaves the facade before its members go (waiting
+    // for a delivery into it under way on another thread).
     explicit EventRecorder(const std::string& topic);
-    // Leaves the facade before the members go, waiting for a delivery into the recorder under
-    // way on another thread.
     ~EventRecorder() override;
 
     void handleEvent(OV_Event& event) override;
