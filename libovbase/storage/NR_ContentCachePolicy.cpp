@@ -338,13 +338,16 @@ int NR_ContentCachePolicy::writeRefUsed() const {
     // Every time, even when the total did not change: another process that opens the cache
     // writes its own 0 there, and /tmp may have been emptied.
     std::string path = ovplatform::devicePath(kRefFile);
-    std::error_code ignored;
-    std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
     // In place, the new line first and what is left of the old text cut off after it: a reader
     // in another process sees the old number or the new one, each ending at a line feed.
     char text[32];
     int length = std::snprintf(text, sizeof text, "%ld\n", long(mReferencedUsed));
     int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    if (fd < 0 && errno == ENOENT) { // the directory is made only when missing: a save is short
+        std::error_code ignored;
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
+    }
     bool ok =
         fd >= 0 && ::pwrite(fd, text, size_t(length), 0) == length && ::ftruncate(fd, length) == 0;
     int error = errno;
