@@ -23,8 +23,8 @@ extern const char* const BUS_USAGE;
 //         return rc;
 int useBusOption(int& argc, char** argv);
 
-// For a message that nobody received: "" once useBusOption connected the program to a bus, otherwise a reminder that without --bus
-// the program reaches only itself.
+// For a message that nobody received: "" once useBusOption connected the program to a bus,
+// otherwise a reminder that without --bus the program reaches only itself.
 const char* busHint();
 
 } // namespace ovtool

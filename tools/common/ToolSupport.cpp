@@ -66,6 +66,10 @@ bool isVerboseOption(const char* arg) {
     return std::strcmp(arg, "-v") == 0 || std::strcmp(arg, "--verbose") == 0;
 }
 
+bool asksForHelp(int argc, char** argv) {
+    return argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0);
+}
+
 void dropVerboseOptions(int& argc, char** argv) {
     int out = 1;
     bool leading = true;

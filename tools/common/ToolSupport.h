@@ -36,6 +36,9 @@ bool verbose();
 // True for the two spellings of the verbose option.
 bool isVerboseOption(const char* arg);
 
+// True when the first argument asks for help (-h or --help).
+bool asksForHelp(int argc, char** argv);
+
 // Removes the verbose options from the leading options of ARGV, adjusting ARGC, so that the
 // program's own parsing never sees them.
 void dropVerboseOptions(int& argc, char** argv);

@@ -400,7 +400,7 @@ int extractAll(const std::string& index, const std::string& folder) {
 
 int run(int argc, char** argv) {
     ovtool::dropVerboseOptions(argc, argv);
-    if (argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
+    if (ovtool::asksForHelp(argc, argv)) {
         usage(stdout);
         return 0;
     }

@@ -148,7 +148,7 @@ int show(NR_ContentCache* cache, const std::string& id) {
 
 int main(int argc, char** argv) {
     ovtool::dropVerboseOptions(argc, argv);
-    if (argc >= 2 && (std::strcmp(argv[1], "--help") == 0 || std::strcmp(argv[1], "-h") == 0)) {
+    if (ovtool::asksForHelp(argc, argv)) {
         usage(stdout);
         return ovtool::finish(0);
     }

@@ -28,7 +28,7 @@ void usage(FILE* out) {
 
 int run(int argc, char** argv) {
     ovtool::dropVerboseOptions(argc, argv);
-    if (argc == 2 && (!std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help"))) {
+    if (ovtool::asksForHelp(argc, argv)) {
         usage(stdout);
         return 0;
     }

@@ -331,7 +331,7 @@ int timeChanged(int argc, char** argv) {
 }
 
 int run(int argc, char** argv) {
-    if (argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
+    if (ovtool::asksForHelp(argc, argv)) {
         usage(stdout);
         return 0;
     }

@@ -339,7 +339,7 @@ bool parseType(int argc, char** argv, int at, char& type) {
 
 int run(int argc, char** argv) {
     ovtool::dropVerboseOptions(argc, argv);
-    if (argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
+    if (ovtool::asksForHelp(argc, argv)) {
         usage(stdout);
         return 0;
     }

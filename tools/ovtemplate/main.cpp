@@ -301,7 +301,7 @@ int font(const char* text) {
 }
 
 int run(int argc, char** argv) {
-    if (argc >= 2 && (!std::strcmp(argv[1], "-h") || !std::strcmp(argv[1], "--help"))) {
+    if (ovtool::asksForHelp(argc, argv)) {
         usage(stdout);
         return 0;
     }
