@@ -66,10 +66,6 @@ bool isVerboseOption(const char* arg) {
     return std::strcmp(arg, "-v") == 0 || std::strcmp(arg, "--verbose") == 0;
 }
 
-bool asksForHelp(int argc, char** argv) {
-    return argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0);
-}
-
 void dropVerboseOptions(int& argc, char** argv) {
     int out = 1;
     bool leading = true;
@@ -109,6 +105,15 @@ int finish(int rc) {
         return rc == 0 ? EXIT_IOERR : rc;
     }
     return rc;
+}
+
+int runTool(int argc, char** argv, void (*usage)(FILE*), int (*run)(int argc, char** argv)) {
+    dropVerboseOptions(argc, argv);
+    if (argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
+        usage(stdout);
+        return finish(0);
+    }
+    return finish(run(argc, argv));
 }
 
 } // namespace ovtool

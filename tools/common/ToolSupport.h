@@ -36,9 +36,6 @@ bool verbose();
 // True for the two spellings of the verbose option.
 bool isVerboseOption(const char* arg);
 
-// True when the first argument asks for help (-h or --help).
-bool asksForHelp(int argc, char** argv);
-
 // Removes the verbose options from the leading options of ARGV, adjusting ARGC, so that the
 // program's own parsing never sees them.
 void dropVerboseOptions(int& argc, char** argv);
@@ -49,6 +46,10 @@ void error(const char* format, ...) __attribute__((format(printf, 1, 2)));
 // Flushes standard output; when anything written to it failed (a full disk, a closed pipe)
 // reports it and returns EXIT_IOERR when RC was 0, else RC. Call it as `return finish(rc);`.
 int finish(int rc);
+
+// The whole of a tool's main: drops the verbose options, answers a first argument of -h or
+// --help with USAGE on standard output, else calls RUN with what is left; then finish().
+int runTool(int argc, char** argv, void (*usage)(FILE*), int (*run)(int argc, char** argv));
 
 } // namespace ovtool
 

@@ -399,11 +399,6 @@ int extractAll(const std::string& index, const std::string& folder) {
 }
 
 int run(int argc, char** argv) {
-    ovtool::dropVerboseOptions(argc, argv);
-    if (ovtool::asksForHelp(argc, argv)) {
-        usage(stdout);
-        return 0;
-    }
     const std::string command = argc >= 2 ? argv[1] : "";
     if (command == "create" && argc == 4)
         return create(argv[2], argv[3]);
@@ -424,5 +419,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return ovtool::finish(run(argc, argv));
+    return ovtool::runTool(argc, argv, usage, run);
 }

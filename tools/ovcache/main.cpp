@@ -144,14 +144,7 @@ int show(NR_ContentCache* cache, const std::string& id) {
     return 0;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
-    ovtool::dropVerboseOptions(argc, argv);
-    if (ovtool::asksForHelp(argc, argv)) {
-        usage(stdout);
-        return ovtool::finish(0);
-    }
+int run(int argc, char** argv) {
     int at = 1;
     std::string cacheDir;
     if (argc >= 3 && std::strcmp(argv[1], "--cache-dir") == 0) {
@@ -212,5 +205,11 @@ int main(int argc, char** argv) {
         ovtool::error("%s: sync could not read the directory", cacheDir.c_str());
         rc = 1;
     }
-    return ovtool::finish(rc);
+    return rc;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    return ovtool::runTool(argc, argv, usage, run);
 }

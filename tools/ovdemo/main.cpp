@@ -27,11 +27,6 @@ void usage(FILE* out) {
 }
 
 int run(int argc, char** argv) {
-    ovtool::dropVerboseOptions(argc, argv);
-    if (ovtool::asksForHelp(argc, argv)) {
-        usage(stdout);
-        return 0;
-    }
     if (int rc = ovtool::useBusOption(argc, argv))
         return rc;
     if (argc != 2 || argv[1][0] == '-') {
@@ -68,5 +63,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return ovtool::finish(run(argc, argv));
+    return ovtool::runTool(argc, argv, usage, run);
 }

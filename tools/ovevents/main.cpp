@@ -294,11 +294,6 @@ int publish(int argc, char** argv) {
 }
 
 int run(int argc, char** argv) {
-    if (ovtool::asksForHelp(argc, argv)) {
-        usage(stdout);
-        return 0;
-    }
-    ovtool::dropVerboseOptions(argc, argv);
     if (int rc = ovtool::useBusOption(argc, argv))
         return rc;
     if (argc >= 2 && std::strcmp(argv[1], "listen") == 0)
@@ -312,5 +307,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return ovtool::finish(run(argc, argv));
+    return ovtool::runTool(argc, argv, usage, run);
 }

@@ -331,11 +331,6 @@ int timeChanged(int argc, char** argv) {
 }
 
 int run(int argc, char** argv) {
-    if (ovtool::asksForHelp(argc, argv)) {
-        usage(stdout);
-        return 0;
-    }
-    ovtool::dropVerboseOptions(argc, argv);
     if (int rc = ovtool::useBusOption(argc, argv))
         return rc;
     if (argc < 3) {
@@ -385,5 +380,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return ovtool::finish(run(argc, argv));
+    return ovtool::runTool(argc, argv, usage, run);
 }

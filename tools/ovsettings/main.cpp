@@ -338,11 +338,6 @@ bool parseType(int argc, char** argv, int at, char& type) {
 }
 
 int run(int argc, char** argv) {
-    ovtool::dropVerboseOptions(argc, argv);
-    if (ovtool::asksForHelp(argc, argv)) {
-        usage(stdout);
-        return 0;
-    }
     if (int rc = ovtool::useBusOption(argc, argv))
         return rc;
     if (argc < 3) {
@@ -387,5 +382,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    return ovtool::finish(run(argc, argv));
+    return ovtool::runTool(argc, argv, usage, run);
 }

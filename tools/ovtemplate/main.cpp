@@ -301,10 +301,6 @@ int font(const char* text) {
 }
 
 int run(int argc, char** argv) {
-    if (ovtool::asksForHelp(argc, argv)) {
-        usage(stdout);
-        return 0;
-    }
     if (argc == 3 && !std::strcmp(argv[1], "check") && std::strcmp(argv[2], "--tree") != 0) {
         return check(argv[2], false);
     }
@@ -321,6 +317,5 @@ int run(int argc, char** argv) {
 } // namespace
 
 int main(int argc, char** argv) {
-    ovtool::dropVerboseOptions(argc, argv);
-    return ovtool::finish(run(argc, argv));
+    return ovtool::runTool(argc, argv, usage, run);
 }
