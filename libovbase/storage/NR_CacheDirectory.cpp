@@ -3,9 +3,11 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
+#include <ctime>
 #include <dirent.h>
 #include <fcntl.h>
 #include <fstream>
+#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -51,6 +53,27 @@ const size_t NR_CacheDirectory::MIME_TABLE_SIZE = sizeof MIME_TABLE / sizeof MIM
 namespace {
 
 const char* const kTempExtension = "tmp";
+
+// A directory's modification time is trusted to show every later change only once the clock
+// that stamps it has moved this far past it: file systems stamp in steps of up to 2 seconds.
+const time_t kSettleSeconds = 2;
+
+// The clock file systems take their timestamps from.
+timespec fileClockNow() {
+    timespec now = {0, 0};
+#ifdef CLOCK_REALTIME_COARSE
+    ::clock_gettime(CLOCK_REALTIME_COARSE, &now);
+#else
+    ::clock_gettime(CLOCK_REALTIME, &now);
+#endif
+    return now;
+}
+
+void closeKeepingErrno(int fd) {
+    int error = errno;
+    ::close(fd);
+    errno = error;
+}
 
 // NAME cut at its last '.': BASE before it, EXT after it; false when NAME has no '.'.
 bool splitName(const std::string& name, std::string& base, std::string& ext) {
@@ -118,6 +141,8 @@ bool NR_CacheDirectory::Stamp::operator==(const Stamp& other) const {
 
 NR_CacheDirectory::~NR_CacheDirectory() {
     closeDirectory();
+    for (const auto& lock : mLocks)
+        ::close(lock.second);
 }
 
 void NR_CacheDirectory::setPath(const std::string& dir) {
@@ -142,6 +167,7 @@ bool NR_CacheDirectory::stamp(Stamp& out) {
             out.device = st.st_dev;
             out.inode = st.st_ino;
             out.modified = st.st_mtim;
+            out.settled = st.st_mtim.tv_sec + kSettleSeconds <= fileClockNow().tv_sec;
             return true;
         }
         closeDirectory();
@@ -161,7 +187,9 @@ bool NR_CacheDirectory::current() {
         mIndexed = false;
         return false;
     }
-    if (mIndexed && now == mStamp)
+    // An unsettled stamp may hide a change made in the same tick; once the tick has surely
+    // passed, one more reading gives a stamp that hides nothing.
+    if (mIndexed && now == mStamp && (mStamp.settled || !now.settled))
         return true;
     std::vector<std::string> ignored;
     return list(ignored) == 0;
@@ -193,9 +221,23 @@ int NR_CacheDirectory::list(std::vector<std::string>& names) {
 }
 
 int NR_CacheDirectory::find(const std::string& id, std::string& name) {
-    const Entry* best = nullptr;
     if (!current())
         return -1;
+    const Entry* best = lookup(id);
+    if (!best && !mStamp.settled) { // another process's file may hide behind an unsettled stamp
+        std::vector<std::string> ignored;
+        if (list(ignored) != 0)
+            return -1;
+        best = lookup(id);
+    }
+    if (!best)
+        return -1;
+    name = best->name;
+    return 0;
+}
+
+const NR_CacheDirectory::Entry* NR_CacheDirectory::lookup(const std::string& id) const {
+    const Entry* best = nullptr;
     std::string stem, ext;
     std::string bases[2] = {id, splitExtension(id, stem, ext) ? stem : id};
     for (int i = 0; i < (bases[0] == bases[1] ? 1 : 2); ++i) {
@@ -207,19 +249,15 @@ int NR_CacheDirectory::find(const std::string& id, std::string& name) {
                 best = &entry;
         }
     }
-    if (!best)
-        return -1;
-    name = best->name;
-    return 0;
+    return best;
 }
 
-bool NR_CacheDirectory::beginChange() {
-    return current();
-}
-
-void NR_CacheDirectory::endChange(bool wasCurrent, const std::string& added,
-                                  const std::string& removed) {
-    if (!wasCurrent || !stamp(mStamp)) {
+void NR_CacheDirectory::endChange(const std::string& added, const std::string& removed) {
+    // The new stamp is unsettled: a change of another process made just before is found by the
+    // next lookup that misses, or the first one after the stamp settles.
+    if (!mIndexed)
+        return;
+    if (!stamp(mStamp)) {
         mIndexed = false;
         return;
     }
@@ -229,19 +267,60 @@ void NR_CacheDirectory::endChange(bool wasCurrent, const std::string& added,
         indexAdd(added);
 }
 
+int NR_CacheDirectory::openLocked(const std::string& name) {
+    const std::string path = pathOf(name);
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        // Not through a link, and never waiting on a FIFO left under the name.
+        int fd =
+            ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+        if (fd < 0)
+            return -1;
+        struct stat st;
+        if (::flock(fd, LOCK_EX | LOCK_NB) != 0 || ::fstat(fd, &st) != 0) {
+            closeKeepingErrno(fd);
+            return -1;
+        }
+        if (!S_ISREG(st.st_mode)) {
+            ::close(fd);
+            errno = EINVAL;
+            return -1;
+        }
+        if (st.st_nlink > 0)
+            return fd;
+        ::close(fd); // swept by a sync between the open and the lock: made anew
+    }
+    errno = EAGAIN;
+    return -1;
+}
+
+void NR_CacheDirectory::release(const std::string& name) {
+    auto it = mLocks.find(name);
+    if (it == mLocks.end())
+        return;
+    closeKeepingErrno(it->second);
+    mLocks.erase(it);
+}
+
 bool NR_CacheDirectory::create(const std::string& name, std::ofstream& out) {
-    bool wasCurrent = beginChange();
+    release(name); // a stream on it that was never handed back
+    int fd = openLocked(name);
+    if (fd < 0)
+        return false;
     out.open(pathOf(name), std::ios::out | std::ios::trunc | std::ios::binary);
-    endChange(wasCurrent, out.is_open() ? name : std::string(), std::string());
-    return out.is_open();
+    if (!out.is_open()) {
+        closeKeepingErrno(fd);
+        return false;
+    }
+    mLocks[name] = fd;
+    endChange(name, std::string());
+    return true;
 }
 
 bool NR_CacheDirectory::writeFile(const std::string& temp, const std::string& name,
                                   const std::string& data) {
-    bool wasCurrent = beginChange();
-    const std::string tempPath = pathOf(temp);
-    int fd = ::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0666);
-    bool ok = fd >= 0;
+    release(temp);
+    int fd = openLocked(temp);
+    bool ok = fd >= 0 && ::ftruncate(fd, 0) == 0;
     for (size_t done = 0; ok && done < data.size();) {
         ssize_t n = ::write(fd, data.data() + done, data.size() - done);
         if (n < 0 && errno == EINTR)
@@ -254,38 +333,110 @@ bool NR_CacheDirectory::writeFile(const std::string& temp, const std::string& na
             done += size_t(n);
         }
     }
+    // Renamed while still locked, so that no sync can take it between the two.
+    const std::string tempPath = pathOf(temp);
+    if (ok && std::rename(tempPath.c_str(), pathOf(name).c_str()) != 0)
+        ok = false;
     int error = errno;
+    if (!ok && fd >= 0)
+        ::unlink(tempPath.c_str());
     if (fd >= 0 && ::close(fd) != 0 && ok) {
         error = errno;
         ok = false;
     }
-    if (ok && std::rename(tempPath.c_str(), pathOf(name).c_str()) != 0) {
-        error = errno;
-        ok = false;
-    }
-    if (!ok && fd >= 0)
-        ::unlink(tempPath.c_str());
-    endChange(wasCurrent, ok ? name : std::string(), std::string());
+    endChange(ok ? name : std::string(), std::string());
     errno = error;
     return ok;
 }
 
 bool NR_CacheDirectory::rename(const std::string& from, const std::string& to) {
-    bool wasCurrent = beginChange();
     bool ok = std::rename(pathOf(from).c_str(), pathOf(to).c_str()) == 0;
     int error = errno;
-    endChange(wasCurrent, ok ? to : std::string(), ok ? from : std::string());
+    if (ok)
+        release(from);
+    endChange(ok ? to : std::string(), ok ? from : std::string());
     errno = error;
     return ok;
 }
 
 bool NR_CacheDirectory::unlink(const std::string& name) {
-    bool wasCurrent = beginChange();
     bool ok = ::unlink(pathOf(name).c_str()) == 0;
     int error = errno;
-    endChange(wasCurrent, std::string(), ok ? name : std::string());
+    if (ok)
+        release(name);
+    endChange(std::string(), ok ? name : std::string());
     errno = error;
     return ok;
+}
+
+int NR_CacheDirectory::removeUnfinished(const std::string& name) {
+    const std::string path = pathOf(name);
+    int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0) { // gone, or a link or something else no writer could be holding
+        if (errno == ENOENT)
+            return 1;
+        return unlink(name) || errno == ENOENT ? 1 : -1;
+    }
+    int rc = 0;
+    struct stat held, now;
+    if (::flock(fd, LOCK_EX | LOCK_NB) != 0) {
+        rc = errno == EWOULDBLOCK ? 0 : -1;
+    } else if (::fstat(fd, &held) == 0 && ::lstat(path.c_str(), &now) == 0 &&
+               held.st_dev == now.st_dev && held.st_ino == now.st_ino) {
+        rc = unlink(name) || errno == ENOENT ? 1 : -1;
+    } // else renamed or made anew since it was opened: not the file that was looked at
+    closeKeepingErrno(fd);
+    return rc;
+}
+
+bool NR_CacheDirectory::readObject(const std::string& name, std::string& bytes) {
+    int fd = ::open(pathOf(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0) {
+        if (errno == ELOOP)
+            errno = EINVAL; // a link is no stored object
+        return false;
+    }
+    struct stat st;
+    bool ok = ::fstat(fd, &st) == 0;
+    if (ok && !S_ISREG(st.st_mode)) {
+        errno = EINVAL;
+        ok = false;
+    } else if (ok && (unsigned long long)st.st_size > MAX_OBJECT_SIZE) {
+        errno = EFBIG;
+        ok = false;
+    }
+    std::string buffer;
+    if (ok)
+        buffer.resize(size_t(st.st_size));
+    size_t done = 0;
+    while (ok && done < buffer.size()) { // no further than the size it had: it may grow
+        ssize_t n = ::read(fd, &buffer[done], buffer.size() - done);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n < 0)
+            ok = false;
+        if (n <= 0)
+            break;
+        done += size_t(n);
+    }
+    closeKeepingErrno(fd);
+    if (!ok)
+        return false;
+    buffer.resize(done);
+    bytes.swap(buffer);
+    return true;
+}
+
+bool NR_CacheDirectory::isRegularFile(const std::string& name) const {
+    int fd = ::open(pathOf(name).c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
+    if (fd < 0)
+        return false;
+    struct stat st;
+    bool regular = ::fstat(fd, &st) == 0 && S_ISREG(st.st_mode);
+    ::close(fd);
+    if (!regular)
+        errno = EINVAL;
+    return regular;
 }
 
 void NR_CacheDirectory::indexAdd(const std::string& name) {

@@ -9,8 +9,19 @@
 // Lookups use an index of the directory's names kept in step with the changes the cache makes
 // through this class, so they do not read the whole directory. A change made behind the
 // cache's back (another process, a person) is noticed through the directory's modification
-// time and the index is read afresh; one made in the same clock tick as a change of the cache's
-// own can go unnoticed until the next list() (sync reads the directory through it).
+// time, and the index is read afresh. File systems stamp times in steps (whole seconds on some,
+// two on others), so a modification time is trusted to reveal every later change only when it
+// is at least 2 seconds older than the clock was when the stamp was taken (the stamp is then
+// settled). While the stamp is unsettled (after each change of the cache's own, or a change of
+// another process just before), a lookup that finds nothing reads the directory again before it
+// answers, and the first lookup after the stamp has settled reads it once more. So another
+// process's finished file is always found; a file it deleted within that window can still be
+// named by a lookup, and then fails to open.
+//
+// Writers hold an exclusive advisory lock (flock) on the unfinished file they write, from its
+// creation until it is renamed to its final name or deleted, so that removeUnfinished (sync) in
+// any process leaves it alone. Object files are read without following a link and without
+// blocking, only when they are regular files of at most MAX_OBJECT_SIZE bytes.
 //
 // Threads: the engine's thread only; nothing here locks.
 #ifndef OVBASE_STORAGE_NR_CACHEDIRECTORY_H
@@ -34,6 +45,9 @@ public:
     // on purpose: only "image/x-png" gives "png".
     static const MimeType MIME_TABLE[];
     static const size_t MIME_TABLE_SIZE;
+    // The largest object file read: 4 MB, far beyond any container, channel or item (a few
+    // kilobytes; a channel listing a thousand items some tens). A larger one is damaged.
+    static const unsigned long MAX_OBJECT_SIZE = 4ul << 20;
 
     // Whether EXT (without '.') is an extension of the MIME table.
     static bool isTableExtension(const std::string& ext);
@@ -67,15 +81,27 @@ public:
     int list(std::vector<std::string>& names);
 
     // Changes made by the cache. Each keeps the index in step.
-    // Opens NAME (truncating it) for writing; false when it cannot be opened.
+    // Opens NAME (truncating it) for writing and locks it until it is renamed or deleted here;
+    // false with errno when it cannot be opened or another writer holds it.
     bool create(const std::string& name, std::ofstream& out);
-    // Writes DATA to TEMP and renames it over NAME, so that NAME is always whole. False with
-    // errno when it did not happen: TEMP is then removed and NAME stays as it was.
+    // Writes DATA to TEMP (locked meanwhile) and renames it over NAME, so that NAME is always
+    // whole. False with errno when it did not happen: TEMP is then removed and NAME stays as
+    // it was.
     bool writeFile(const std::string& temp, const std::string& name, const std::string& data);
     // Renames FROM to TO, replacing TO; false with errno when it did not happen.
     bool rename(const std::string& from, const std::string& to);
     // Deletes NAME; false with errno when it did not happen.
     bool unlink(const std::string& name);
+    // Deletes the unfinished file NAME unless a writer (of any process) holds it: 1 when it is
+    // gone, 0 when a writer holds it, -1 with errno when it could not be deleted.
+    int removeUnfinished(const std::string& name);
+
+    // Reads the object file NAME whole into BYTES. False with errno when it cannot: ENOENT
+    // when there is none, EINVAL when it is a link, a FIFO, a device or a directory, EFBIG when
+    // it is larger than MAX_OBJECT_SIZE.
+    bool readObject(const std::string& name, std::string& bytes);
+    // Whether NAME is a regular file (a link is not followed); false with errno otherwise.
+    bool isRegularFile(const std::string& name) const;
 
 private:
     struct Entry {
@@ -86,6 +112,8 @@ private:
         dev_t device = 0;
         ino_t inode = 0;
         timespec modified = {0, 0};
+        bool settled = false; // MODIFIED was old enough to reveal every later change
+        // Compares the directory and its modification time only.
         bool operator==(const Stamp& other) const;
     };
 
@@ -95,10 +123,15 @@ private:
     // Makes the index current, reading the directory again when it changed; false when the
     // directory cannot be read.
     bool current();
-    // Bracket a change of the cache's own: the index follows it only when it was in step
-    // before the change (beginChange tells whether it was).
-    bool beginChange();
-    void endChange(bool wasCurrent, const std::string& added, const std::string& removed);
+    // The entry a lookup of ID finds in the index, or null.
+    const Entry* lookup(const std::string& id) const;
+    // Follows a change of the cache's own in the index, when there is one, and takes the
+    // directory's new stamp.
+    void endChange(const std::string& added, const std::string& removed);
+    // NAME opened for writing (created when missing, not truncated) and locked; -1 with errno.
+    int openLocked(const std::string& name);
+    // Lets go of the lock on NAME, if this process holds one.
+    void release(const std::string& name);
     void indexAdd(const std::string& name);
     void indexRemove(const std::string& name);
 
@@ -109,6 +142,7 @@ private:
     uint64_t mNextOrder = 0;
     // File names by their part before the last '.' (the whole name when it has none).
     std::unordered_map<std::string, std::vector<Entry>> mByBase;
+    std::unordered_map<std::string, int> mLocks; // unfinished files written, by name
 };
 
 #endif

@@ -151,7 +151,8 @@ int NR_ContentCache::save(const ovTypes::ID& id, const Streamable& object, const
     const std::string bytes = text.str();
     int blocks = policy()->blocksFor(bytes.size());
     OV_LOG(5, "NR_ContentCache.save(): Size of %s is %d\n\n", id.c_str(), blocks);
-    clearSpace(blocks);
+    if (clearSpace(blocks) != 0)
+        return -1;
 
     NR_CacheDirectory& dir = directory();
     const std::string name = id + suffix;
@@ -160,7 +161,9 @@ int NR_ContentCache::save(const ovTypes::ID& id, const Streamable& object, const
                std::strerror(errno));
         return -1;
     }
-    account(name, true);
+    // Accounted by the size just written: nothing to ask the file system.
+    policy()->accountFile(name, fileType(name), bytes.size());
+    policy()->accessedCacheObj(name);
     OV_LOG(5, "send storage used to UI\n\n");
     sendStorageStatus();
     return 0;
@@ -181,9 +184,15 @@ int NR_ContentCache::get(const ovTypes::ID& id, Container& container) {
 int NR_ContentCache::get(const ovTypes::ID& id, Streamable& object, const char* suffix) {
     if (!checkID(id, "get"))
         return -1;
-    std::ifstream in(directory().pathOf(id + suffix), std::ios::in | std::ios::binary);
-    if (!in.is_open())
+    const std::string name = id + suffix;
+    std::string bytes;
+    if (!directory().readObject(name, bytes)) {
+        if (errno != ENOENT)
+            OV_LOG(3, "NR_ContentCache.get(): %s is not a stored object: %s\n\n",
+                   directory().pathOf(name).c_str(), std::strerror(errno));
         return -1;
+    }
+    std::istringstream in(bytes);
     object.load(in);
     return 0;
 }
@@ -278,7 +287,10 @@ std::ifstream* NR_ContentCache::getInputStream(const ovTypes::ID& id) {
     if (getFileName(id, name) != 0)
         return nullptr;
     std::string path = directory().pathOf(name);
-    std::ifstream* in = new std::ifstream(path, std::ios::in | std::ios::binary);
+    // A FIFO or a link to a device under a resource's name would hang or flood the reader.
+    std::ifstream* in = directory().isRegularFile(name)
+                            ? new std::ifstream(path, std::ios::in | std::ios::binary)
+                            : new std::ifstream();
     if (!in->is_open()) {
         OV_LOG(3, "NR_ContentCache.getInputStream(): cannot open %s: %s\n\n", path.c_str(),
                std::strerror(errno));
@@ -298,16 +310,21 @@ int NR_ContentCache::closeInputStream(std::ifstream* stream) {
 }
 
 std::ofstream* NR_ContentCache::getOutputStream(const ovTypes::ID& id, unsigned long size) {
-    if (!checkID(id, "getOutputStream"))
+    if (!checkID(id, "getOutputStream") || !limitKnown("getOutputStream"))
         return nullptr;
-    int need = policy()->blocksFor(size);
+    NR_ContentCachePolicy* p = policy();
+    int need = p->blocksFor(size);
     int type = getType(id);
-    while (policy()->cacheBlocksFree() <= need) {
+    p->beginRoomMaking();
+    while (p->cacheBlocksFree() <= need) {
         bool evictedReferenced = false;
         // Stops when nothing the ID may displace is left: the write is tried anyway, as save
         // does, instead of waiting for room that cannot come.
-        if (policy()->removeNext(type, evictedReferenced) != 0)
+        if (p->removeNext(type, evictedReferenced) != 0) {
+            if (!roomMade("getOutputStream"))
+                return nullptr;
             break;
+        }
         if (evictedReferenced && !isFull) {
             OV_LOG(5, "Content cache just filled up by storing image\n\n");
             sendStorageEvent(true);
@@ -401,7 +418,10 @@ long NR_ContentCache::cacheRemaining() {
 }
 
 int NR_ContentCache::clearSpace(int blocks) {
+    if (!limitKnown("save"))
+        return -1;
     NR_ContentCachePolicy* p = policy();
+    p->beginRoomMaking();
     for (;;) {
         long free = p->cacheBlocksFree();
         if (free >= blocks)
@@ -410,6 +430,8 @@ int NR_ContentCache::clearSpace(int blocks) {
                blocks);
         bool evictedReferenced = false;
         if (p->removeNext(0, evictedReferenced) == -1) {
+            if (!roomMade("save"))
+                return -1;
             OV_LOG(5, "NR_ContentCache.save(): Nothing to remove\n\n");
             return 0;
         }
@@ -418,6 +440,22 @@ int NR_ContentCache::clearSpace(int blocks) {
             sendStorageEvent(true);
         }
     }
+}
+
+bool NR_ContentCache::limitKnown(const char* operation) {
+    if (policy()->measure())
+        return true;
+    OV_LOG(3, "NR_ContentCache.%s(): the size of %s is unknown: nothing is evicted or written\n\n",
+           operation, getCachePath().c_str());
+    return false;
+}
+
+bool NR_ContentCache::roomMade(const char* operation) {
+    if (!policy()->roomMakingStuck())
+        return true;
+    OV_LOG(3, "NR_ContentCache.%s(): no room: files of %s could not be deleted\n\n", operation,
+           getCachePath().c_str());
+    return false;
 }
 
 void NR_ContentCache::sendStorageStatus() {
@@ -452,8 +490,12 @@ void NR_ContentCache::addResourceRef(const std::string& parent, const ovTypes::I
     if (id.empty() || id.isDefaultContentID() || !checkID(id, "addRef"))
         return;
     policy()->addRef(parent, id);
-    if (set)
-        set->insert(id);
+    if (!set || !set->insert(id).second)
+        return;
+    // A resource already in the cache takes the class this reference gives it, so the order
+    // of downloads never decides what is evicted.
+    for (const std::string& name : policy()->filesNamed(id))
+        policy()->setQueue(name, fileType(name));
 }
 
 void NR_ContentCache::addObjectRef(const std::string& parent, const ovTypes::ID& id,
@@ -562,7 +604,7 @@ void NR_ContentCache::account(const std::string& name, bool written) {
         policy()->accessedCacheObj(name);
 }
 
-int NR_ContentCache::sync(bool sweepUnfinished) {
+int NR_ContentCache::sync(bool sweepUnfinished, Undeleted* undeleted) {
     resetReferences();
 
     OV_LOG(5, "About to loop through containers\n\n");
@@ -599,9 +641,10 @@ int NR_ContentCache::sync(bool sweepUnfinished) {
     std::vector<std::string> objects, others;
     for (const std::string& name : names) {
         if (endsWith(name, kTempSuffix)) {
-            if (sweepUnfinished) {
-                OV_LOG(4, "NR_ContentCache.sync(): removing unfinished %s\n\n", name.c_str());
-                directory().unlink(name);
+            if (sweepUnfinished && !sweep(name)) {
+                if (undeleted)
+                    undeleted->emplace_back(name, errno);
+                rc = -1;
             }
             continue;
         }
@@ -633,6 +676,21 @@ int NR_ContentCache::sync(bool sweepUnfinished) {
     OV_LOG(5, "send storage status to UI after sync\n\n");
     sendStorageStatus();
     return rc;
+}
+
+bool NR_ContentCache::sweep(const std::string& name) {
+    switch (directory().removeUnfinished(name)) {
+    case 1:
+        OV_LOG(4, "NR_ContentCache.sync(): removing unfinished %s\n\n", name.c_str());
+        return true;
+    case 0:
+        OV_LOG(4, "NR_ContentCache.sync(): %s is being written: kept\n\n", name.c_str());
+        return true;
+    default:
+        OV_LOG(3, "NR_ContentCache.sync(): cannot delete unfinished %s: %s\n\n",
+               directory().pathOf(name).c_str(), std::strerror(errno));
+        return false;
+    }
 }
 
 int NR_ContentCache::sortDir(std::vector<std::string>& names) {

@@ -6,6 +6,12 @@
 // asks NR_ContentCachePolicy for room; it tells the policy which files it wrote and which
 // resources each object references, and announces the storage state as events.
 //
+// Faults it meets on a phone: a save whose room cannot be made (files that cannot be deleted,
+// a cache directory whose size cannot be measured) fails instead of writing past the limit or
+// evicting to fit an unknown one; object files that are not regular files (a FIFO, a link) or
+// are larger than NR_CacheDirectory::MAX_OBJECT_SIZE (4 MB) are damaged and not read; an
+// unfinished ".tmp" file is locked by its writer, and sync leaves it alone while it is.
+//
 // Content IDs come from a server. One that would name a file outside the cache directory (empty,
 // "." or "..", or holding '/' or a NUL byte) is refused by every operation with its failure
 // result and a level-3 line.
@@ -47,13 +53,15 @@ public:
 
     // Writes the object under ID's ".itm", ".chn" or ".cnt" name and, when that worked,
     // registers its references; then rewrites "/tmp/ref.txt". 0 on success, -1 when the
-    // object could not be written whole (an older file of that name then stays as it was).
+    // object could not be written whole or room for it could not be made (an older file of
+    // that name then stays as it was).
     int save(const ovTypes::ID& id, const Item& item);
     int save(const ovTypes::ID& id, const Channel& channel);
     int save(const ovTypes::ID& id, const Container& container);
 
-    // Reads the object back from ID's file; 0 on success, -1 when there is no such file. A
-    // damaged file loads what it holds, the rest at its defaults.
+    // Reads the object back from ID's file; 0 on success, -1 when there is no such file or it
+    // is no stored object (see above; a level-3 line says why). A damaged file loads what it
+    // holds, the rest at its defaults.
     int get(const ovTypes::ID& id, Item& item);
     int get(const ovTypes::ID& id, Channel& channel);
     int get(const ovTypes::ID& id, Container& container);
@@ -80,13 +88,15 @@ public:
     // The size in bytes of ID's file, or -1 when there is none.
     long getSize(const ovTypes::ID& id);
 
-    // A new stream on ID's file, or null when there is none; the file counts as just used.
+    // A new stream on ID's file, or null when there is none or it is not a regular file; the
+    // file counts as just used.
     std::ifstream* getInputStream(const ovTypes::ID& id);
     // Closes and deletes STREAM; 0.
     int closeInputStream(std::ifstream* stream);
     // Makes room for SIZE bytes among the classes ID may displace (when nothing of those is
-    // left, the write is tried anyway), then opens "ID.tmp" for writing; null when it cannot
-    // be opened. Hand the stream to closeOutputStream.
+    // left, the write is tried anyway), then opens "ID.tmp" for writing, locked until it is
+    // handed back; null when room could not be made (see above) or the file cannot be opened
+    // (another process writing the same ID included). Hand the stream to closeOutputStream.
     std::ofstream* getOutputStream(const ovTypes::ID& id, unsigned long size);
     // Closes and deletes STREAM and renames the file to ID's final name for MIMETYPE (see
     // finalName), which the policy then accounts. 0, or -1 when the stream had failed or the
@@ -104,10 +114,13 @@ public:
     long cacheRemaining();
 
     // Rebuilds the accounting and all references from the files on disk, sweeping unfinished
-    // ".tmp" files unless SWEEPUNFINISHED is false (a tool looking at a cache another process
-    // may be writing), and announces the storage status. 0, or -1 when the directory cannot be
-    // read (the references of the objects that could be read are kept).
-    int sync(bool sweepUnfinished = true);
+    // ".tmp" files that no writer holds unless SWEEPUNFINISHED is false (a tool that only looks),
+    // and announces the storage status. 0, or -1 when the directory cannot be read (the
+    // references of the objects that could be read are kept) or an unfinished file could not
+    // be deleted; those files are added to UNDELETED when it is given, each with the errno of
+    // its deletion.
+    typedef std::vector<std::pair<std::string, int>> Undeleted;
+    int sync(bool sweepUnfinished = true, Undeleted* undeleted = nullptr);
 
     // Publishes the storage-status event ("total", "used", "free", each "<n> K").
     void sendStorageStatus();
@@ -162,8 +175,18 @@ private:
     int get(const ovTypes::ID& id, Streamable& object, const char* suffix);
     // Deletes ID + SUFFIX and its accounting; 0, or -1 when it could not be deleted.
     int removeObjectFile(const ovTypes::ID& id, const char* suffix);
-    // Evicts until BLOCKS are free or nothing can go; never fails.
+    // Evicts until BLOCKS are free or nothing can go: 0. -1 when the limit is unknown or files
+    // that had to go could not be deleted.
     int clearSpace(int blocks);
+    // Whether the policy knows the limit, measuring again when not; a level-3 line for
+    // OPERATION when it does not.
+    bool limitKnown(const char* operation);
+    // After removeNext found nothing more to take: false, with a level-3 line for OPERATION,
+    // when that is because files could not be deleted.
+    bool roomMade(const char* operation);
+    // Deletes the unfinished file NAME for sync unless a writer holds it; false when it could
+    // not be deleted.
+    bool sweep(const std::string& name);
 
     // PARENT (an object file) references the resource ID, which joins SET when given. Empty and
     // default-content IDs name nothing in the cache and are skipped.
@@ -179,9 +202,11 @@ private:
     void resetReferences();
 
     // The queue the file NAME is accounted in: the classes getType leaves free for the cache's
-    // own objects (containers 0, channels 2, items 3), so that a resource never pushes out a
-    // referenced object and room for an object takes resources first; a resource's class is
-    // that of the IDs naming it.
+    // own objects (containers 0, channels 2, items 3); a resource's class is that of the IDs
+    // naming it. Eviction takes referenced files only from the writer's class upwards, so room
+    // for an object takes resources first, a resource of class 4 or above never pushes out a
+    // referenced object, and an excerpt page (class 1) may push out items and channels as the
+    // class rule allows.
     int fileType(const std::string& name) const;
     // Has the policy account the file NAME in its queue. An object just WRITTEN, and a
     // container at any time, is then marked as used: a new item is not taken for unreferenced

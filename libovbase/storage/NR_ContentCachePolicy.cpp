@@ -28,12 +28,58 @@ std::map<std::string, NR_ContentCachePolicy::FileRecord> NR_ContentCachePolicy::
 std::multimap<std::string, std::string> NR_ContentCachePolicy::mFilesByName;
 NR_LRUQueue<std::string> NR_ContentCachePolicy::mQueueArr[NR_ContentCachePolicy::QUEUE_COUNT];
 NR_ContentCachePolicy* NR_ContentCachePolicy::mInstance = nullptr;
+bool NR_ContentCachePolicy::mMeasured = false;
+std::set<std::string> NR_ContentCachePolicy::mUndeletable;
 
 namespace {
 
 const char* const kRefFile = "/tmp/ref.txt";
-// Used when the cache directory cannot be measured: a cache that holds nothing.
-const long kFallbackBlockSize = 4096;
+// A pass of room-making gives up after this many files that could not be deleted: a directory
+// that refuses one deletion most likely refuses them all.
+const size_t kMaxUndeletable = 4;
+// The block size files are counted in while the file system is not measured.
+const int32_t kStandInBlockSize = 4096;
+
+// "/tmp/ref.txt", kept open between uses: it is read and rewritten on every save. A file that
+// was deleted or replaced since (no links left) is opened again by its path.
+struct RefFile {
+    std::string path;
+    int fd = -1;
+    bool writable = false;
+};
+RefFile gRefFile;
+
+// The descriptor of "/tmp/ref.txt": for writing when WRITE is true (the file and its directory
+// are then made when missing), else for reading at least (a process that may only read it
+// still shows the figure). -1 with errno when it cannot be had.
+int refFile(bool write) {
+    std::string path = ovplatform::devicePath(kRefFile);
+    struct stat st;
+    if (gRefFile.fd >= 0 && (path != gRefFile.path || (write && !gRefFile.writable) ||
+                             ::fstat(gRefFile.fd, &st) != 0 || st.st_nlink == 0)) {
+        ::close(gRefFile.fd);
+        gRefFile.fd = -1;
+    }
+    if (gRefFile.fd >= 0)
+        return gRefFile.fd;
+    const int flags = O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+    int fd = ::open(path.c_str(), O_RDWR | flags | (write ? O_CREAT : 0), 0644);
+    if (fd < 0 && errno == ENOENT && write) { // the directory is made only when missing
+        std::error_code ignored;
+        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
+        fd = ::open(path.c_str(), O_RDWR | O_CREAT | flags, 0644);
+    }
+    bool writable = fd >= 0;
+    if (fd < 0 && !write)
+        fd = ::open(path.c_str(), O_RDONLY | flags);
+    if (fd >= 0 && (::fstat(fd, &st) != 0 || !S_ISREG(st.st_mode))) {
+        ::close(fd);
+        fd = -1;
+        errno = EINVAL;
+    }
+    gRefFile = RefFile{path, fd, writable};
+    return fd;
+}
 
 long clampKilobytes(long long blocks, long long blockSize) {
     return long(std::min<long long>(blocks * blockSize / 1024, INT32_MAX));
@@ -48,19 +94,8 @@ NR_ContentCachePolicy* NR_ContentCachePolicy::getInstance() {
 }
 
 NR_ContentCachePolicy::NR_ContentCachePolicy() {
-    std::string dir = NR_ContentCache::getCachePath();
-    long blockSize = 0, totalBlocks = 0;
-    if (!ovplatform::fileSystemSize(dir, blockSize, totalBlocks) || blockSize <= 0) {
-        OV_LOG(3, "NR_ContentCachePolicy: cannot measure the file system of %s: %s\n\n",
-               dir.c_str(), std::strerror(errno));
-        blockSize = kFallbackBlockSize;
-        totalBlocks = 0;
-    }
-    mBlockSize = int32_t(std::min<long>(blockSize, INT32_MAX));
-    blockMultiplier = std::max<int32_t>(1, mBlockSize / 512);
-    // Whole percent steps: the total is divided by 100 first.
-    mMaxCacheSize =
-        int32_t(std::min<long long>((long long)mPercentSize * (totalBlocks / 100), INT32_MAX));
+    long totalBlocks = 0;
+    measure(&totalBlocks);
     writeRefUsed();
     OV_LOG(5,
            "[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write mReferencedUsed %ld to "
@@ -70,6 +105,42 @@ NR_ContentCachePolicy::NR_ContentCachePolicy() {
            "NR_ContentCachePolicy: Total size = %ld blocks, Max cache size = %ld blocks, Block "
            "size = %d bytes\n\n",
            totalBlocks, long(mMaxCacheSize), int(mBlockSize));
+}
+
+bool NR_ContentCachePolicy::measure(long* totalBlocksOut) {
+    if (mMeasured)
+        return true;
+    std::string dir = NR_ContentCache::getCachePath();
+    std::error_code ignored;
+    std::filesystem::create_directories(dir, ignored);
+    long blockSize = 0, totalBlocks = 0;
+    if (!ovplatform::fileSystemSize(dir, blockSize, totalBlocks) || blockSize <= 0) {
+        OV_LOG(3, "NR_ContentCachePolicy: cannot measure the file system of %s: %s\n\n",
+               dir.c_str(), std::strerror(errno));
+        if (mBlockSize <= 0) { // a stand-in, so that files can be counted meanwhile
+            mBlockSize = kStandInBlockSize;
+            blockMultiplier = kStandInBlockSize / 512;
+        }
+        return false;
+    }
+    mBlockSize = int32_t(std::min<long>(blockSize, INT32_MAX));
+    blockMultiplier = std::max<int32_t>(1, mBlockSize / 512);
+    // Whole percent steps: the total is divided by 100 first.
+    mMaxCacheSize =
+        int32_t(std::min<long long>((long long)mPercentSize * (totalBlocks / 100), INT32_MAX));
+    mMeasured = true;
+    if (totalBlocksOut)
+        *totalBlocksOut = totalBlocks;
+    // Files accounted before, with the stand-in block size, count what this one gives them.
+    for (auto& entry : mFiles) {
+        FileRecord& record = entry.second;
+        int blocks = blocksFor(record.size);
+        mCacheUsed += blocks - record.blocks;
+        if (record.referenced)
+            mReferencedUsed += blocks - record.blocks;
+        record.blocks = blocks;
+    }
+    return true;
 }
 
 long NR_ContentCachePolicy::cacheSize() const {
@@ -91,19 +162,18 @@ long NR_ContentCachePolicy::cacheBlocksFree() const {
 
 long NR_ContentCachePolicy::cacheUsed() const {
     long refUsed = 0;
-    int fd = ::open(ovplatform::devicePath(kRefFile).c_str(), O_RDONLY | O_CLOEXEC);
+    int fd = refFile(false);
     if (fd >= 0) {
         char text[32] = {0};
-        if (::read(fd, text, sizeof text - 1) > 0)
+        if (::pread(fd, text, sizeof text - 1, 0) > 0)
             refUsed = std::strtol(text, nullptr, 10);
-        ::close(fd);
     }
     OV_LOG(5, "NR_ContentCachePolicy::cacheUsed read refUsed %d\n\n", int(refUsed));
     return clampKilobytes(std::min<long>(refUsed, mMaxCacheSize), mBlockSize);
 }
 
 int NR_ContentCachePolicy::blocksFor(unsigned long size) const {
-    return int(std::min<unsigned long>(size / (unsigned long)mBlockSize + 1, INT32_MAX));
+    return int(std::min<uint64_t>(size / uint64_t(mBlockSize) + 1, INT32_MAX));
 }
 
 void NR_ContentCachePolicy::changeRefUsed(int blocks, bool add) {
@@ -115,14 +185,21 @@ int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool 
     if (type < 0 || type >= QUEUE_COUNT)
         return -1;
     struct stat st;
-    if (::stat(NR_ContentCache::directory().pathOf(name).c_str(), &st) != 0)
+    // A directory is no file of the cache: it could never be evicted.
+    if (::lstat(NR_ContentCache::directory().pathOf(name).c_str(), &st) != 0 || S_ISDIR(st.st_mode))
         return 0;
+    return accountFile(name, type, uint64_t(st.st_size));
+}
+
+int NR_ContentCachePolicy::accountFile(const std::string& name, int type, unsigned long size) {
+    if (type < 0 || type >= QUEUE_COUNT)
+        return -1;
     if (mFiles.count(name))
         delDiskUsage(name, type);
     bool referenced = hasReferences(name, type);
     mQueueArr[type].push(name, !referenced);
-    int blocks = blocksFor((unsigned long)st.st_size);
-    mFiles[name] = FileRecord{type, blocks, referenced};
+    int blocks = blocksFor(size);
+    mFiles[name] = FileRecord{type, blocks, size, referenced};
     for (const std::string& key : NR_CacheDirectory::namesOf(name))
         mFilesByName.emplace(key, name);
     OV_LOG(5, "NR_ContentCachePolicy.addDiskUsage(): Target = %s, target used = %d\n\n",
@@ -230,21 +307,42 @@ void NR_ContentCachePolicy::updateReferenced(const std::string& child) {
     }
 }
 
+std::vector<std::string> NR_ContentCachePolicy::filesNamed(const std::string& id) const {
+    std::vector<std::string> names;
+    auto range = mFilesByName.equal_range(id);
+    for (auto named = range.first; named != range.second; ++named)
+        names.push_back(named->second);
+    return names;
+}
+
+void NR_ContentCachePolicy::setQueue(const std::string& name, int type) {
+    auto it = mFiles.find(name);
+    if (it == mFiles.end() || type < 0 || type >= QUEUE_COUNT || it->second.type == type)
+        return;
+    mQueueArr[it->second.type].remove(name);
+    mQueueArr[type].push(name, !it->second.referenced);
+    it->second.type = type;
+}
+
 void NR_ContentCachePolicy::accessedCacheObj(const std::string& name) {
     auto it = mFiles.find(name);
     if (it != mFiles.end())
         mQueueArr[it->second.type].touch(name);
 }
 
+void NR_ContentCachePolicy::beginRoomMaking() {
+    mUndeletable.clear();
+}
+
 int NR_ContentCachePolicy::removeNext(int type, bool& evictedReferenced) {
     evictedReferenced = true;
     for (int queue = 0; queue < QUEUE_COUNT; ++queue) {
-        const lru_element<std::string>* top = mQueueArr[queue].top();
-        if (top && top->key == 0) {
+        const lru_element<std::string>* top;
+        while ((top = candidate(queue)) && top->key == 0) {
             std::string name = top->name;
-            evict(name);
+            if (!evict(name))
+                continue;
             OV_LOG(5, "found unreferenced object %s on queue %d\n\n", name.c_str(), queue);
-            forget(name);
             evictedReferenced = false;
             return 0;
         }
@@ -252,41 +350,57 @@ int NR_ContentCachePolicy::removeNext(int type, bool& evictedReferenced) {
     if (type >= QUEUE_COUNT)
         return -1;
     for (int queue = QUEUE_COUNT - 1; queue >= std::max(type, 0); --queue) {
-        const lru_element<std::string>* top = mQueueArr[queue].top();
-        if (top) {
+        while (const lru_element<std::string>* top = candidate(queue)) {
             std::string name = top->name;
-            evict(name);
+            if (!evict(name))
+                continue;
             OV_LOG(5, "removing referenced object %s from queue %d\n\n", name.c_str(), queue);
-            forget(name);
             return 0;
         }
     }
     return -1;
 }
 
-void NR_ContentCachePolicy::evict(const std::string& name) {
+bool NR_ContentCachePolicy::roomMakingStuck() const {
+    return !mUndeletable.empty();
+}
+
+const lru_element<std::string>* NR_ContentCachePolicy::candidate(int queue) const {
+    if (mUndeletable.size() >= kMaxUndeletable)
+        return nullptr;
+    return mQueueArr[queue].topExcept(mUndeletable);
+}
+
+bool NR_ContentCachePolicy::evict(const std::string& name) {
     if (removeFile(name) == 0)
-        return;
-    struct stat st;
-    if (::stat(NR_ContentCache::directory().pathOf(name).c_str(), &st) != 0 && errno == ENOENT) {
+        return true;
+    if (errno == ENOENT) { // deleted behind the cache's back: its accounting goes too
         delDiskUsage(name, 0);
         delRefsOf(name);
+        return true;
     }
+    mUndeletable.insert(name); // it keeps its place and its blocks
+    return false;
 }
 
 int NR_ContentCachePolicy::removeFile(std::string name) {
     NR_CacheDirectory& dir = NR_ContentCache::directory();
-    struct stat st;
-    if (!NR_CacheDirectory::isSafeID(name) || ::stat(dir.pathOf(name).c_str(), &st) != 0)
-        return -1;
-    int blocks = int(st.st_blocks / blockMultiplier);
-    if (!dir.unlink(name)) {
-        OV_LOG(3, "NR_ContentCachePolicy.removeFile(): cannot delete %s: %s\n\n", name.c_str(),
-               std::strerror(errno));
+    if (!NR_CacheDirectory::isSafeID(name)) {
+        errno = EINVAL;
         return -1;
     }
+    if (!dir.unlink(name)) {
+        int error = errno;
+        if (error != ENOENT)
+            OV_LOG(3, "NR_ContentCachePolicy.removeFile(): cannot delete %s: %s\n\n", name.c_str(),
+                   std::strerror(error));
+        errno = error;
+        return -1;
+    }
+    // Exactly what was counted in for the file, whatever it occupies on disk now.
     auto it = mFiles.find(name);
     if (it != mFiles.end()) {
+        int blocks = it->second.blocks;
         if (hasReferences(name, 11))
             mReferencedUsed -= blocks;
         mCacheUsed -= blocks;
@@ -330,6 +444,7 @@ void NR_ContentCachePolicy::reset() {
     mChildren.clear();
     mFiles.clear();
     mFilesByName.clear();
+    mUndeletable.clear();
     for (NR_LRUQueue<std::string>& queue : mQueueArr)
         queue.clear();
 }
@@ -337,25 +452,14 @@ void NR_ContentCachePolicy::reset() {
 int NR_ContentCachePolicy::writeRefUsed() const {
     // Every time, even when the total did not change: another process that opens the cache
     // writes its own 0 there, and /tmp may have been emptied.
-    std::string path = ovplatform::devicePath(kRefFile);
     // In place, the new line first and what is left of the old text cut off after it: a reader
     // in another process sees the old number or the new one, each ending at a line feed.
     char text[32];
     int length = std::snprintf(text, sizeof text, "%ld\n", long(mReferencedUsed));
-    int fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    if (fd < 0 && errno == ENOENT) { // the directory is made only when missing: a save is short
-        std::error_code ignored;
-        std::filesystem::create_directories(std::filesystem::path(path).parent_path(), ignored);
-        fd = ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0644);
-    }
-    bool ok =
-        fd >= 0 && ::pwrite(fd, text, size_t(length), 0) == length && ::ftruncate(fd, length) == 0;
-    int error = errno;
-    if (fd >= 0)
-        ok = ::close(fd) == 0 && ok;
-    if (!ok) {
-        OV_LOG(3, "NR_ContentCachePolicy: cannot write %s: %s\n\n", path.c_str(),
-               std::strerror(error));
+    int fd = refFile(true);
+    if (fd < 0 || ::pwrite(fd, text, size_t(length), 0) != length || ::ftruncate(fd, length) != 0) {
+        OV_LOG(3, "NR_ContentCachePolicy: cannot write %s: %s\n\n",
+               ovplatform::devicePath(kRefFile).c_str(), std::strerror(errno));
         return -1;
     }
     return 0;

@@ -16,8 +16,16 @@
 // unreferenced before its channel is written, and the roots go only when every other queue
 // is empty.
 //
+// What is counted out for a file is exactly what was counted in for it, whatever the file
+// occupies on disk by the time it goes (a sparse file, one that grew behind the cache's back).
+// A file that cannot be deleted keeps its place in its queue and its blocks; eviction passes
+// over it to the next candidate until the cache's room-making pass ends, and gives up after a
+// few such files. So a directory that is briefly unwritable leaves the accounting as it was.
+//
 // The limit is 10 percent of the file system that holds the cache directory, as
-// ovplatform::fileSystemSize reports it, in whole percent steps of its blocks.
+// ovplatform::fileSystemSize reports it, in whole percent steps of its blocks. The directory is
+// made before it is measured; while it cannot be measured the limit is unknown (figures of 0),
+// every room-making pass measures again, and nothing is evicted to fit an unknown limit.
 //
 // Threads: the engine's thread only; a singleton with static state and no lock. NR_ContentCache
 // is its only client and makes it after its own directory exists.
@@ -30,6 +38,7 @@
 #include <map>
 #include <set>
 #include <string>
+#include <vector>
 
 class NR_ContentCachePolicy {
 public:
@@ -53,7 +62,10 @@ public:
     long referencedUsed() const { return mReferencedUsed; }
     long maxCacheBlocks() const { return mMaxCacheSize; }
     // The blocks a file of SIZE bytes counts: SIZE / block size + 1.
-    int blocksFor(unsigned long size) const;
+    int blocksFor(uint64_t size) const;
+    // Whether the cache directory's file system has been measured, measuring it (and making
+    // the directory) when it has not; TOTALBLOCKS, when given, gets its size in blocks.
+    bool measure(long* totalBlocks = nullptr);
 
     void changeRefUsed(int blocks, bool add);
 
@@ -61,8 +73,11 @@ public:
     // earlier accounting of the same name first: with key 0 while nothing references it, the
     // queue's counter otherwise. The third argument (the cache passes true for what it has
     // just written) does not change that. A file whose status cannot be read is not
-    // accounted. 0, or -1 for a TYPE out of range.
+    // accounted, nor is a directory. 0, or -1 for a TYPE out of range.
     int addDiskUsage(const std::string& name, int type, bool);
+    // The same for a file of SIZE bytes the caller has just written, without asking the file
+    // system again.
+    int accountFile(const std::string& name, int type, uint64_t size);
     // Withdraws NAME's accounting (the queue is the one it was accounted in; TYPE is not
     // needed). 0, or -1 when NAME is not accounted.
     int delDiskUsage(const std::string& name, int type);
@@ -81,16 +96,28 @@ public:
     // The parents of CHILD.
     std::set<std::string> parentsOf(const std::string& child) const;
 
+    // The accounted files a lookup of ID finds.
+    std::vector<std::string> filesNamed(const std::string& id) const;
+    // Moves the accounted file NAME into queue TYPE (0 to 10), as just used when it is
+    // referenced and with key 0 otherwise; nothing when it is there already.
+    void setQueue(const std::string& name, int type);
+
     // Marks NAME as just used.
     void accessedCacheObj(const std::string& name);
+    // Starts a pass of room-making: forgets which files could not be deleted in the last one.
+    void beginRoomMaking();
     // Evicts one file: the first unreferenced queue top of queues 0 to 10, else the top of the
-    // highest non-empty queue from 10 down to TYPE. EVICTEDREFERENCED tells which way it went
-    // (true also when nothing went). 0 when a file went, -1 when none could.
+    // highest non-empty queue from 10 down to TYPE. A file that cannot be deleted stays where
+    // it is, and the one after it in its queue is tried in its place for the rest of the pass.
+    // EVICTEDREFERENCED tells which way it went (true also when nothing went). 0 when a file
+    // went, -1 when none could.
     int removeNext(int type, bool& evictedReferenced);
-    // Deletes NAME and its accounting, counting the blocks the file occupies on disk (for a
-    // size that is an exact multiple of the block size, one less than addDiskUsage counted:
-    // that block stays counted until the next sync), and withdraws the references NAME held as
-    // a parent. -1 when its status cannot be read or it cannot be deleted.
+    // Whether files could not be deleted in this pass: a -1 of removeNext then means that
+    // room could not be made, not that nothing was left to take.
+    bool roomMakingStuck() const;
+    // Deletes NAME and withdraws its accounting (the blocks it was accounted with) and the
+    // references it held as a parent. -1 with errno when it cannot be deleted (ENOENT when it
+    // is not there); nothing is withdrawn then.
     int removeFile(std::string name);
 
     // Where an accounted file is: its queue and whether it counts as referenced. False when
@@ -125,7 +152,8 @@ public:
 private:
     struct FileRecord {
         int type;
-        int blocks;
+        int blocks;    // as counted in
+        uint64_t size; // as accounted, to count again when the block size becomes known
         bool referenced;
     };
 
@@ -137,10 +165,13 @@ private:
     bool isReferenced(const std::string& name) const;
     // Brings the referenced state of the accounted files CHILD names up to date.
     void updateReferenced(const std::string& child);
-    // removeFile for the top NAME that removeNext takes. One already deleted behind the
-    // cache's back leaves the counters and the reference table all the same; one that cannot
-    // be deleted stays counted (it still occupies its blocks) until the next sync.
-    void evict(const std::string& name);
+    // The file removeNext would take from QUEUE, passing over those that could not be
+    // deleted in this pass; null when none is left or the pass has given up.
+    const lru_element<std::string>* candidate(int queue) const;
+    // removeFile for the candidate NAME that removeNext takes; true when it went. One already
+    // deleted behind the cache's back leaves the counters and the reference table all the
+    // same; one that cannot be deleted is remembered for the rest of the pass.
+    bool evict(const std::string& name);
     // Drops NAME from its queue and from the records.
     void forget(const std::string& name);
 
@@ -148,6 +179,8 @@ private:
     static std::map<std::string, FileRecord> mFiles;               // accounted files
     // Accounted files by every text that refers to them (NR_CacheDirectory::namesOf).
     static std::multimap<std::string, std::string> mFilesByName;
+    static bool mMeasured;                     // the limit is known
+    static std::set<std::string> mUndeletable; // files this room-making pass could not delete
 };
 
 #endif

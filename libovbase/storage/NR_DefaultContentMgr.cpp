@@ -128,6 +128,39 @@ bool readPlainFile(const std::string& path, std::string* bytes) {
     return true;
 }
 
+DefaultContentIndex::FileIdentity identityOf(const struct stat& info) {
+    DefaultContentIndex::FileIdentity identity;
+    identity.device = info.st_dev;
+    identity.inode = info.st_ino;
+    identity.size = info.st_size;
+    identity.modifiedSeconds = info.st_mtim.tv_sec;
+    identity.modifiedNanoseconds = info.st_mtim.tv_nsec;
+    return identity;
+}
+
+// Reads an index file through the descriptor whose identity was taken, so that the directory
+// and the identity belong to one file.
+class DescriptorBuffer : public std::streambuf {
+public:
+    explicit DescriptorBuffer(int fd) : mFd(fd) {}
+
+protected:
+    int_type underflow() override {
+        ssize_t got;
+        do
+            got = ::read(mFd, mBuffer, sizeof mBuffer);
+        while (got < 0 && errno == EINTR);
+        if (got <= 0)
+            return traits_type::eof();
+        setg(mBuffer, mBuffer, mBuffer + got);
+        return traits_type::to_int_type(mBuffer[0]);
+    }
+
+private:
+    int mFd;
+    char mBuffer[4096];
+};
+
 // Made by the first look-up, released by dispose(). Never freed at exit: the facade it is
 // registered with may be gone by then. Its own lock, never held with the module's: deleting it
 // waits for a delivery into it, which takes the module's lock.
@@ -176,12 +209,36 @@ DefaultContentIndexItem::DefaultContentIndexItem(std::istream& in) : mLength(0),
     mOffset = readInt(in);
 }
 
+bool DefaultContentIndex::FileIdentity::operator==(const FileIdentity& other) const {
+    return device == other.device && inode == other.inode && size == other.size &&
+           modifiedSeconds == other.modifiedSeconds &&
+           modifiedNanoseconds == other.modifiedNanoseconds;
+}
+
 DefaultContentIndex::DefaultContentIndex(std::string path) : mPath(std::move(path)) {
-    std::ifstream in(mPath.c_str(), std::ios::in | std::ios::binary);
-    if (!in.is_open()) {
+    int fd = ::open(mPath.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK);
+    struct stat info;
+    if (fd >= 0 && (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode))) {
+        ::close(fd);
+        fd = -1;
+    }
+    if (fd < 0) {
         OV_LOG_NOFUNC(3, "Couldn't open  def content\n");
         return;
     }
+    mIdentity = identityOf(info);
+    DescriptorBuffer buffer(fd);
+    std::istream in(&buffer);
+    readDirectory(in);
+    ::close(fd);
+}
+
+bool DefaultContentIndex::isCurrent() const {
+    struct stat info;
+    return ::stat(mPath.c_str(), &info) == 0 && identityOf(info) == mIdentity;
+}
+
+void DefaultContentIndex::readDirectory(std::istream& in) {
     char first = '?'; // shown when nothing could be read
     char second = '?';
     in >> first >> second;
@@ -208,7 +265,7 @@ const DefaultContentIndexItem* DefaultContentIndex::find(const ovTypes::ID& name
 }
 
 bool DefaultContentIndex::readResource(const std::string& path, const DefaultContentIndexItem& item,
-                                       std::string* bytes) {
+                                       std::string* bytes, const FileIdentity* expected) {
     if (item.mLength < 0 || item.mOffset < 0)
         return false;
     // Read straight into the buffer: no stream buffer to fill and copy out of.
@@ -218,7 +275,7 @@ bool DefaultContentIndex::readResource(const std::string& path, const DefaultCon
     struct stat info;
     // Checked before anything is allocated: a hostile length never costs more than the file.
     if (::fstat(fd, &info) != 0 || !S_ISREG(info.st_mode) || item.mOffset > info.st_size ||
-        item.mLength > info.st_size - item.mOffset) {
+        item.mLength > info.st_size - item.mOffset || (expected && identityOf(info) != *expected)) {
         ::close(fd);
         return false;
     }
@@ -295,6 +352,7 @@ struct NR_DefaultContentMgr::Location {
     bool inIndex = false;
     std::string path; // the index file, or the plain file
     DefaultContentIndexItem item;
+    DefaultContentIndex::FileIdentity identity; // of the index file
 };
 
 void NR_DefaultContentMgr::open() {
@@ -360,11 +418,14 @@ bool NR_DefaultContentMgr::locate(const ovTypes::ID& id, Location* found) {
         addIndex(profile, language, list.get());
         state.lists.put(language, list);
     }
-    for (const PtrRef<DefaultContentIndex>& index : *list) {
+    for (PtrRef<DefaultContentIndex>& index : *list) {
+        if (!index->isCurrent()) // replaced since its directory was read
+            index = PtrRef<DefaultContentIndex>(new DefaultContentIndex(index->getPath()));
         if (const DefaultContentIndexItem* item = index->find(name)) {
             found->inIndex = true;
             found->path = index->getPath();
             found->item = *item;
+            found->identity = index->getIdentity();
             return true;
         }
     }
@@ -389,16 +450,25 @@ bool NR_DefaultContentMgr::exists(const ovTypes::ID& id) {
 }
 
 bool NR_DefaultContentMgr::get(const ovTypes::ID& id, std::iostream& out) {
-    Location found;
-    if (!locate(id, &found))
-        return false;
-    std::string bytes;
-    bool read = found.inIndex ? DefaultContentIndex::readResource(found.path, found.item, &bytes)
-                              : readPlainFile(found.path, &bytes);
-    if (!read)
-        return false;
-    out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
-    return !out.fail();
+    // An index file replaced between the look-up and the read is looked up again, a few times.
+    for (int attempt = 0; attempt < 3; ++attempt) {
+        Location found;
+        if (!locate(id, &found))
+            return false;
+        std::string bytes;
+        bool read = found.inIndex ? DefaultContentIndex::readResource(found.path, found.item,
+                                                                      &bytes, &found.identity)
+                                  : readPlainFile(found.path, &bytes);
+        if (read) {
+            out.write(bytes.data(), static_cast<std::streamsize>(bytes.size()));
+            return !out.fail();
+        }
+        struct stat info;
+        if (!found.inIndex ||
+            (::stat(found.path.c_str(), &info) == 0 && identityOf(info) == found.identity))
+            return false;
+    }
+    return false;
 }
 
 void NR_DefaultContentMgr::dispose() {

@@ -42,9 +42,10 @@
 // languages at a time). A change of the profile drops the lists: every look-up compares the
 // profile setting with the one its lists were built for, and ProfileChangedHandler drops them
 // as soon as a change of that setting arrives from the bus. So the next look-up after a change
-// reads the new profile's files. An index file that changes on disk while its list is kept is
-// not read again until dispose() or a change of profile; its resource bytes are read at each
-// get.
+// reads the new profile's files. Each index file read is remembered by its identity (device,
+// inode, size, modification time): a look-up that finds another file under its path (a content
+// update renamed over it) reads that file's directory again, and resource bytes are delivered
+// only from the very file the directory was read from.
 //
 // Threads: exists, get and dispose may be called from any thread, concurrently; the module's
 // state is guarded by one lock, which is not held while resource bytes are read. The handler
@@ -60,6 +61,7 @@
 #include <iosfwd>
 #include <map>
 #include <string>
+#include <sys/types.h>
 #include <utility>
 #include <vector>
 
@@ -91,24 +93,44 @@ class DefaultContentIndex {
 public:
     typedef std::map<ovTypes::ID, DefaultContentIndexItem> ItemMap;
 
+    // What tells one file from another that took its path: device, inode, size and
+    // modification time.
+    struct FileIdentity {
+        dev_t device = 0;
+        ino_t inode = 0;
+        off_t size = -1;
+        long long modifiedSeconds = 0;
+        long modifiedNanoseconds = 0;
+        bool operator==(const FileIdentity& other) const;
+        bool operator!=(const FileIdentity& other) const { return !(*this == other); }
+    };
+
     // Reads the directory of the index file PATH (used as given). A file that cannot be opened
     // or lacks the magic gives an empty index and a diagnostic line.
     explicit DefaultContentIndex(std::string path);
 
     const std::string& getPath() const { return mPath; }
     const ItemMap& getItems() const { return mItems; }
+    // The file the directory was read from (size -1 when none could be opened).
+    const FileIdentity& getIdentity() const { return mIdentity; }
+    // Whether the file under the path is still the one the directory was read from.
+    bool isCurrent() const;
     // The entry named NAME, or null. Valid as long as the index.
     const DefaultContentIndexItem* find(const ovTypes::ID& name) const;
 
     // Reads ITEM's bytes from the index file PATH into *BYTES. False, with *BYTES untouched,
-    // unless every byte lies inside the file and could be read; nothing larger than the file
-    // is ever allocated.
+    // unless every byte lies inside the file and could be read, and, when EXPECTED is given,
+    // the file read is that one; nothing larger than the file is ever allocated.
     static bool readResource(const std::string& path, const DefaultContentIndexItem& item,
-                             std::string* bytes);
+                             std::string* bytes, const FileIdentity* expected = nullptr);
 
 private:
+    // Reads the magic, the count and the entries.
+    void readDirectory(std::istream& in);
+
     ItemMap mItems;
     std::string mPath;
+    FileIdentity mIdentity;
 };
 
 // One resource for writeDefaultContentIndex: its name and its bytes.

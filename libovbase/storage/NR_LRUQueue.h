@@ -13,6 +13,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 template <typename T> struct lru_element {
@@ -34,6 +35,19 @@ public:
     bool contains(const T& name) const { return mElements.count(name) != 0; }
     // The element with the smallest key, or null when the queue is empty.
     const Element* top() const { return empty() ? nullptr : mHeap[1]; }
+    // The top, or when SKIP holds its name the element of smallest key among those SKIP does
+    // not hold (of equal keys the one nearer the top of the heap); null when none is left.
+    // Eviction passes over files it could not delete this way without changing the heap.
+    const Element* topExcept(const std::set<T>& skip) const {
+        if (empty() || !skip.count(mHeap[1]->name))
+            return top();
+        const Element* best = nullptr;
+        for (size_t i = 2; i < mHeap.size(); ++i) {
+            if (!skip.count(mHeap[i]->name) && (!best || mHeap[i]->key < best->key))
+                best = mHeap[i];
+        }
+        return best;
+    }
     // NAME's element, or null.
     const Element* find(const T& name) const {
         auto it = mElements.find(name);

@@ -161,29 +161,41 @@ TEST_F(DefaultContentMgrTest, AChangedProfileIsReadAtTheNextLookUp) {
     EXPECT_EQ("neutral", fetch("dc:logo"));
 }
 
+// A content update replaces an index file (a new one renamed over it, its resources at other
+// offsets): the next look-up reads the new directory and serves the new bytes.
+TEST_F(DefaultContentMgrTest, AReplacedIndexFileIsReadAgain) {
+    settings("");
+    index("dynport.dc", {{"logo", "before"}, {"other", "OTHER"}});
+    EXPECT_EQ("before", fetch("dc:logo"));
+    ASSERT_TRUE(
+        ovtest::writeFile(mRoot + "/new.dc", dctest::index({{"a", "A"}, {"logo", "after"}})));
+    ASSERT_EQ(0, std::rename((mRoot + "/new.dc").c_str(), (mRoot + "/dynport.dc").c_str()));
+    EXPECT_EQ("after", fetch("dc:logo"));
+    EXPECT_EQ("<none>", fetch("dc:other"));
+}
+
+// The kept lists stay until the profile changes: a more specific index file that appears
+// meanwhile is read only once a change of the profile setting has arrived.
 TEST_F(DefaultContentMgrTest, AProfileEventDropsTheKeptLists) {
     settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
-    index("profiles/op1/dynport.dc", {{"logo", "before"}});
-    EXPECT_EQ("before", fetch("dc:logo"));
+    index("profiles/op1/dynport.dc", {{"logo", "profile"}});
+    EXPECT_EQ("profile", fetch("dc:logo"));
     // Subscribed after the manager's handler, so it hears each event after the handler did.
     auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
-
-    // The kept list still reads the directory it read before: six bytes, of which the new
-    // file holds five.
-    index("profiles/op1/dynport.dc", {{"logo", "after"}});
-    EXPECT_EQ("<none>", fetch("dc:logo"));
+    index("profiles/op1/de/dynport.dc", {{"logo", "language"}});
+    EXPECT_EQ("profile", fetch("dc:logo"));
 
     OV_Event unrelated(OrvelSetting::SETTING_CHANGED_TOPIC);
     unrelated.setProperty("OVCore.UI.ScreenSaverTimeout", "30");
     OV_EventAndStatusFacade::instance()->publish(unrelated);
     ASSERT_TRUE(recorder->waitFor(1));
-    EXPECT_EQ("<none>", fetch("dc:logo"));
+    EXPECT_EQ("profile", fetch("dc:logo"));
 
     OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
     changed.setProperty("OVCore.InitSetting.CurrentProfile", "op1");
     OV_EventAndStatusFacade::instance()->publish(changed);
     ASSERT_TRUE(recorder->waitFor(2));
-    EXPECT_EQ("after", fetch("dc:logo"));
+    EXPECT_EQ("language", fetch("dc:logo"));
     recorder.reset();
 }
 

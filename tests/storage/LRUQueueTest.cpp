@@ -53,14 +53,29 @@ TEST(LRUQueue, UnusedElementsGoBeforeUsedOnesUntilUsedAgain) {
     EXPECT_EQ("stale", popTop(queue));
 }
 
+// Of equal keys, the element nearer the top stays there: a new one does not rise past an
+// equal parent, and the last element moved up by a pop does not sink below an equal child.
 TEST(LRUQueue, OnEqualKeysTheElementOnTopStays) {
     Queue queue;
-    queue.push("first", true);
-    queue.push("second", true);
-    queue.push("third", true);
+    for (const char* name : {"first", "second", "third"})
+        queue.push(name, true);
     EXPECT_EQ("first", popTop(queue));
-    EXPECT_EQ(0, queue.top()->key);
-    EXPECT_EQ(2u, queue.size());
+    EXPECT_EQ("third", popTop(queue));
+    EXPECT_EQ("second", popTop(queue));
+}
+
+// An eviction passes over names it could not delete: the element of smallest key among the
+// rest (nearer the top on equal keys), and the heap stays as it was.
+TEST(LRUQueue, TopExceptPassesOverSkippedNames) {
+    Queue queue;
+    for (const char* name : {"a", "b", "c", "d"})
+        queue.push(name, true);
+    queue.touch("a");
+    EXPECT_EQ("b", queue.topExcept({})->name);
+    EXPECT_EQ("d", queue.topExcept({"b"})->name); // heap: b, d, c, a
+    EXPECT_EQ("a", queue.topExcept({"b", "c", "d"})->name);
+    EXPECT_EQ(nullptr, queue.topExcept({"a", "b", "c", "d"}));
+    EXPECT_EQ("b", queue.top()->name);
 }
 
 // Random pushes, uses, key resets and removals checked against a plain map of keys: the top is

@@ -2,6 +2,7 @@
 // and the classes getType gives, removal, and sync rebuilding everything from the files.
 #include "CacheFixture.h"
 
+#include "eventstatuslib/OV_Event.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "model/Channel.h"
 #include "model/Container.h"
@@ -247,6 +248,89 @@ TEST_F(ObjectTest, NewObjectsAndTheRootAreNotTakenForUnreferenced) {
     EXPECT_FALSE(exists("x.itm"));
     ASSERT_EQ(0, policy()->removeNext(0, evictedReferenced));
     EXPECT_FALSE(exists("news.cnt"));
+}
+
+// SIZE bytes of a stored resource, or an item's description, that counts BLOCKS blocks.
+std::string ofBlocks(int blocks) {
+    return std::string(size_t(blocks - 1) * 4096 + 100, 'b');
+}
+
+// A save that needs room: the unreferenced file goes first, then referenced files from the
+// highest class down, oldest first, and no more than the save needs; the storage-full event
+// goes out with the first referenced file, once.
+TEST_F(ObjectTest, ASaveMakesJustEnoughRoomInClassOrder) {
+    ovtest::EventRecorder errors(NR_Constants::EVENT_NOTIFY_STORAGE_ERROR);
+    Channel channel("ch");
+    channel.itemIDs = {"a", "b"};
+    channel.contentMap.reset(new NewsObject::ContentMap);
+    setContent(*channel.contentMap, "image", "ci");
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    ASSERT_EQ(0, cache()->save("a", *makeItem("a", "", "ia")));
+    ASSERT_EQ(0, cache()->save("b", *makeItem("b", "", "ib")));
+    ASSERT_EQ(0, putResource("ci", ofBlocks(30)));
+    ASSERT_EQ(0, putResource("ia", ofBlocks(20)));
+    ASSERT_EQ(0, putResource("ib", ofBlocks(20)));
+    ASSERT_EQ(0, putResource("loose", ofBlocks(20)));
+    ASSERT_EQ(93, policy()->blocksUsed());
+
+    auto bigItem = [](const std::string& id, int blocks) {
+        std::unique_ptr<Item> item(new Item(id));
+        item->description = ovTypes::String(ovTypes::ID(ofBlocks(blocks)));
+        return item;
+    };
+    ASSERT_EQ(0, cache()->save("big1", *bigItem("big1", 27))); // 7 free: exactly 27 once loose goes
+    EXPECT_FALSE(exists("loose.gif"));
+    EXPECT_TRUE(exists("ia.gif"));
+    EXPECT_FALSE(cache()->isStorageFull());
+    ASSERT_EQ(100, policy()->blocksUsed());
+
+    ASSERT_EQ(0, cache()->save("big2", *bigItem("big2", 21))); // item images, oldest first
+    EXPECT_FALSE(exists("ia.gif"));
+    EXPECT_FALSE(exists("ib.gif"));
+    EXPECT_TRUE(exists("ci.gif"));
+    EXPECT_TRUE(cache()->isStorageFull());
+
+    ASSERT_EQ(0, cache()->save("big3", *bigItem("big3", 30))); // then the channel image
+    EXPECT_FALSE(exists("ci.gif"));
+    for (const char* name : {"ch.chn", "a.itm", "b.itm", "big1.itm", "big2.itm", "big3.itm"})
+        EXPECT_TRUE(exists(name)) << name;
+    EXPECT_EQ(81 + 30 - 30, policy()->blocksUsed());
+
+    // A marker behind the event shows that no second one was published.
+    OV_Event marker(NR_Constants::EVENT_NOTIFY_STORAGE_ERROR);
+    marker.mValue = 99;
+    OV_EventAndStatusFacade::instance()->publish(marker);
+    ASSERT_TRUE(errors.waitFor(2));
+    std::vector<ovtest::RecordedEvent> events = errors.events();
+    EXPECT_EQ(1, events[0].value);
+    EXPECT_EQ(99, events[1].value);
+}
+
+// A channel template stored before its channel takes the template class when the channel is
+// saved, as one stored after it does: the order of downloads does not let item images push it
+// out.
+TEST_F(ObjectTest, AResourceTakesItsClassWhicheverArrivesFirst) {
+    for (bool templateFirst : {true, false}) {
+        SCOPED_TRACE(templateFirst ? "template first" : "channel first");
+        ASSERT_EQ(0, cache()->clear());
+        Channel channel("ch");
+        channel.templateID = "tpl";
+        if (templateFirst) {
+            ASSERT_EQ(0, putResource("tpl", "<t/>", "application/xhtml+xml"));
+        }
+        ASSERT_EQ(0, cache()->save("ch", channel));
+        if (!templateFirst) {
+            ASSERT_EQ(0, putResource("tpl", "<t/>", "application/xhtml+xml"));
+        }
+        EXPECT_EQ(4, queueOf("tpl.xhtml"));
+        for (int i = 0; i < 20; ++i) { // 20 images of 6 blocks in a cache of 100
+            std::string id = std::to_string(i);
+            ASSERT_EQ(0, cache()->save("it" + id, *makeItem("it" + id, "", "im" + id)));
+            ASSERT_EQ(0, putResource("im" + id, ofBlocks(6)));
+        }
+        EXPECT_FALSE(exists("im0.gif"));
+        EXPECT_TRUE(exists("tpl.xhtml"));
+    }
 }
 
 // Another process that opens the cache writes its own 0 to "/tmp/ref.txt", or the file goes

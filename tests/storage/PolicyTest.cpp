@@ -71,21 +71,36 @@ TEST_F(Policy, AFileCountsOneBlockMoreThanItsSizeFills) {
     EXPECT_EQ(-1, p->addDiskUsage("small", 11, false));
 }
 
-TEST_F(Policy, RemovingAFileTakesWhatItOccupiesOnDisk) {
+// What goes out for a file is what came in for it, whatever it occupies on disk when it goes:
+// an exact multiple of the block size (counted one more), a sparse file (occupying nothing), a
+// file that grew behind the cache's back.
+TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
     NR_ContentCachePolicy* p = policy();
-    account("exact", 9, 4096); // counted as 2 blocks, occupies 1
     account("other", 9, 100);
-    EXPECT_EQ(3, p->blocksUsed());
-    ovtest::StderrCapture capture;
+    p->addRef("x.itm", "exact");
+    account("exact", 9, 4096);
+    ASSERT_TRUE(ovtest::writeFile(path("sparse"), ""));
+    std::filesystem::resize_file(path("sparse"), 100ul << 20);
+    ASSERT_EQ(0, p->addDiskUsage("sparse", 9, false));
+    account("grown", 9, 100);
+    ASSERT_TRUE(ovtest::writeFile(path("grown"), std::string(40000, 'g')));
+    EXPECT_EQ(1 + 2 + 25601 + 1, p->blocksUsed());
+    EXPECT_EQ(2, p->referencedUsed());
+
     EXPECT_EQ(0, p->removeFile("exact"));
+    EXPECT_EQ(0, p->referencedUsed());
+    ovtest::StderrCapture capture;
+    EXPECT_EQ(0, p->removeFile("sparse"));
     EXPECT_NE(std::string::npos,
               capture.text().find("\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n"))
         << "the referenced total is reduced only after asking";
-    EXPECT_FALSE(exists("exact"));
-    EXPECT_EQ(2, p->blocksUsed()) << "the extra block of an exact multiple stays counted";
-    EXPECT_EQ(-1, p->removeFile("exact"));
-    EXPECT_EQ(0, p->delDiskUsage("other", 9));
+    EXPECT_EQ(0, p->removeFile("grown"));
     EXPECT_EQ(1, p->blocksUsed());
+    EXPECT_FALSE(exists("exact"));
+    EXPECT_EQ(-1, p->removeFile("exact"));
+    EXPECT_EQ(1, p->blocksUsed());
+    EXPECT_EQ(0, p->delDiskUsage("other", 9));
+    EXPECT_EQ(0, p->blocksUsed());
     EXPECT_TRUE(exists("other")) << "delDiskUsage only withdraws the accounting";
     EXPECT_EQ(-1, p->delDiskUsage("other", 9));
 }

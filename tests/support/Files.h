@@ -14,6 +14,26 @@ std::string readFile(const std::string& path);
 
 bool fileExists(const std::string& path);
 
+// Makes PATH immutable (no entry may be added, removed or renamed in a directory, nothing may
+// change a file) for as long as it lives: a directory that refuses changes even to root, as a
+// read-only remount or a full file system does. ok() is false where the file system or the
+// user cannot set the flag; the test then skips.
+class Immutable {
+public:
+    explicit Immutable(const std::string& path);
+    ~Immutable() { release(); }
+    Immutable(const Immutable&) = delete;
+    Immutable& operator=(const Immutable&) = delete;
+
+    bool ok() const { return mSet; }
+    // Takes the flag away again.
+    void release();
+
+private:
+    std::string mPath;
+    bool mSet = false;
+};
+
 } // namespace ovtest
 
 #endif

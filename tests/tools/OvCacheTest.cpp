@@ -1,9 +1,11 @@
 // ovcache run on a device root as a developer runs it: what list, show, usage and sync report
 // for a cache a previous run left, what they leave on disk, and the exit statuses.
 #include "OVPlatform.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "model/Channel.h"
 #include "model/Container.h"
 #include "model/Item.h"
+#include "storage/NR_ContentCache.h"
 #include "support/Files.h"
 #include "support/TempDir.h"
 #include "support/ToolProcess.h"
@@ -12,6 +14,8 @@
 
 #include <sstream>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -147,6 +151,44 @@ TEST_F(OvCache, UsageAndSyncReportTheStatusFigures) {
     EXPECT_EQ(figures, sync.out);
     EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp")) << "sync sweeps unfinished writes";
     EXPECT_EQ("4\n", ovtest::readFile(mRoot.file("/tmp/ref.txt")));
+}
+
+// A download this process has under way survives ovcache sync in another process; a leftover
+// that cannot be deleted makes it fail, naming the file and the reason.
+TEST_F(OvCache, SyncLeavesDownloadsInProgressAndNamesWhatItCannotDelete) {
+    std::ofstream* out = NR_ContentCache::getInstance()->getOutputStream("dl", 10);
+    ASSERT_NE(nullptr, out);
+    ovtest::ToolResult sync = ovcache({"sync"});
+    EXPECT_EQ(0, sync.exitCode) << sync.err;
+    EXPECT_TRUE(ovtest::fileExists(mDir + "dl.tmp"));
+    EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp"));
+    EXPECT_EQ(0, NR_ContentCache::getInstance()->closeOutputStream("dl", out, "image/gif"));
+
+    ASSERT_TRUE(ovtest::writeFile(mDir + "stuck.tmp", "x"));
+    ovtest::Immutable frozen(mDir);
+    if (!frozen.ok())
+        GTEST_SKIP() << "the immutable flag cannot be set here";
+    ovtest::ToolResult stuck = ovcache({"sync"});
+    EXPECT_EQ(1, stuck.exitCode);
+    EXPECT_TRUE(contains(stuck.err, mDir + "stuck.tmp: cannot delete the unfinished file: " +
+                                        "Operation not permitted"))
+        << stuck.err;
+    frozen.release();
+    OV_EventAndStatusFacade::destroy();
+}
+
+// A FIFO where the root container belongs neither hangs list nor show.
+TEST_F(OvCache, AFifoUnderAnObjectNameHangsNothing) {
+    ASSERT_EQ(0, ::unlink((mDir + "news.cnt").c_str()));
+    ASSERT_EQ(0, ::mkfifo((mDir + "news.cnt").c_str(), 0644));
+    ovtest::ToolOptions quick;
+    quick.timeoutSeconds = 20;
+    ovtest::ToolResult list = ovtest::runTool(OVCACHE, {mRoot.path(), "list"}, quick);
+    EXPECT_EQ(0, list.exitCode) << list.err;
+    EXPECT_TRUE(contains(lineOf(list.out, "x.itm"), "queue  3")) << list.out;
+    ovtest::ToolResult show = ovtest::runTool(OVCACHE, {mRoot.path(), "show", "news"}, quick);
+    EXPECT_EQ(1, show.exitCode);
+    EXPECT_FALSE(show.timedOut);
 }
 
 } // namespace

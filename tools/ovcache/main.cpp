@@ -35,7 +35,7 @@ void usage(FILE* out) {
                  "            library reads it back\n"
                  "  usage     total, used and free, as the storage-status event reports them\n"
                  "  sync      rebuild the references from the files, deleting unfinished\n"
-                 "            .tmp files, and report the usage\n"
+                 "            .tmp files that no writer holds, and report the usage\n"
                  "\n"
                  "The cache is the one under DEVICE_ROOT, or DIR when --cache-dir is given.\n"
                  "list and usage rebuild the accounting in this process as sync does, but\n"
@@ -44,9 +44,9 @@ void usage(FILE* out) {
                  "\n"
                  "-v shows the library's diagnostics on standard error.\n"
                  "\n"
-                 "exit status: 0 success, 1 no such object or the directory could not be\n"
-                 "read, 64 usage error, 66 no such device root or cache directory, 74 output\n"
-                 "error.\n");
+                 "exit status: 0 success, 1 no such object, the directory could not be\n"
+                 "read or an unfinished file could not be deleted, 64 usage error, 66 no\n"
+                 "such device root or cache directory, 74 output error.\n");
 }
 
 int usageError() {
@@ -199,11 +199,20 @@ int run(int argc, char** argv) {
             printUsage(cache);
         else
             rc = 1;
-    } else if (cache->sync() == 0) {
-        printUsage(cache);
     } else {
-        ovtool::error("%s: sync could not read the directory", cacheDir.c_str());
-        rc = 1;
+        NR_ContentCache::Undeleted undeleted;
+        if (cache->sync(true, &undeleted) == 0) {
+            printUsage(cache);
+        } else if (undeleted.empty()) {
+            ovtool::error("%s: sync could not read the directory", cacheDir.c_str());
+            rc = 1;
+        } else {
+            for (const auto& file : undeleted)
+                ovtool::error("%s: cannot delete the unfinished file: %s",
+                              NR_ContentCache::directory().pathOf(file.first).c_str(),
+                              std::strerror(file.second));
+            rc = 1;
+        }
     }
     return rc;
 }

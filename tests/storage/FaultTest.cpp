@@ -1,0 +1,244 @@
+// The cache against what a phone's storage does to it: a directory that refuses changes for a
+// while, a file that cannot be deleted, a size that cannot be measured yet, another process's
+// files stamped within the same clock tick, a sync while a download is under way, and junk
+// under the names of stored objects.
+#include "CacheFixture.h"
+
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "model/Channel.h"
+#include "model/Container.h"
+#include "model/Item.h"
+#include "support/StderrCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <set>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace {
+
+using storagetest::CacheTest;
+
+bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+class FaultTest : public CacheTest {
+protected:
+    FaultTest() : CacheTest(1000) {} // 100 blocks
+    void TearDown() override { OV_EventAndStatusFacade::destroy(); }
+
+    std::set<std::string> files() const {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(mDir))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+
+    // Steps FROM to TO of a feed as an engine saves it: an item, then its 2-block image, and
+    // every tenth step the channel listing the last ten items. The number of steps that failed.
+    int feed(int from, int to) {
+        int failed = 0;
+        for (int i = from; i < to; ++i) {
+            Item item("it" + std::to_string(i));
+            item.contentMap.reset(new NewsObject::ContentMap);
+            (*item.contentMap)["image"].contextId = "im" + std::to_string(i);
+            bool ok = cache()->save(item.id, item) == 0;
+            ok = putResource("im" + std::to_string(i), std::string(5000, 'i')) == 0 && ok;
+            if (i % 10 == 9) {
+                Channel channel("ch");
+                for (int j = i - 9; j <= i; ++j)
+                    channel.itemIDs.push_back("it" + std::to_string(j));
+                ok = cache()->save("ch", channel) == 0 && ok;
+            }
+            failed += ok ? 0 : 1;
+        }
+        return failed;
+    }
+};
+
+// Saves during a phase in which nothing can be deleted or written fail and leave no trace:
+// once the directory takes changes again, the engine's retries end where an undisturbed cache
+// ends.
+TEST_F(FaultTest, AnUnwritablePhaseLeavesTheCacheAsIfUndisturbed) {
+    ASSERT_EQ(0, feed(0, 60));
+    const std::set<std::string> undisturbed = files();
+    const long blocks = policy()->blocksUsed();
+    ASSERT_LE(blocks, policy()->maxCacheBlocks());
+    ASSERT_EQ(0, cache()->clear());
+
+    ASSERT_EQ(0, feed(0, 40));
+    {
+        ovtest::Immutable frozen(mDir);
+        if (!frozen.ok())
+            GTEST_SKIP() << "the immutable flag cannot be set here";
+        ovtest::StderrCapture capture;
+        EXPECT_EQ(5, feed(40, 45)) << "every save must fail";
+        EXPECT_TRUE(contains(capture.text(), "could not be deleted")) << capture.text();
+    }
+    ASSERT_EQ(0, feed(40, 60));
+    EXPECT_EQ(undisturbed, files());
+    EXPECT_EQ(blocks, policy()->blocksUsed());
+}
+
+// A file that cannot be deleted keeps its place and its blocks; the next candidate goes.
+TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
+    NR_ContentCachePolicy* p = policy();
+    account("stuck.gif", 9);
+    account("next.gif", 9);
+    ASSERT_EQ("stuck.gif", p->queue(9).top()->name);
+    bool evictedReferenced = true;
+    {
+        ovtest::Immutable frozen(path("stuck.gif"));
+        if (!frozen.ok())
+            GTEST_SKIP() << "the immutable flag cannot be set here";
+        p->beginRoomMaking();
+        ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+        EXPECT_FALSE(exists("next.gif"));
+        EXPECT_EQ(-1, p->removeNext(0, evictedReferenced));
+        EXPECT_TRUE(p->roomMakingStuck());
+    }
+    EXPECT_TRUE(exists("stuck.gif"));
+    EXPECT_EQ(1, p->blocksUsed());
+    EXPECT_EQ("stuck.gif", p->queue(9).top()->name);
+    p->beginRoomMaking();
+    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_FALSE(exists("stuck.gif"));
+    EXPECT_EQ(0, p->blocksUsed());
+}
+
+// The cache directory cannot be made at first ("/qbxlocal" is a plain file): saves fail with a
+// level-3 line instead of evicting to fit a limit of nothing, and once the directory is there
+// the next save measures it.
+TEST(FaultUnmeasured, ALimitNeverMeasuredEvictsNothing) {
+    ovtest::TempDeviceRoot root;
+    const std::string dir = storagetest::cacheDirUnderRoot();
+    ASSERT_TRUE(ovtest::writeFile(root.path() + "/qbxlocal", "junk"));
+    ovtest::StderrCapture capture;
+    NR_ContentCache* cache = NR_ContentCache::getInstance();
+    EXPECT_EQ(-1, cache->save("a", Item("a")));
+    EXPECT_TRUE(contains(capture.text(), "{3} NR_ContentCache.cpp"));
+    EXPECT_TRUE(contains(capture.text(), "NR_ContentCache.save(): the size of " + dir));
+
+    std::filesystem::remove(root.path() + "/qbxlocal");
+    std::filesystem::create_directories(dir);
+    ASSERT_TRUE(ovplatform::setSimulatedFileSystem(dir, 4096, 1000));
+    for (const char* id : {"a", "b", "c"})
+        ASSERT_EQ(0, cache->save(id, Item(id)));
+    EXPECT_EQ(100, NR_ContentCachePolicy::getInstance()->maxCacheBlocks());
+    for (const char* id : {"a", "b", "c"})
+        EXPECT_TRUE(ovtest::fileExists(dir + "/" + id + ".itm")) << id;
+    OV_EventAndStatusFacade::destroy();
+}
+
+// Another process renames a finished file in within the tick of the cache's own last change:
+// a file system that stamps whole seconds leaves the directory's modification time as the
+// cache knows it. Set back by hand here, as such a file system would leave it.
+TEST_F(FaultTest, AnotherProcesssFileStampedInTheSameTickIsFound) {
+    ASSERT_EQ(0, cache()->save("own", Item("own")));
+    std::string name;
+    ASSERT_EQ(0, cache()->getFileName("own", name));
+    struct stat before;
+    ASSERT_EQ(0, ::stat(mDir.c_str(), &before));
+    ASSERT_TRUE(ovtest::writeFile(path("theirs.tmp"), "GIF89a"));
+    ASSERT_EQ(0, std::rename(path("theirs.tmp").c_str(), path("theirs.gif").c_str()));
+    const timespec times[2] = {before.st_atim, before.st_mtim};
+    ASSERT_EQ(0, ::utimensat(AT_FDCWD, mDir.c_str(), times, 0));
+    ASSERT_EQ(0, cache()->getFileName("theirs", name));
+    EXPECT_EQ("theirs.gif", name);
+}
+
+// An ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on DIR
+// for as long as it lives, where this machine lets it be.
+class Ext2Mount {
+public:
+    Ext2Mount(const std::string& image, const std::string& dir) : mDir(dir) {
+        std::string command = "PATH=$PATH:/sbin:/usr/sbin; mkfs.ext2 -q -F -I 128 '" + image +
+                              "' 1024 >/dev/null 2>&1 && mount -o loop '" + image + "' '" + dir +
+                              "' >/dev/null 2>&1";
+        mMounted = std::system(command.c_str()) == 0;
+    }
+    ~Ext2Mount() {
+        if (mMounted)
+            // Lazily: the cache keeps its directory open until the process ends.
+            std::system(("umount -l '" + mDir + "' >/dev/null 2>&1").c_str());
+    }
+    bool mounted() const { return mMounted; }
+
+private:
+    std::string mDir;
+    bool mMounted = false;
+};
+
+TEST_F(FaultTest, AnotherProcesssFilesAreFoundOnAWholeSecondFileSystem) {
+    Ext2Mount ext2(mRoot.file("/ext2.img"), mDir);
+    if (!ext2.mounted())
+        GTEST_SKIP() << "a loop-mounted ext2 image needs root, loop devices and mkfs.ext2";
+    int missed = 0;
+    for (int i = 0; i < 10; ++i) {
+        const std::string id = "f" + std::to_string(i);
+        ASSERT_EQ(0, cache()->save("own" + id, Item("own" + id)));
+        std::string name;
+        cache()->getFileName("own" + id, name);
+        ASSERT_TRUE(ovtest::writeFile(path(id + ".tmp"), "GIF89a"));
+        ASSERT_EQ(0, std::rename(path(id + ".tmp").c_str(), path(id + ".gif").c_str()));
+        missed += cache()->getFileName(id, name) == 0 ? 0 : 1;
+    }
+    EXPECT_EQ(0, missed);
+}
+
+// A download under way survives sync; what a killed writer left is swept; a leftover that
+// cannot be deleted makes sync fail and is named.
+TEST_F(FaultTest, SyncKeepsDownloadsInProgressAndNamesWhatItCannotDelete) {
+    std::ofstream* out = cache()->getOutputStream("dl", 10);
+    ASSERT_NE(nullptr, out);
+    ASSERT_TRUE(ovtest::writeFile(path("stale.tmp"), "left by a killed writer"));
+    EXPECT_EQ(0, cache()->sync());
+    EXPECT_TRUE(exists("dl.tmp"));
+    EXPECT_FALSE(exists("stale.tmp"));
+    *out << "GIF89a";
+    EXPECT_EQ(0, cache()->closeOutputStream("dl", out, "image/gif"));
+    EXPECT_EQ("GIF89a", ovtest::readFile(path("dl.gif")));
+
+    ASSERT_TRUE(ovtest::writeFile(path("stuck.tmp"), "x"));
+    ovtest::Immutable frozen(mDir);
+    if (!frozen.ok())
+        GTEST_SKIP() << "the immutable flag cannot be set here";
+    NR_ContentCache::Undeleted undeleted;
+    EXPECT_EQ(-1, cache()->sync(true, &undeleted));
+    ASSERT_EQ(1u, undeleted.size());
+    EXPECT_EQ("stuck.tmp", undeleted[0].first);
+    EXPECT_EQ(EPERM, undeleted[0].second);
+}
+
+// A FIFO, a link to a device and a huge file without a line feed under object names, a FIFO
+// under a resource's name: each is refused at once, with a level-3 line for the objects.
+TEST_F(FaultTest, JunkUnderObjectNamesIsRefusedWithoutHanging) {
+    ASSERT_EQ(0, ::mkfifo(path("news.cnt").c_str(), 0644));
+    ASSERT_EQ(0, ::symlink("/dev/zero", path("zero.itm").c_str()));
+    ASSERT_TRUE(ovtest::writeFile(path("huge.chn"), ""));
+    std::filesystem::resize_file(path("huge.chn"), 300ul << 20);
+    ASSERT_EQ(0, ::mkfifo(path("pipe.gif").c_str(), 0644));
+
+    ovtest::StderrCapture capture;
+    Container news("news");
+    Item zero("zero");
+    Channel huge("huge");
+    EXPECT_EQ(-1, cache()->get("news", news));
+    EXPECT_EQ(-1, cache()->get("zero", zero));
+    EXPECT_EQ(-1, cache()->get("huge", huge));
+    EXPECT_EQ(nullptr, cache()->getInputStream("pipe"));
+    EXPECT_EQ(0, cache()->sync());
+    const std::string text = capture.text();
+    for (const auto& refused : {std::make_pair("news.cnt", "Invalid argument"),
+                                std::make_pair("zero.itm", "Invalid argument"),
+                                std::make_pair("huge.chn", "File too large")})
+        EXPECT_TRUE(
+            contains(text, path(refused.first) + " is not a stored object: " + refused.second))
+            << text;
+}
+
+} // namespace
