@@ -187,6 +187,13 @@ bool NR_CacheDirectory::current() {
         mIndexed = false;
         return false;
     }
+    // The cache's own changes leave the stamp to be taken here: taken now, it may hide a change
+    // of another process made since, so it counts as unsettled.
+    if (mIndexed && mStampPending) {
+        mStamp = now;
+        mStamp.settled = false;
+        mStampPending = false;
+    }
     // An unsettled stamp may hide a change made in the same tick; once the tick has surely
     // passed, one more reading gives a stamp that hides nothing.
     if (mIndexed && now == mStamp && (mStamp.settled || !now.settled))
@@ -213,6 +220,7 @@ int NR_CacheDirectory::list(std::vector<std::string>& names) {
     ::closedir(dir);
     // Stamped before reading: a change made meanwhile shows at the next lookup.
     mStamp = before;
+    mStampPending = false;
     mNextOrder = 0;
     for (const std::string& name : names)
         indexAdd(name);
@@ -253,26 +261,27 @@ const NR_CacheDirectory::Entry* NR_CacheDirectory::lookup(const std::string& id)
 }
 
 void NR_CacheDirectory::endChange(const std::string& added, const std::string& removed) {
-    // The new stamp is unsettled: a change of another process made just before is found by the
-    // next lookup that misses, or the first one after the stamp settles.
+    // The new stamp is taken by the next lookup, unsettled: a change of another process made
+    // meanwhile is found by a lookup that misses, or by the first one after the stamp settles.
     if (!mIndexed)
         return;
-    if (!stamp(mStamp)) {
-        mIndexed = false;
-        return;
-    }
+    mStampPending = true;
     if (!removed.empty())
         indexRemove(removed);
     if (!added.empty())
         indexAdd(added);
 }
 
-int NR_CacheDirectory::openLocked(const std::string& name) {
+int NR_CacheDirectory::openLocked(const std::string& name, bool* fresh) {
     const std::string path = pathOf(name);
     for (int attempt = 0; attempt < 3; ++attempt) {
-        // Not through a link, and never waiting on a FIFO left under the name.
-        int fd =
-            ::open(path.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0666);
+        // Not through a link, and never waiting on a FIFO left under the name. Made anew when
+        // it can be, so that nothing needs to be cut away.
+        const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK;
+        int fd = ::open(path.c_str(), flags | O_EXCL, 0666);
+        *fresh = fd >= 0;
+        if (fd < 0 && errno == EEXIST)
+            fd = ::open(path.c_str(), flags, 0666);
         if (fd < 0)
             return -1;
         struct stat st;
@@ -303,7 +312,8 @@ void NR_CacheDirectory::release(const std::string& name) {
 
 bool NR_CacheDirectory::create(const std::string& name, std::ofstream& out) {
     release(name); // a stream on it that was never handed back
-    int fd = openLocked(name);
+    bool fresh = false;
+    int fd = openLocked(name, &fresh);
     if (fd < 0)
         return false;
     out.open(pathOf(name), std::ios::out | std::ios::trunc | std::ios::binary);
@@ -319,8 +329,9 @@ bool NR_CacheDirectory::create(const std::string& name, std::ofstream& out) {
 bool NR_CacheDirectory::writeFile(const std::string& temp, const std::string& name,
                                   const std::string& data) {
     release(temp);
-    int fd = openLocked(temp);
-    bool ok = fd >= 0 && ::ftruncate(fd, 0) == 0;
+    bool fresh = false;
+    int fd = openLocked(temp, &fresh);
+    bool ok = fd >= 0 && (fresh || ::ftruncate(fd, 0) == 0);
     for (size_t done = 0; ok && done < data.size();) {
         ssize_t n = ::write(fd, data.data() + done, data.size() - done);
         if (n < 0 && errno == EINTR)

@@ -12,9 +12,10 @@
 // time, and the index is read afresh. File systems stamp times in steps (whole seconds on some,
 // two on others), so a modification time is trusted to reveal every later change only when it
 // is at least 2 seconds older than the clock was when the stamp was taken (the stamp is then
-// settled). While the stamp is unsettled (after each change of the cache's own, or a change of
-// another process just before), a lookup that finds nothing reads the directory again before it
-// answers, and the first lookup after the stamp has settled reads it once more. So another
+// settled). While the stamp is unsettled (taken by the first lookup after changes of the
+// cache's own, or soon after a change of another process), a lookup that finds nothing reads
+// the directory again before it answers, and the first lookup after the stamp has settled reads
+// it once more. So another
 // process's finished file is always found; a file it deleted within that window can still be
 // named by a lookup, and then fails to open.
 //
@@ -125,11 +126,12 @@ private:
     bool current();
     // The entry a lookup of ID finds in the index, or null.
     const Entry* lookup(const std::string& id) const;
-    // Follows a change of the cache's own in the index, when there is one, and takes the
-    // directory's new stamp.
+    // Follows a change of the cache's own in the index, when there is one; the directory's new
+    // stamp is taken by the next lookup.
     void endChange(const std::string& added, const std::string& removed);
     // NAME opened for writing (created when missing, not truncated) and locked; -1 with errno.
-    int openLocked(const std::string& name);
+    // FRESH tells whether it was made by this call (and so is empty).
+    int openLocked(const std::string& name, bool* fresh);
     // Lets go of the lock on NAME, if this process holds one.
     void release(const std::string& name);
     void indexAdd(const std::string& name);
@@ -139,6 +141,7 @@ private:
     int mFd = -1; // the directory, open for stamps
     bool mIndexed = false;
     Stamp mStamp;
+    bool mStampPending = false; // changed by the cache since mStamp was taken
     uint64_t mNextOrder = 0;
     // File names by their part before the last '.' (the whole name when it has none).
     std::unordered_map<std::string, std::vector<Entry>> mByBase;

@@ -31,13 +31,22 @@ TEST(Semaphore, WaitBlocksUntilANotifyThatFollowsIt) {
     EXPECT_TRUE(passed);
 }
 
+// Microseconds since the epoch, on the clock the deadlines are taken from.
+long long wallMicros() {
+    timeval now;
+    gettimeofday(&now, nullptr);
+    return now.tv_sec * 1000000LL + now.tv_usec;
+}
+
+// The seconds are compared on the deadline's own clock: time() reads a coarser clock that can
+// still show the last second just after the deadline's clock has passed into the next.
 TEST(Semaphore, TimedWaitReportsItsDeadlineOnStandardOutput) {
     Semaphore semaphore(1);
     semaphore.notify();
     ovtest::StdoutCapture capture;
-    long before = static_cast<long>(time(nullptr));
+    long before = static_cast<long>(wallMicros() / 1000000);
     ASSERT_TRUE(semaphore.wait(2500));
-    long after = static_cast<long>(time(nullptr));
+    long after = static_cast<long>(wallMicros() / 1000000);
     std::string line = capture.text();
 
     const std::string head = "millisecs:2500sec:";
@@ -52,13 +61,6 @@ TEST(Semaphore, TimedWaitReportsItsDeadlineOnStandardOutput) {
     EXPECT_LE(sec, after + 2);
     EXPECT_EQ(nsec % 1000, 0); // microsecond clock
     EXPECT_LT(nsec, 1000000000L);
-}
-
-// Microseconds since the epoch, on the clock the deadlines are taken from.
-long long wallMicros() {
-    timeval now;
-    gettimeofday(&now, nullptr);
-    return now.tv_sec * 1000000LL + now.tv_usec;
 }
 
 // Time-outs below a second drop to zero seconds: the deadline each wait reports is the moment
