@@ -4,6 +4,7 @@
 #include "eventstatuslib/OV_Event.h"
 #include "types/AttrMap.h"
 #include "types/FnLog.h"
+#include "types/MString.h"
 
 #include <algorithm>
 #include <cctype>
@@ -100,10 +101,9 @@ private:
 bool fileFormCarries(const std::string& section, const std::string& key) {
     if (section.find_first_of("]\r\n") != std::string::npos)
         return false;
-    for (unsigned char c : section) {
-        if (c > 0x7F)
-            return false;
-    }
+    // Read back as UTF-8 up to the ']' and narrowed again byte by byte.
+    if (ovTypes::ID(ovTypes::String(MString(section).toWide())) != section)
+        return false;
     if (key.find_first_of("=\r\n") != std::string::npos)
         return false;
     if (key.empty())

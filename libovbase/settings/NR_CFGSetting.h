@@ -93,8 +93,9 @@ protected:
     // the sources that receive its announcement split the name at its second dot and so file
     // it elsewhere; the setting groups all have one dot.) What the text form cannot carry back:
     // - in the section: ']' (the header ends at the first one), CR and LF (line ends; CRs are
-    //   dropped on load), any byte above 0x7F (headers are written as raw bytes but read back
-    //   as UTF-8);
+    //   dropped on load), bytes above 0x7F that form a UTF-8 sequence (headers are written as
+    //   raw bytes but read back as UTF-8, and narrowed again byte by byte: a lone byte such as
+    //   0xE9 comes back as itself, the two bytes C3 A9 as the one byte E9);
     // - in the key: '=' (the key ends at the first one), CR and LF, '[' or '#' first (a header,
     //   a comment), a space last (trailing spaces are trimmed); in the default section, which is
     //   stored first without a header, white space first (skipped at the start of the file).

@@ -83,49 +83,67 @@ void MString::write(wchar_t codePoint) {
     append(bytes, n);
 }
 
+namespace {
+
+// Whether the byte at P, inside [BEGIN, END), belongs to a sequence that begins before it and
+// is cut short: such a byte stands for itself. Decided by decoding from the nearest byte below
+// 0x80 before P (the start of every unit after it), or from BEGIN.
+bool insideCutSequence(const unsigned char* begin, const unsigned char* p,
+                       const unsigned char* end) {
+    const unsigned char* q = p;
+    while (q > begin && q[-1] >= 0x80)
+        --q;
+    while (q < p) {
+        uint32_t unit[utf8codec::kMaxUnit];
+        int count = 0;
+        size_t used = utf8codec::decodeUnit(q, end, false, unit, &count);
+        bool cut = count > 1 || (count == 1 && used == 1 && *q >= 0x80);
+        if (q + used > p)
+            return cut;
+        q += used;
+    }
+    return false;
+}
+
+} // namespace
+
 int MString::read(const char* p, unsigned int& length) const {
     // Never read past the text: its own end when P lies inside it, else the terminating NUL.
     std::less_equal<const char*> le;
-    const char* end =
-        le(data(), p) && le(p, data() + size()) ? data() + size() : p + std::strlen(p);
-    const char* start = p;
-    while (p < end && utf8codec::isContinuation(static_cast<unsigned char>(*p)))
-        ++p;
-    if (p == end) {
-        length = static_cast<unsigned int>(p - start);
+    const bool inside = le(data(), p) && le(p, data() + size());
+    const char* end = inside ? data() + size() : p + std::strlen(p);
+    const unsigned char* at = reinterpret_cast<const unsigned char*>(p);
+    const unsigned char* stop = reinterpret_cast<const unsigned char*>(end);
+    if (inside && at < stop &&
+        insideCutSequence(reinterpret_cast<const unsigned char*>(data()), at, stop)) {
+        length = 1;
+        return *at;
+    }
+    while (at < stop && utf8codec::isContinuation(*at))
+        ++at;
+    if (at == stop) {
+        length = static_cast<unsigned int>(at - reinterpret_cast<const unsigned char*>(p));
         return -1;
     }
-    unsigned char lead = static_cast<unsigned char>(*p++);
-    if (lead < 0x80) {
-        length = static_cast<unsigned int>(p - start);
-        return lead;
-    }
-    int count = utf8codec::continuationCount(lead);
-    uint32_t cp = utf8codec::leadBits(lead, count);
-    for (int i = 0; i < count; ++i) {
-        if (p == end) {
-            // A sequence cut off by the end of the text is dropped.
-            length = static_cast<unsigned int>(p - start);
-            return -1;
-        }
-        cp = (cp << 6) | (static_cast<unsigned char>(*p++) & 0x3F);
-    }
-    length = static_cast<unsigned int>(p - start);
-    return utf8codec::finish(cp);
+    // Of a cut sequence only the lead is taken here; the next call gives the byte after it.
+    uint32_t unit[utf8codec::kMaxUnit];
+    int count = 0;
+    size_t used = utf8codec::decodeUnit(at, stop, false, unit, &count);
+    at += count > 1 ? 1 : used;
+    length = static_cast<unsigned int>(at - reinterpret_cast<const unsigned char*>(p));
+    return static_cast<int>(unit[0]);
 }
 
 std::wstring MString::toWide() const {
     std::wstring out;
     out.reserve(size());
-    size_t pos = 0;
-    while (pos < size()) {
-        unsigned int length = 0;
-        int cp = read(data() + pos, length);
-        if (cp != -1)
-            out.push_back(static_cast<wchar_t>(cp));
-        if (length == 0)
-            break;
-        pos += length;
+    const unsigned char* p = reinterpret_cast<const unsigned char*>(data());
+    const unsigned char* end = p + size();
+    while (p < end) {
+        uint32_t unit[utf8codec::kMaxUnit];
+        int count = 0;
+        p += utf8codec::decodeUnit(p, end, false, unit, &count);
+        out.append(unit, unit + count);
     }
     return out;
 }

@@ -49,9 +49,12 @@ public:
 
     // UTF-8 of one code point; 0x110000 and above are dropped.
     void write(wchar_t codePoint);
-    // Decodes one code point at P, skipping stray continuation bytes first; LENGTH receives the
-    // bytes consumed, skipped ones included. -1 when the text ends first. Decoding stops at this
-    // string's end when P points into it, otherwise at the first NUL byte.
+    // Decodes one code point at P as UTF_8Util::LineReader::read does, skipping stray
+    // continuation bytes first; LENGTH receives the bytes consumed, skipped ones included. -1
+    // when the text ends first. Decoding stops at this string's end when P points into it,
+    // otherwise at the first NUL byte. Of a sequence cut short by a byte below 0x80 (or the
+    // end) each byte is a code point of the same value, one call each: when P points into this
+    // string, a byte of such a sequence begun before P is recognised as one.
     int read(const char* p, unsigned int& length) const;
     std::wstring toWide() const;
 

@@ -50,6 +50,8 @@ void UTF_8Util::LineReader::markInputEnd() {
 }
 
 int UTF_8Util::LineReader::read() {
+    if (mPendingAt < mPendingCount)
+        return mPending[mPendingAt++];
     std::streambuf* buf = mIn.rdbuf();
     if (!buf || !mIn.good())
         return -1;
@@ -66,15 +68,22 @@ int UTF_8Util::LineReader::read() {
     unsigned char lead = static_cast<unsigned char>(b);
     int count = utf8codec::continuationCount(lead);
     uint32_t cp = utf8codec::leadBits(lead, count);
-    for (int i = 0; i < count; ++i) {
-        int c = buf->sbumpc();
-        if (c == std::char_traits<char>::eof()) {
-            markInputEnd();
-            return -1;
-        }
+    int taken = 0;
+    while (taken < count) {
+        // Looked at before it is taken: a byte below 0x80 ends the sequence and is read afresh.
+        int c = buf->sgetc();
+        if (c == std::char_traits<char>::eof() || c < 0x80)
+            break;
+        buf->sbumpc();
+        mPending[taken++] = static_cast<unsigned char>(c);
         cp = (cp << 6) | (static_cast<unsigned int>(c) & 0x3F);
     }
-    return utf8codec::finish(cp);
+    if (taken == count)
+        return utf8codec::finish(cp);
+    // Cut short: every byte stands for itself, the lead now and the others on later calls.
+    mPendingAt = 0;
+    mPendingCount = taken;
+    return lead;
 }
 
 ovTypes::String UTF_8Util::LineReader::readLine(bool& end) {
@@ -90,17 +99,21 @@ void UTF_8Util::LineReader::readLine(ovTypes::String& line, bool& end) {
         return;
     std::streambuf* buf = mIn.rdbuf();
     for (;;) {
-        // Whole sequences are decoded straight from the get area, up to the first line feed
-        // byte; a sequence that runs past the area's end, and every refill, go through read().
-        while (buf && mIn.good()) {
-            const unsigned char* from = reinterpret_cast<const unsigned char*>((buf->*kGptr)());
-            const unsigned char* to = reinterpret_cast<const unsigned char*>((buf->*kEgptr)());
-            if (from == to)
-                break;
+        // Bytes of a cut sequence read() left: all of 0x80 and above, never a line end.
+        while (mPendingAt < mPendingCount)
+            line.push_back(static_cast<wchar_t>(mPending[mPendingAt++]));
+        // Whole units are decoded straight from the get area, up to the first line feed byte
+        // (no unit reaches past a byte below 0x80); a unit the area's end may cut, and every
+        // refill, go through read().
+        const unsigned char* from =
+            buf && mIn.good() ? reinterpret_cast<const unsigned char*>((buf->*kGptr)()) : nullptr;
+        const unsigned char* to =
+            from ? reinterpret_cast<const unsigned char*>((buf->*kEgptr)()) : nullptr;
+        if (from != to) {
             const unsigned char* p = from;
             const void* found = std::memchr(p, '\n', static_cast<size_t>(to - p));
             const unsigned char* feed = found ? static_cast<const unsigned char*>(found) : to;
-            // A line holds no more code points than bytes: decode in place, then trim.
+            // A unit gives no more code points than it has bytes: decode in place, then trim.
             size_t old = line.size();
             line.resize(old + static_cast<size_t>(feed - p));
             wchar_t* out = &line[old];
@@ -118,38 +131,21 @@ void UTF_8Util::LineReader::readLine(ovTypes::String& line, bool& end) {
                     } while (cp < 0x80);
                     continue;
                 }
-                if (cp < 0xC0) { // a stray continuation byte
-                    ++p;
-                    continue;
-                }
-                // Two- and three-byte forms are most of non-Latin text: decode them directly.
-                if (cp < 0xE0) {
-                    if (to - p < 2)
-                        break;
-                    cp = ((cp & 0x1F) << 6) | (p[1] & 0x3Fu);
-                    p += 2;
-                } else if (cp < 0xF0) {
-                    if (to - p < 3)
-                        break;
-                    cp = ((cp & 0x0F) << 12) | ((p[1] & 0x3Fu) << 6) | (p[2] & 0x3Fu);
-                    p += 3;
-                } else {
-                    int count = utf8codec::continuationCount(static_cast<unsigned char>(cp));
-                    if (to - p <= count)
-                        break;
-                    cp = utf8codec::leadBits(static_cast<unsigned char>(cp), count);
-                    for (int i = 1; i <= count; ++i)
-                        cp = (cp << 6) | (p[i] & 0x3Fu);
-                    cp = static_cast<uint32_t>(utf8codec::finish(cp));
-                    p += count + 1;
-                }
+                uint32_t unit[utf8codec::kMaxUnit];
+                int count = 0;
+                size_t used = utf8codec::decodeUnit(p, to, true, unit, &count);
+                if (used == 0)
+                    break;
+                p += used;
                 // Overlong forms of the line feed and carriage return count as those.
-                if (cp == '\n') {
+                if (count == 1 && unit[0] == '\n') {
                     overlongFeed = true;
                     break;
                 }
-                if (cp != '\r')
-                    *out++ = static_cast<wchar_t>(cp);
+                for (int i = 0; i < count; ++i) {
+                    if (unit[i] != '\r')
+                        *out++ = static_cast<wchar_t>(unit[i]);
+                }
             }
             line.resize(static_cast<size_t>(out - line.data()));
             if (overlongFeed) {
@@ -161,10 +157,6 @@ void UTF_8Util::LineReader::readLine(ovTypes::String& line, bool& end) {
                 return;
             }
             advance(buf, static_cast<size_t>(p - from));
-            // Past the feed byte (a sequence took it as a continuation): scan on. Anything
-            // else (the area's end, a sequence cut by it) is for read().
-            if (!(p > feed && feed < to))
-                break;
         }
         int cp = read();
         if (cp == -1) {

@@ -3,6 +3,7 @@
 #ifndef OVBASE_TYPES_UTF_8UTIL_H
 #define OVBASE_TYPES_UTF_8UTIL_H
 
+#include "types/Utf8Codec.h"
 #include "types/ovTypes.h"
 
 #include <istream>
@@ -18,8 +19,12 @@ public:
         explicit LineReader(std::istream& in);
 
         // The next code point, or -1 at the end of the input. Stray continuation bytes are
-        // skipped; continuation bytes are not checked and overlong forms are accepted. A
-        // sequence cut off by the end of the input is dropped.
+        // skipped; continuation bytes (every byte of 0x80 and above) are not checked and
+        // overlong forms are accepted. A byte below 0x80 is never a continuation byte: a
+        // sequence it cuts short (or the end of the input cuts short) gives each of its bytes
+        // as the code point of the same value, and the byte below 0x80 is read afresh. So a
+        // Latin-1 "caf\xE9" line reads as "caf\u00E9" and the next line stays whole; written
+        // back (by the attribute map, say) such a byte becomes its UTF-8 form, C3 A9.
         int read();
 
         // The next line without its line feed, carriage returns dropped. The call that meets
@@ -34,6 +39,10 @@ public:
 
         std::istream& mIn;
         bool mEndSeen;
+        // Bytes of a cut sequence that read() has still to give.
+        unsigned char mPending[utf8codec::kMaxUnit - 1];
+        int mPendingAt = 0;
+        int mPendingCount = 0;
     };
 
     class LineWriter {

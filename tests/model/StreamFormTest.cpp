@@ -308,6 +308,23 @@ TEST(StreamForm, ALineFeedInATextCannotAddAKey) {
     EXPECT_EQ(String(L"evil"), loaded.getStringAttribute("k itemids"));
 }
 
+// A stored object with Latin-1 bytes loads every key: a byte that cuts a sequence short reads
+// as itself, and storing the object again writes it in UTF-8.
+TEST(StreamForm, Latin1BytesNeverSwallowTheNextKey) {
+    Item item("i1");
+    item.title = L"T";
+    item.description = L"D";
+    const std::string utf8 = streamOf(item);
+    std::string latin1 = utf8;
+    latin1.replace(latin1.find("title=T\n"), 8, "title=T\xff\xfe\n");
+    Item loaded("i1");
+    loadFrom(loaded, latin1);
+    EXPECT_EQ(String(L"T\u00ff\u00fe"), loaded.title);
+    std::string expected = utf8;
+    expected.replace(expected.find("title=T\n"), 8, "title=T\xc3\xbf\xc3\xbe\n");
+    EXPECT_EQ(expected, streamOf(loaded));
+}
+
 TEST(StreamForm, GarbageAndCutStreamsGiveTheDefaults) {
     const std::string defaults = streamOf(Item("i1"));
 

@@ -417,19 +417,21 @@ TEST_F(CFGSettingTest, ToleratesBadFiles) {
         EXPECT_EQ("[OVCore.UI]\nA=third\n", ovtest::readFile(ovtest::mainSettingsPath()));
     }
     {
-        SCOPED_TRACE("invalid UTF-8");
-        // The lenient UTF-8 reader may swallow what follows a bad lead byte, so the bad value
-        // stands last; everything before it must load and survive a rewrite.
-        CFGOrvelSetting& s = open("[OVCore.UI]\nB=2\nBad=x\xff\xfe\xc3\x80\n");
-        int number = 0;
-        EXPECT_EQ(0, s.getInt(kUI, "B", number));
-        EXPECT_EQ(2, number);
+        SCOPED_TRACE("Latin-1 and invalid UTF-8");
+        // A byte that cuts a sequence short reads as itself: every key loads, and a rewrite
+        // stores such values in UTF-8.
+        CFGOrvelSetting& s = open("[OVCore.UI]\nGreeting=caf\xe9\nNext=1\nBad=x\xff\xfe\nLast=2\n");
         ovTypes::String text;
-        s.getString(kUI, "Bad", text);
-        EXPECT_EQ(0, s.setInt(kUI, "B", 3));
-        CFGOrvelSetting& reread = openExisting();
-        EXPECT_EQ(0, reread.getInt(kUI, "B", number));
-        EXPECT_EQ(3, number);
+        EXPECT_EQ(0, s.getString(kUI, "Greeting", text));
+        EXPECT_EQ(ovTypes::String(L"caf\u00e9"), text);
+        EXPECT_EQ(0, s.getString(kUI, "Bad", text));
+        EXPECT_EQ(ovTypes::String(L"x\u00ff\u00fe"), text);
+        int number = 0;
+        EXPECT_EQ(0, s.getInt(kUI, "Next", number));
+        EXPECT_EQ(1, number);
+        EXPECT_EQ(0, s.setInt(kUI, "Last", 3));
+        EXPECT_EQ("[OVCore.UI]\nBad=x\xc3\xbf\xc3\xbe\nGreeting=caf\xc3\xa9\nLast=3\nNext=1\n",
+                  ovtest::readFile(ovtest::mainSettingsPath()));
     }
     {
         SCOPED_TRACE("missing directory");

@@ -87,25 +87,38 @@ TEST(LineReader, DecodesMultiByteAcrossBufferBoundaries) {
 }
 
 TEST(LineReader, AcceptsAnyBytes) {
-    // Stray continuation bytes are skipped, NUL is kept, a cut-off sequence at the end goes.
+    // Stray continuation bytes are skipped, NUL is kept, a sequence the end cuts short gives
+    // each of its bytes.
     std::vector<String> lines = readAll(std::string("a\x80\xBF"
                                                     "b\0c\n\xE2\x82",
                                                     9));
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_EQ(lines[0], String(std::wstring(L"ab\0c", 4)));
-    EXPECT_EQ(lines[1], L"");
+    EXPECT_EQ(lines[1], L"\u00E2\u0082");
 
-    // Lines end at the line feed code point: an overlong one ends a line, and a feed byte
-    // taken as a continuation byte does not.
+    // Lines end at the line feed code point: an overlong one ends a line. A byte below 0x80
+    // is never a continuation byte: a sequence it cuts short gives each of its bytes (bytes of
+    // 0x80 and above inside it are taken unchecked), and it is read afresh.
     const std::string tricky = "a\xC0\x8A"
                                "b\n"
                                "c\xE2\n\x41"
-                               "d\ne";
-    const std::vector<String> expected{L"a", L"b", L"c\u2281d", L"e"};
+                               "d\n"
+                               "\xF0\xC3\xA9x\xFF\xFE\n"
+                               "e\xC3\xA9";
+    const std::vector<String> expected{
+        L"a", L"b", L"c\u00E2", L"Ad", L"\u00F0\u00C3\u00A9x\u00FF\u00FE", L"e\u00E9"};
     EXPECT_EQ(readAll(tricky), expected);
     ovtest::ChunkedBuffer trickle(tricky, 1);
     std::istream trickleIn(&trickle);
     EXPECT_EQ(readAll(trickleIn), expected);
+    std::istringstream bytes(tricky);
+    UTF_8Util::LineReader reader(bytes);
+    std::vector<int> read;
+    for (int cp; (cp = reader.read()) != -1;)
+        read.push_back(cp);
+    EXPECT_EQ(std::vector<int>({'a', '\n', 'b', '\n', 'c', 0xE2, '\n', 'A', 'd', '\n', 0xF0, 0xC3,
+                                0xA9, 'x', 0xFF, 0xFE, '\n', 'e', 0xE9}),
+              read);
 
     std::string huge(3 << 20, 'x');
     huge[1000] = '\xC3';
