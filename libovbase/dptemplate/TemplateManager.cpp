@@ -3,6 +3,7 @@
 #include "dptemplate/TemplateParser.h"
 #include "storage/NR_ContentCache.h"
 #include "storage/NR_DefaultContentMgr.h"
+#include "types/FnLog.h"
 #include "types/ovTypes.h"
 
 #include <fstream>
@@ -37,8 +38,11 @@ int TemplateManager::load(const MString& id, std::istream& in) {
     PtrRef<Template> loaded(new Template);
     TemplateParser parser;
     int state = parser.parse(in, loaded.get());
-    if (state != TemplateParser::OK) {
+    if (state != TemplateParser::OK)
         return state;
+    if (loaded->getLayoutCount() == 0) {
+        OV_LOG(3, "TemplateManager: %s holds no layout: not a template\n", id.c_str());
+        return NO_LAYOUT;
     }
     mTemplates[id] = loaded;
     mFailed.erase(id);

@@ -32,7 +32,8 @@ NewsObject::Content defaultChannelIcon() {
     return icon;
 }
 
-// Stored numbers are 32-bit; a longer one read from a stream is clamped, not cut.
+// Stored numbers are 32-bit; a longer one (read from a stream, or given to a setter) is
+// clamped, not cut.
 int32_t clampToInt32(long value) {
     if (value < INT32_MIN)
         return INT32_MIN;
@@ -262,6 +263,14 @@ AttrMap& NewsObject::getAttributes() {
 
 String NewsObject::getStringAttribute(const ID& key) const {
     return attrs ? attrs->getString(key) : String();
+}
+
+void NewsObject::setActivationDate(long seconds) {
+    activationDate = clampToInt32(seconds);
+}
+
+void NewsObject::setExpirationDate(long seconds) {
+    expirationDate = clampToInt32(seconds);
 }
 
 int NewsObject::compareEffectiveDates() const {

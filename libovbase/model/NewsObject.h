@@ -139,8 +139,9 @@ public:
     // The default-category string KEY of attrs; empty when attrs is null or lacks it.
     ovTypes::String getStringAttribute(const ovTypes::ID& key) const;
 
-    void setActivationDate(long seconds) { activationDate = static_cast<int32_t>(seconds); }
-    void setExpirationDate(long seconds) { expirationDate = static_cast<int32_t>(seconds); }
+    // Dates are 32-bit seconds: a longer value is clamped to that range, as loading does.
+    void setActivationDate(long seconds);
+    void setExpirationDate(long seconds);
 
     // -1 not activated yet, 0 inside the date range, 1 expired (at the very second of
     // expirationDate). Not-activated and expired write a level-5 line.

@@ -81,6 +81,22 @@ bool isPlainName(const std::string& name) {
            name.find('\0') == std::string::npos;
 }
 
+// True for a relative path that stays inside the directory it is joined to: not empty, not
+// absolute, no ".." component and no NUL; folders are allowed ("icons/news.png").
+bool isInsidePath(const std::string& path) {
+    if (path.empty() || path[0] == '/' || path.find('\0') != std::string::npos)
+        return false;
+    for (size_t start = 0; start <= path.size();) {
+        size_t slash = path.find('/', start);
+        if (slash == std::string::npos)
+            slash = path.size();
+        if (path.compare(start, slash - start, "..") == 0)
+            return false;
+        start = slash + 1;
+    }
+    return true;
+}
+
 bool isRegularFile(const std::string& path) {
     struct stat info;
     return ::stat(path.c_str(), &info) == 0 && S_ISREG(info.st_mode);
@@ -400,6 +416,8 @@ bool NR_DefaultContentMgr::locate(const ovTypes::ID& id, Location* found) {
             gProfileHandler = new ProfileChangedHandler;
     }
     const ovTypes::ID name = id.isDefaultContentID() ? id.eraseProtocol() : id;
+    if (name.empty()) // names nothing, not even an index entry without a name
+        return false;
     // Asked before the lock is taken: the facade and the settings may reach the bus.
     const std::string language = currentLanguage();
     const std::string profile = textSetting(OrvelSettingMgr::GROUP_INIT_SETTING, kProfileKey);
@@ -430,7 +448,7 @@ bool NR_DefaultContentMgr::locate(const ovTypes::ID& id, Location* found) {
         }
     }
     // Plain files only for names that stay inside the directory.
-    if (!isPlainName(name))
+    if (!isInsidePath(name))
         return false;
     found->path = state.resourcePath + "/" + name;
     return true;

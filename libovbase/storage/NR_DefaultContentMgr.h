@@ -33,9 +33,11 @@
 //   2. P/F/dynport.dc     for one profile in every language
 //   3. R/L/dynport.dc     for every profile in one language
 //   4. R/dynport.dc       for every profile and language
-// and when none holds the name, the plain file R/NAME. A profile or language code that is
-// empty, "." or ".." or holds a '/' leaves out the files named with it. A name that is empty,
-// "." or "..", or that holds a '/' or a zero byte, is never looked for as a plain file.
+// and when none holds the name, the plain file R/NAME, which may lie in a folder of R
+// ("dc:icons/news.png" is R/icons/news.png). A profile or language code that is empty, "." or
+// ".." or holds a '/' leaves out the files named with it. An empty name is never served (nor an
+// index entry without a name); a name that begins with '/', has a ".." component or holds a zero
+// byte is never looked for as a plain file.
 // tools/dcpack packs a folder into an index file and checks one.
 //
 // The list of index files for a language is built on its first look-up and kept (a few

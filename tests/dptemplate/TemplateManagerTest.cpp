@@ -1,6 +1,7 @@
 #include "dptemplate/TemplateManager.h"
 
 #include "storage/NR_ContentCache.h"
+#include "support/StderrCapture.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -31,12 +32,20 @@ TEST(TemplateManager, KeepsWhatTheParserAccepts) {
     std::istringstream notATemplate("<layout id=\"item\"/>");
     EXPECT_NE(0, manager->load("dc:item", notATemplate));
     EXPECT_TRUE(manager->get("dc:item") == kept);
-    // Whatever the parser accepts is kept, even a template without layouts.
-    std::istringstream noLayout("<template><stylesheet id=\"s\"/></template>");
-    EXPECT_EQ(0, manager->load("dc:bare", noLayout));
-    ASSERT_TRUE(manager->get("dc:bare") != nullptr);
-    EXPECT_EQ(0u, manager->get("dc:bare")->getLayoutCount());
-    manager->remove("dc:bare");
+    // What parses without an error but holds no layout is no template: an empty file, text, a
+    // document cut off before its layout, one with a style sheet only.
+    for (const char* bare : {"", "hello world", "<template><stylesheet id=\"s\"/>",
+                             "<template><stylesheet id=\"s\"/></template>"}) {
+        SCOPED_TRACE(bare);
+        ovtest::StderrCapture capture;
+        std::istringstream in(bare);
+        EXPECT_EQ(TemplateManager::NO_LAYOUT, manager->load("dc:bare", in));
+        EXPECT_TRUE(manager->find("dc:bare") == nullptr);
+        EXPECT_NE(std::string::npos,
+                  capture.text().find("\tTemplateManager: dc:bare holds no layout: not a template"))
+            << capture.text();
+        EXPECT_EQ(0u, capture.text().find("{3} ")) << capture.text();
+    }
 
     EXPECT_TRUE(manager->get("dc:other") == nullptr);
     // A handle given out outlives the manager's own reference.
@@ -124,10 +133,10 @@ TEST_F(TemplateFromCache, AFailedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
 TEST_F(TemplateFromCache, ARefusedTemplateIsTriedAgainOnceReplaced) {
     put("tpl", kBad);
     EXPECT_TRUE(mManager.get("tpl") == nullptr);
-    put("tpl", "<template/>"); // a new download: a new file, accepted though it has no layout
-    PtrRef<Template> bare = mManager.get("tpl");
-    ASSERT_TRUE(bare != nullptr);
-    EXPECT_EQ(0u, bare->getLayoutCount());
+    put("tpl", "<template/>"); // a new download, refused for holding no layout
+    EXPECT_TRUE(mManager.get("tpl") == nullptr);
+    put("tpl", kGood);
+    EXPECT_TRUE(mManager.get("tpl") != nullptr);
 }
 
 TEST_F(TemplateFromCache, DefaultContentTemplatesAreNotReadFromTheCache) {

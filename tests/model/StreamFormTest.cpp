@@ -8,6 +8,8 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
+
 #include <sstream>
 
 using modeltest::attrsOf;
@@ -375,6 +377,12 @@ TEST(StreamForm, OutOfRangeNumbersAreClampedToThirtyTwoBits) {
     EXPECT_EQ(INT32_MIN, loaded.pubdate);
     EXPECT_EQ(16, loaded.priority);
     EXPECT_EQ(0, loaded.order); // present but not a number
+
+    // The setters clamp as loading does, whatever the width of long.
+    loaded.setActivationDate(LONG_MAX);
+    loaded.setExpirationDate(LONG_MIN);
+    EXPECT_EQ(INT32_MAX, loaded.activationDate);
+    EXPECT_EQ(INT32_MIN, loaded.expirationDate);
 }
 
 TEST(ObjectTexts, PrintedFormAndPriority) {

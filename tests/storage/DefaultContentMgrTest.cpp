@@ -245,24 +245,30 @@ TEST_F(DefaultContentMgrTest, AShortResourceDeliversNothingAndHidesThePlainFile)
 TEST_F(DefaultContentMgrTest, NamesThatLeaveTheFolderAreNeverServedFromPlainFiles) {
     settings("");
     ASSERT_TRUE(ovtest::writeFile(mRoot + "/../secret", "outside"));
-    plain("sub/file", "one level down");
+    plain("icons/news.png", "one level down");
     plain("a", "the file a");
-    index("dynport.dc", {{"packed/name", "from the index"}});
+    index("dynport.dc", {{"packed/name", "from the index"}, {"", "nameless"}});
 
     const std::vector<ovTypes::ID> refused = {"dc:../secret",
-                                              "dc:sub/file",
+                                              "dc:icons/../../secret",
+                                              "dc:icons/..",
                                               "dc:/etc/hostname",
                                               "dc:..",
                                               "dc:.",
+                                              "dc:icons",
                                               "dc:",
+                                              "",
                                               ovTypes::ID(std::string("dc:a\0b", 6)),
                                               ovTypes::ID(std::string("a\0", 2))};
     for (const ovTypes::ID& id : refused) {
         EXPECT_FALSE(NR_DefaultContentMgr::exists(id)) << id;
         EXPECT_EQ("<none>", fetch(id)) << id;
     }
-    // The same files under names that stay inside, and a slash inside an index's own name.
+    // The same files under names that stay inside, folders included, and a slash inside an
+    // index's own name.
     EXPECT_EQ("the file a", fetch("dc:a"));
+    EXPECT_EQ("one level down", fetch("dc:icons/news.png"));
+    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:icons/news.png"));
     EXPECT_EQ("from the index", fetch("dc:packed/name"));
 }
 
