@@ -23,6 +23,7 @@
 #include <set>
 #include <sstream>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace ovplatform {
@@ -117,6 +118,13 @@ bool writeValue(const std::string& key, const std::string& value, std::string* o
         out.flush();
         ok = static_cast<bool>(out);
     }
+    // The new file keeps the owner and mode of the one it replaces, where the writer may.
+    struct stat before;
+    if (ok && ::stat(path.c_str(), &before) == 0) {
+        if (::chown(tmp.c_str(), before.st_uid, before.st_gid) != 0)
+            (void)::chown(tmp.c_str(), uid_t(-1), before.st_gid);
+        ::chmod(tmp.c_str(), before.st_mode & 07777);
+    }
     ok = ok && std::rename(tmp.c_str(), path.c_str()) == 0;
     ::flock(lockFd, LOCK_UN);
     ::close(lockFd);
@@ -193,6 +201,13 @@ std::string phoneStatePath() {
 std::string phoneValue(const std::string& key, const std::string& fallback) {
     std::string value;
     return lookup(key, &value) ? value : fallback;
+}
+
+std::vector<std::string> phoneValueKeys() {
+    std::vector<std::string> keys;
+    for (const auto& entry : readState())
+        keys.push_back(entry.first);
+    return keys;
 }
 
 bool setPhoneValue(const std::string& key, const std::string& value) {

@@ -72,6 +72,8 @@ bool setCurrentCarrierName(const std::string& name);               // default "H
 // Any other value by its key in the state file (display values are "display.<property>").
 bool setPhoneValue(const std::string& key, const std::string& value);
 std::string phoneValue(const std::string& key, const std::string& fallback = "");
+// The keys the state file holds, in byte order (values never set are not among them).
+std::vector<std::string> phoneValueKeys();
 
 // Messages a real phone sends on its own: master clear and reset, the shut-down policy, and a
 // change of the date or time (FLAGS bits 1 date, 2 time, 4 zone; times in seconds since 1970).

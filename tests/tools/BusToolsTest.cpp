@@ -8,6 +8,9 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <sys/wait.h>
 
 namespace {
@@ -109,6 +112,23 @@ TEST_F(BusToolsTest, PhoneValuesSetByOneRunAreSeenByTheNext) {
     EXPECT_TRUE(contains(shown.out, "\nbacklight 0\n")) << shown.out;
     EXPECT_EQ(shown.out.compare(0, 12, "flip closed\n"), 0) << shown.out;
     EXPECT_FALSE(ovtest::hasDiagnostics(shown.err)) << shown.err;
+
+    // Every value set accepts is shown; the state file keeps its owner and mode.
+    EXPECT_EQ(phone({"set", "display.Custom", "7"}).exitCode, 0);
+    EXPECT_TRUE(contains(phone({"show"}).out, "\ndisplay.Custom 7\n"));
+    const std::string state = mRoot.file("/qbxlocal/simphone/phone.state");
+    ASSERT_EQ(::chmod(state.c_str(), 0600), 0);
+    bool root = ::geteuid() == 0;
+    if (root) {
+        ASSERT_EQ(::chown(state.c_str(), 65534, 65534), 0);
+    }
+    EXPECT_EQ(phone({"set", "flip", "open"}).exitCode, 0);
+    struct stat st;
+    ASSERT_EQ(::stat(state.c_str(), &st), 0);
+    EXPECT_EQ(st.st_mode & 07777, 0600u);
+    if (root) {
+        EXPECT_EQ(st.st_uid, 65534u);
+    }
 }
 
 TEST_F(BusToolsTest, ExitStatusesTellWhatHappened) {
@@ -124,6 +144,14 @@ TEST_F(BusToolsTest, ExitStatusesTellWhatHappened) {
     EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus", bus, root, "set", "flip", "sideways"}).exitCode,
               64);
     EXPECT_EQ(ovtest::runTool(OVPHONE, {root, "set", "home-plmn", "12345"}).exitCode, 64);
+    // A topic the phone sends itself is not published: the tool that sends it is named.
+    ovtest::ToolResult flip =
+        ovtest::runTool(OVEVENTS, {"publish", "/kestrix/orvel/platform/flip_status_changed"});
+    EXPECT_EQ(flip.exitCode, 1);
+    EXPECT_TRUE(contains(flip.err, "travels as a phone message or on the system channel, not on "
+                                   "the event bus; send it with: ovphone DEVICE_ROOT set flip "
+                                   "open|closed"))
+        << flip.err;
     EXPECT_EQ(ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/test/tools/nobody", "novalue"})
                   .exitCode,
               64);

@@ -11,6 +11,8 @@
 #include <algorithm>
 #include <filesystem>
 #include <string>
+#include <sys/stat.h>
+#include <thread>
 #include <vector>
 
 namespace {
@@ -58,14 +60,6 @@ TEST_F(Dcpack, HelpAndUsage) {
     EXPECT_EQ(0, help.exitCode);
     EXPECT_EQ(0u, help.out.find("usage: dcpack")) << help.out;
     EXPECT_EQ("", help.err);
-
-    for (const std::vector<std::string>& wrong :
-         {std::vector<std::string>{}, {"frobnicate", "x"}, {"list"}, {"create", "only-one"}}) {
-        ovtest::ToolResult usage = dcpack(wrong);
-        EXPECT_EQ(64, usage.exitCode);
-        EXPECT_EQ("", usage.out);
-        EXPECT_NE(std::string::npos, usage.err.find("usage: dcpack")) << usage.err;
-    }
 }
 
 TEST_F(Dcpack, AFolderComesBackByteForByte) {
@@ -161,6 +155,83 @@ TEST_F(Dcpack, ErrorsNameTheFileAndLeaveFilesWhole) {
         << notIndex.err;
 }
 
+// An output named through a link is written to the link's target, which is replaced whole and
+// keeps its mode; a FIFO or a device is written directly, never replaced.
+TEST_F(Dcpack, OutputsAreWrittenThroughWhatTheUserNamed) {
+    makeResources();
+    const std::string index = mWork.file("dynport.dc");
+    ASSERT_EQ(0, dcpack({"create", index, mWork.file("res")}).exitCode);
+    ASSERT_EQ(0, ::chmod(index.c_str(), 0640));
+    ASSERT_EQ(0, dcpack({"create", index, mWork.file("res")}).exitCode);
+    struct stat st;
+    ASSERT_EQ(0, ::stat(index.c_str(), &st));
+    EXPECT_EQ(0640u, st.st_mode & 07777) << "an existing index keeps its mode";
+
+    ASSERT_TRUE(ovtest::writeFile(mOutput.file("target"), "old"));
+    fs::create_symlink(mOutput.file("target"), mOutput.file("link"));
+    fs::create_symlink("/dev/null", mOutput.file("null"));
+    ASSERT_EQ(0, ::mkfifo(mOutput.file("fifo").c_str(), 0644));
+    std::string fromFifo;
+    std::thread reader([&] { fromFifo = ovtest::readFile(mOutput.file("fifo")); });
+    for (const char* out : {"link", "null", "fifo"})
+        EXPECT_EQ(0, dcpack({"extract", index, "with space.txt", mOutput.file(out)}).exitCode)
+            << out;
+    reader.join();
+    EXPECT_TRUE(fs::is_symlink(mOutput.file("link")));
+    EXPECT_EQ("a name with a blank", ovtest::readFile(mOutput.file("target")));
+    EXPECT_TRUE(fs::is_character_file("/dev/null"));
+    EXPECT_EQ("a name with a blank", fromFifo);
+    EXPECT_TRUE(fs::is_fifo(mOutput.file("fifo")));
+}
+
+// list and extract read as the phone does: a directory cut short serves the entries read whole
+// (with a warning); a negative count serves nothing, and list says so with a failure.
+TEST_F(Dcpack, ListShowsWhatThePhoneServes) {
+    using dctest::entry;
+    const std::string index = mWork.file("cut.dc");
+    ASSERT_TRUE(ovtest::writeFile(index, dctest::header(3) + entry("a", 2, 32) + entry("b", 1, 34) +
+                                             std::string("\0\0AB", 4)));
+    ovtest::ToolResult list = dcpack({"list", index});
+    EXPECT_EQ(0, list.exitCode);
+    EXPECT_EQ("        32          2  a\n        34          1  b\n", list.out);
+    EXPECT_EQ("dcpack: warning: " + index +
+                  ": the directory ends after 2 of 3 entries; the phone serves the entries read "
+                  "whole\n",
+              list.err);
+    EXPECT_EQ("A", dcpack({"extract", index, "b"}).out);
+
+    ASSERT_TRUE(ovtest::writeFile(index, dctest::header(-2) + entry("a", 1, 10)));
+    ovtest::ToolResult negative = dcpack({"list", index});
+    EXPECT_EQ(65, negative.exitCode);
+    EXPECT_EQ("", negative.out);
+    EXPECT_NE(std::string::npos, negative.err.find("negative entry count -2")) << negative.err;
+}
+
+// Links out of the folder are packed only when asked; names that can be no file are flagged.
+TEST_F(Dcpack, CreateStaysInItsFolderAndVerifyFlagsNamesThatAreNoFiles) {
+    makeResources();
+    ASSERT_TRUE(ovtest::writeFile(mOutput.file("secret"), "outside"));
+    fs::create_symlink(mOutput.file("secret"), mWork.file("res/outside"));
+    fs::create_symlink("zeros", mWork.file("res/inside"));
+    const std::string index = mWork.file("dynport.dc");
+    ovtest::ToolResult refused = dcpack({"create", index, mWork.file("res")});
+    EXPECT_EQ(65, refused.exitCode);
+    EXPECT_NE(std::string::npos, refused.err.find(mWork.file("res/outside") + ": a link to a file "
+                                                                              "outside"))
+        << refused.err;
+    EXPECT_FALSE(ovtest::fileExists(index));
+    ASSERT_EQ(0, dcpack({"create", "--follow-links", index, mWork.file("res")}).exitCode);
+    EXPECT_EQ("outside", dcpack({"extract", index, "outside"}).out);
+
+    ASSERT_TRUE(ovtest::writeFile(
+        index, dctest::index({{"../up", "x"}, {std::string(300, 'n'), "y"}, {"icons/ok", "z"}})));
+    ovtest::ToolResult verified = dcpack({"verify", index});
+    EXPECT_EQ(65, verified.exitCode);
+    EXPECT_NE(std::string::npos, verified.err.find("\"../up\": no file name")) << verified.err;
+    EXPECT_NE(std::string::npos, verified.err.find("nnn\": no file name")) << verified.err;
+    EXPECT_EQ(std::string::npos, verified.err.find("icons/ok")) << verified.err;
+}
+
 TEST_F(Dcpack, AFullDiskLeavesTheOldIndexWhole) {
     makeResources();
     const std::string index = mWork.file("dynport.dc");
@@ -222,8 +293,14 @@ TEST_F(Dcpack, ExtractingEverythingNeverWritesOutsideTheFolder) {
     ovtest::ToolResult all = dcpack({"extract", index, "--all", mWork.file("out")});
     EXPECT_EQ(65, all.exitCode);
     EXPECT_NE(std::string::npos, all.err.find("\"../escaped\" is no file name")) << all.err;
-    EXPECT_EQ(std::vector<std::string>{"fine"}, listing(mWork.file("out")));
+    EXPECT_EQ((std::vector<std::string>{"fine", "sub"}), listing(mWork.file("out")));
+    EXPECT_EQ("y", ovtest::readFile(mWork.file("out/sub/file"))) << "names with folders are served";
     EXPECT_FALSE(ovtest::fileExists(mWork.file("escaped")));
+    // Nor through a link that is already in the folder.
+    fs::remove(mWork.file("out/fine"));
+    fs::create_symlink(mWork.file("victim"), mWork.file("out/fine"));
+    EXPECT_EQ(65, dcpack({"extract", index, "--all", mWork.file("out")}).exitCode);
+    EXPECT_FALSE(ovtest::fileExists(mWork.file("victim")));
 }
 
 } // namespace

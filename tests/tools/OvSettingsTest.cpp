@@ -38,32 +38,6 @@ bool contains(const std::string& text, const std::string& part) {
 
 } // namespace
 
-TEST_F(OvSettings, HelpGoesToStandardOutputAndUsageErrorsExit64) {
-    for (const char* option : {"--help", "-h"}) {
-        ovtest::ToolResult help = ovtest::runTool(OVSETTINGS, {option});
-        EXPECT_EQ(0, help.exitCode);
-        EXPECT_TRUE(contains(help.out, "usage: ovsettings")) << option;
-        EXPECT_TRUE(contains(help.out, "65  get --int or --bool")) << option;
-        EXPECT_EQ("", help.err);
-    }
-    ovtest::ToolResult verbose = ovtest::runTool(OVSETTINGS, {"-v", "--help"});
-    EXPECT_EQ(0, verbose.exitCode);
-    EXPECT_TRUE(contains(verbose.out, "usage: ovsettings"));
-
-    for (const std::vector<std::string>& args : {std::vector<std::string>{},
-                                                 {"bogus"},
-                                                 {"get", "9"},
-                                                 {"get", "9", "K", "--float"},
-                                                 {"set", "9", "K"},
-                                                 {"init", "x"},
-                                                 {"cat", "--all"}}) {
-        ovtest::ToolResult bad = args.empty() ? ovtest::runTool(OVSETTINGS, {}) : run(args);
-        EXPECT_EQ(64, bad.exitCode) << args.size();
-        EXPECT_TRUE(contains(bad.err, "usage: ovsettings")) << bad.err;
-        EXPECT_EQ("", bad.out);
-    }
-}
-
 TEST_F(OvSettings, OnAFreshRootEveryCommandNamesTheMissingFileAndSuggestsInit) {
     const std::string hint = "(create it with: ovsettings " + mRoot.path() + " init)";
     struct Case {
@@ -183,16 +157,63 @@ TEST_F(OvSettings, ASetWhoseWriteNeverReachesTheFileExits74) {
     full.fileSizeLimit = 0;
     ovtest::ToolResult set = run({"set", "9", "K", "new"}, full);
     EXPECT_EQ(74, set.exitCode);
-    EXPECT_EQ("ovsettings: set: " + settingsFile() +
-                  " does not hold [OVCore.UI] K=new after the write; the change is lost\n",
-              set.err);
+    EXPECT_EQ(
+        "ovsettings: set: " + settingsFile() +
+            ": [OVCore.UI] K now holds \"old\", not \"new\": the write did not reach the file\n",
+        set.err);
     EXPECT_EQ("old\n", run({"get", "9", "K"}).out);
+}
 
-    // A value the library refuses is reported as such, with nothing written.
-    ovtest::ToolResult refused = run({"set", "9", "K", "two\nlines"});
-    EXPECT_EQ(1, refused.exitCode);
-    EXPECT_TRUE(contains(refused.err, "refused")) << refused.err;
-    EXPECT_EQ("old\n", run({"get", "9", "K"}).out);
+// What would not read back as given is refused before anything is written, naming why; what
+// would is stored and read back exactly.
+TEST_F(OvSettings, SetStoresWhatItWasGivenOrRefuses) {
+    init();
+    ASSERT_EQ(0, run({"set", "9", "K", "old"}).exitCode);
+    const std::string before = ovtest::readFile(settingsFile());
+    struct Refused {
+        const char* key;
+        const char* value;
+        const char* reason;
+    };
+    const Refused refused[] = {
+        {"K", "caf\xe9", "the value is not UTF-8"},
+        {"K", "\xc0\xaf", "the value is not UTF-8"}, // an overlong '/'
+        {"", "v", "the key is empty"},
+        {"K ", "v", "the key ends in a space, which loading trims"},
+        {"K", " v", "the value begins with a space, which loading trims"},
+        {"K", "v\r", "the value holds a carriage return or a line feed"},
+        {"K", "two\nlines", "the value holds a carriage return or a line feed"},
+        {"K\xff", "v", "the key is not UTF-8"},
+    };
+    for (const Refused& r : refused) {
+        ovtest::ToolResult set = run({"set", "9", r.key, r.value});
+        EXPECT_EQ(65, set.exitCode) << r.reason;
+        EXPECT_EQ(std::string("ovsettings: set: OVCore.UI: refused: ") + r.reason + "\n", set.err);
+    }
+    EXPECT_EQ(before, ovtest::readFile(settingsFile()));
+    for (const char* value : {"caf\xc3\xa9", "tab\there", "trailing  ", "", "a=b"}) {
+        ASSERT_EQ(0, run({"set", "9", "K", value}).exitCode) << value;
+        EXPECT_EQ(std::string(value) + "\n", run({"get", "9", "K"}).out);
+    }
+}
+
+// A file the user may read but not write (immutable here, as root ignores modes): every
+// reading command works; a set finds the file not loaded, as the library opens it for writing.
+TEST_F(OvSettings, ReadingNeedsOnlyReadAccess) {
+    init();
+    ASSERT_EQ(0, run({"set", "9", "K", "v"}).exitCode);
+    ovtest::Immutable frozen(settingsFile());
+    if (!frozen.ok())
+        GTEST_SKIP() << "the immutable flag cannot be set here";
+    EXPECT_EQ("v\n", run({"get", "9", "K"}).out);
+    EXPECT_EQ(0, run({"get", "OVCore.UI", "K"}).exitCode);
+    EXPECT_EQ("K=v\n", run({"list", "9"}).out);
+    EXPECT_EQ(0, run({"cat"}).exitCode);
+    ovtest::ToolResult set = run({"set", "9", "K", "w"});
+    EXPECT_EQ(8, set.exitCode);
+    EXPECT_EQ("ovsettings: set: settings file not loaded: " + settingsFile() +
+                  ": Operation not permitted\n",
+              set.err);
 }
 
 TEST_F(OvSettings, AFailedWriteOnStandardOutputExits74) {

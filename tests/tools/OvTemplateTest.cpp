@@ -47,17 +47,6 @@ TEST_F(OvTemplate, HelpGoesToStandardOutputAndUsageErrorsExit64) {
         EXPECT_NE(std::string::npos, run.out.find("exit status")) << args.back();
         EXPECT_EQ(args.size() == 1, run.err.empty()) << args.back(); // -v shows diagnostics
     }
-    for (const std::vector<std::string>& args : {std::vector<std::string>{},
-                                                 {"check"},
-                                                 {"check", "--tree"},
-                                                 {"lint", "x"},
-                                                 {"check", "a", "b"},
-                                                 {"font"}}) {
-        ovtest::ToolResult run = ovtest::runTool(OVTEMPLATE, args);
-        EXPECT_EQ(64, run.exitCode) << args.size();
-        EXPECT_NE(std::string::npos, run.err.find("usage: ovtemplate")) << args.size();
-        EXPECT_EQ("", run.out);
-    }
 }
 
 TEST_F(OvTemplate, AcceptedTemplateAndItsTreeWithDecodedValues) {

@@ -1,10 +1,15 @@
 #include "ToolSupport.h"
 
+#include "OVPlatform.h"
+
 #include <cerrno>
+#include <csignal>
 #include <cstdarg>
 #include <cstring>
 #include <fcntl.h>
+#include <filesystem>
 #include <iostream>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace ovtool {
@@ -91,6 +96,40 @@ void error(const char* format, ...) {
     std::fflush(out);
 }
 
+int usageError(const char* format, ...) {
+    FILE* out = err();
+    std::fprintf(out, "%s: ", gProgram);
+    va_list args;
+    va_start(args, format);
+    std::vfprintf(out, format, args);
+    va_end(args);
+    std::fprintf(out, "\nTry '%s --help' for more information.\n", gProgram);
+    std::fflush(out);
+    return EXIT_USAGE;
+}
+
+int useDeviceRoot(const char* root, bool create) {
+    struct stat st;
+    if (::stat(root, &st) == 0) {
+        if (!S_ISDIR(st.st_mode)) {
+            error("%s: not a directory; a device root is a folder", root);
+            return EXIT_NOINPUT;
+        }
+    } else if (errno != ENOENT || !create) {
+        error("%s: no such device root: %s", root, std::strerror(errno));
+        return EXIT_NOINPUT;
+    } else {
+        std::error_code failure;
+        std::filesystem::create_directories(root, failure);
+        if (failure) {
+            error("%s: cannot create the device root: %s", root, failure.message().c_str());
+            return EXIT_IOERR;
+        }
+    }
+    ovplatform::setDeviceRoot(root);
+    return 0;
+}
+
 int finish(int rc) {
     errno = 0;
     std::cout.flush();
@@ -108,6 +147,7 @@ int finish(int rc) {
 }
 
 int runTool(int argc, char** argv, void (*usage)(FILE*), int (*run)(int argc, char** argv)) {
+    std::signal(SIGPIPE, SIG_IGN);
     dropVerboseOptions(argc, argv);
     if (argc >= 2 && (std::strcmp(argv[1], "-h") == 0 || std::strcmp(argv[1], "--help") == 0)) {
         usage(stdout);

@@ -43,12 +43,23 @@ void dropVerboseOptions(int& argc, char** argv);
 // Writes "PROGRAM: " and the formatted message and a line feed to err().
 void error(const char* format, ...) __attribute__((format(printf, 1, 2)));
 
+// A usage error: what was wrong in one line, then how to get the help; returns EXIT_USAGE.
+int usageError(const char* format, ...) __attribute__((format(printf, 1, 2)));
+
+// Makes ROOT the device root (ovplatform::setDeviceRoot). 0 when it is a directory, or when it
+// is missing and CREATE is true (the command creates things: it is made then); otherwise says
+// why and returns EXIT_NOINPUT (a plain file, or a missing root for a command that only
+// reads), or EXIT_IOERR when it could not be made.
+int useDeviceRoot(const char* root, bool create);
+
 // Flushes standard output; when anything written to it failed (a full disk, a closed pipe)
 // reports it and returns EXIT_IOERR when RC was 0, else RC. Call it as `return finish(rc);`.
 int finish(int rc);
 
 // The whole of a tool's main: drops the verbose options, answers a first argument of -h or
 // --help with USAGE on standard output, else calls RUN with what is left; then finish().
+// SIGPIPE is ignored, so that output to a pipe whose reader has gone fails and ends the tool
+// with EXIT_IOERR instead of killing it.
 int runTool(int argc, char** argv, void (*usage)(FILE*), int (*run)(int argc, char** argv));
 
 } // namespace ovtool

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <limits.h>
 #include <map>
 #include <memory>
 #include <sstream>
@@ -33,21 +34,31 @@ void usage(FILE* out) {
                  "usage: dcpack [-v] COMMAND ...\n"
                  "\n"
                  "commands:\n"
-                 "  create INDEX DIR          pack every file of DIR into the index file INDEX,\n"
-                 "                            each under its file name, in name order\n"
-                 "  list INDEX                print each entry: offset, length and name\n"
+                 "  create [--follow-links] INDEX DIR\n"
+                 "                            pack every file of DIR into the index file INDEX,\n"
+                 "                            each under its file name, in name order; a link\n"
+                 "                            to a file outside DIR is packed only with\n"
+                 "                            --follow-links\n"
+                 "  list INDEX                print each entry the phone serves: offset, length\n"
+                 "                            and name, with a warning for what it leaves out\n"
                  "  extract INDEX NAME [OUT]  write resource NAME (\"dc:\" may lead it) to OUT,\n"
                  "                            or to standard output when OUT is absent or -\n"
                  "  extract INDEX --all DIR   write every resource to a file of its name in DIR\n"
                  "  verify INDEX              check that every entry lies inside the file, that\n"
-                 "                            no entries overlap and that no name is cut short\n"
+                 "                            no entries overlap, that no name is cut short and\n"
+                 "                            that every name can be a file name\n"
                  "\n"
-                 "Files are written whole or not at all (a temporary file renamed into place).\n"
+                 "list and extract read INDEX as the phone's own reader does. Files are written\n"
+                 "whole or not at all (a temporary file renamed into place, keeping the mode of\n"
+                 "the file it replaces); a symbolic link is written through to its target, a\n"
+                 "FIFO or a device is written directly. Names are shown with bytes outside\n"
+                 "printable ASCII as \\xHH.\n"
                  "-v shows the library's diagnostics on standard error.\n"
                  "\n"
                  "exit status: 0 done, 1 no such resource, 64 usage error, 65 an index or a\n"
-                 "folder the format cannot hold, 66 an input that cannot be read, 73 an output\n"
-                 "that cannot be created, 74 a write that failed.\n");
+                 "folder the format cannot hold (list: an index the phone serves nothing of),\n"
+                 "66 an input that cannot be read, 73 an output that cannot be created, 74 a\n"
+                 "write that failed.\n");
 }
 
 // The whole file PATH, or false with REASON.
@@ -80,22 +91,71 @@ bool writeAll(int fd, const std::string& bytes) {
     return true;
 }
 
-// Writes BYTES to PATH through a temporary file beside it that is synced and renamed over
-// PATH, so a crash leaves the old file or the new one, never a part. Returns 0 or the exit
+// PATH with the symbolic links of its last component followed to the file they name (a link
+// to a file that does not exist yet gives that file).
+std::string followLinks(std::string path) {
+    for (int hops = 0; hops < 40; ++hops) {
+        struct stat st;
+        if (::lstat(path.c_str(), &st) != 0 || !S_ISLNK(st.st_mode))
+            break;
+        std::vector<char> target(PATH_MAX);
+        ssize_t n = ::readlink(path.c_str(), target.data(), target.size());
+        if (n <= 0 || size_t(n) == target.size())
+            break;
+        std::string next(target.data(), size_t(n));
+        path = next[0] == '/' ? next : (fs::path(path).parent_path() / next).string();
+    }
+    return path;
+}
+
+// Writes BYTES as a user expects of a file they name: through a symbolic link to its target; a
+// FIFO or a device directly; a regular file (or a new one) through a temporary file beside it
+// that is synced and renamed over it, keeping the mode, owner and group of the file it
+// replaces, so a crash leaves the old file or the new one, never a part. Returns 0 or the exit
 // status, having reported the reason.
 int writeFileSafely(const std::string& path, const std::string& bytes) {
-    std::string temp = path + ".XXXXXX";
+    const std::string target = followLinks(path);
+    struct stat st;
+    const bool exists = ::stat(target.c_str(), &st) == 0;
+    if (exists && S_ISDIR(st.st_mode)) {
+        ovtool::error("%s: is a directory", path.c_str());
+        return EXIT_CANTCREAT;
+    }
+    if (exists && !S_ISREG(st.st_mode)) {
+        int fd = ::open(target.c_str(), O_WRONLY | O_CLOEXEC);
+        if (fd < 0) {
+            ovtool::error("%s: cannot open: %s", path.c_str(), std::strerror(errno));
+            return EXIT_CANTCREAT;
+        }
+        bool ok = writeAll(fd, bytes);
+        int reason = errno;
+        ok = ::close(fd) == 0 && ok;
+        if (!ok) {
+            ovtool::error("%s: cannot write: %s", path.c_str(), std::strerror(reason));
+            return ovtool::EXIT_IOERR;
+        }
+        return 0;
+    }
+    std::string temp = target + ".XXXXXX";
     int fd = ::mkstemp(&temp[0]);
     if (fd < 0) {
         ovtool::error("%s: cannot create: %s", path.c_str(), std::strerror(errno));
         return EXIT_CANTCREAT;
     }
-    mode_t mask = ::umask(0);
-    ::umask(mask);
-    bool ok = ::fchmod(fd, 0666 & ~mask) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
+    mode_t mode;
+    if (exists) {
+        if (::fchown(fd, st.st_uid, st.st_gid) != 0)
+            (void)::fchown(fd, uid_t(-1), st.st_gid);
+        mode = st.st_mode & 07777;
+    } else {
+        mode_t mask = ::umask(0);
+        ::umask(mask);
+        mode = 0666 & ~mask;
+    }
+    bool ok = ::fchmod(fd, mode) == 0 && writeAll(fd, bytes) && ::fsync(fd) == 0;
     int reason = errno;
     ok = ::close(fd) == 0 && ok;
-    if (ok && ::rename(temp.c_str(), path.c_str()) != 0) {
+    if (ok && ::rename(temp.c_str(), target.c_str()) != 0) {
         reason = errno;
         ok = false;
     }
@@ -105,7 +165,7 @@ int writeFileSafely(const std::string& path, const std::string& bytes) {
         return ovtool::EXIT_IOERR;
     }
     // The rename itself is made durable with the folder.
-    std::string folder = fs::path(path).parent_path().string();
+    std::string folder = fs::path(target).parent_path().string();
     int dir = ::open(folder.empty() ? "." : folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (dir >= 0) {
         ::fsync(dir);
@@ -114,10 +174,19 @@ int writeFileSafely(const std::string& path, const std::string& bytes) {
     return 0;
 }
 
-// A name that can be a file name inside one folder.
-bool isPlainName(const std::string& name) {
-    return !name.empty() && name != "." && name != ".." && name.find('/') == std::string::npos &&
-           name.find('\0') == std::string::npos;
+// A name that can be a file's path inside a folder: not empty, not absolute, no NUL, no ".."
+// component and none longer than file systems take ("icons/news.png" is one).
+bool isInsideName(const std::string& name) {
+    if (name.empty() || name[0] == '/' || name.find('\0') != std::string::npos)
+        return false;
+    for (size_t start = 0; start <= name.size();) {
+        size_t slash = std::min(name.find('/', start), name.size());
+        const std::string part = name.substr(start, slash - start);
+        if (part == ".." || part.size() > NAME_MAX)
+            return false;
+        start = slash + 1;
+    }
+    return name.back() != '/' && name != ".";
 }
 
 // Text for a message: bytes outside printable ASCII as \xHH.
@@ -135,13 +204,14 @@ std::string printable(const std::string& text) {
     return out;
 }
 
-int create(const std::string& index, const std::string& folder) {
+int create(const std::string& index, const std::string& folder, bool followLinksOut) {
     std::error_code error;
     fs::directory_iterator it(folder, error);
     if (error) {
         ovtool::error("%s: cannot read folder: %s", folder.c_str(), error.message().c_str());
         return ovtool::EXIT_NOINPUT;
     }
+    const fs::path inside = fs::weakly_canonical(folder, error);
     std::vector<fs::path> files;
     for (; it != fs::directory_iterator(); it.increment(error)) {
         const fs::path& path = it->path();
@@ -152,6 +222,16 @@ int create(const std::string& index, const std::string& folder) {
         if (!fs::is_regular_file(path, ignored)) {
             ovtool::error("%s: not a regular file; the index holds files of one folder only",
                           path.c_str());
+            return ovtool::EXIT_DATAERR;
+        }
+        if (fs::is_symlink(path, ignored) && !followLinksOut &&
+            fs::canonical(path, ignored).parent_path() != inside) {
+            ovtool::error("%s: a link to a file outside %s; give --follow-links to pack it",
+                          path.c_str(), folder.c_str());
+            return ovtool::EXIT_DATAERR;
+        }
+        if (!isInsideName(path.filename().string())) {
+            ovtool::error("%s: no file name the phone could be given", path.c_str());
             return ovtool::EXIT_DATAERR;
         }
         files.push_back(path);
@@ -204,7 +284,9 @@ struct Directory {
     size_t end = 0; // where the entries end
 };
 
-// Reads the directory of DIR's bytes as the library reads it; PROBLEM tells what stopped it.
+// Reads the directory of DIR's bytes as the library reads it. False, with PROBLEM, when it is
+// no index at all (no magic, a header cut short); a directory that ends before the count says
+// keeps the entries read whole, as the phone's reader does, and says so in PROBLEM.
 bool readDirectory(Directory* dir, std::string* problem) {
     std::istringstream in(dir->bytes);
     char first = 0, second = 0;
@@ -230,7 +312,8 @@ bool readDirectory(Directory* dir, std::string* problem) {
         if (!in) {
             *problem = "the directory ends after " + std::to_string(i) + " of " +
                        std::to_string(dir->count) + " entries";
-            return false;
+            dir->end = dir->bytes.size();
+            return true;
         }
         entry.name = entry.rawName.substr(0, entry.rawName.find('\0'));
         dir->entries.push_back(entry);
@@ -239,32 +322,48 @@ bool readDirectory(Directory* dir, std::string* problem) {
     return true;
 }
 
-// Reads INDEX and its directory; 0, or the exit status after reporting why not.
-int loadDirectory(const std::string& index, Directory* dir) {
+// Reads INDEX and its directory; 0, or the exit status after reporting why not. WARNING gets
+// what the phone's reader passes over.
+int loadDirectory(const std::string& index, Directory* dir, std::string* warning) {
     std::string reason;
     if (!readWhole(index, &dir->bytes, &reason)) {
         ovtool::error("%s: cannot read: %s", index.c_str(), reason.c_str());
         return ovtool::EXIT_NOINPUT;
     }
-    if (!readDirectory(dir, &reason)) {
-        ovtool::error("%s: %s", index.c_str(), reason.c_str());
+    warning->clear();
+    if (!readDirectory(dir, warning)) {
+        ovtool::error("%s: %s", index.c_str(), warning->c_str());
         return ovtool::EXIT_DATAERR;
     }
     return 0;
 }
 
+// The entries the phone serves from INDEX, by name, read with the library's own reader.
 int list(const std::string& index) {
     Directory dir;
-    if (int rc = loadDirectory(index, &dir))
+    std::string warning;
+    if (int rc = loadDirectory(index, &dir, &warning))
         return rc;
-    for (const RawEntry& entry : dir.entries)
-        std::printf("%10d %10d  %s\n", entry.offset, entry.length, printable(entry.name).c_str());
+    if (dir.count < 0) {
+        ovtool::error("%s: negative entry count %d: the phone serves nothing of it", index.c_str(),
+                      dir.count);
+        return ovtool::EXIT_DATAERR;
+    }
+    if (!warning.empty())
+        ovtool::error("warning: %s: %s; the phone serves the entries read whole", index.c_str(),
+                      warning.c_str());
+    DefaultContentIndex served(index);
+    for (const auto& entry : served.getItems()) {
+        const DefaultContentIndexItem& item = entry.second;
+        std::printf("%10d %10d  %s\n", item.mOffset, item.mLength, printable(item.mName).c_str());
+    }
     return 0;
 }
 
 int verify(const std::string& index) {
     Directory dir;
-    if (int rc = loadDirectory(index, &dir))
+    std::string warning;
+    if (int rc = loadDirectory(index, &dir, &warning))
         return rc;
     const std::vector<RawEntry>& entries = dir.entries;
     int problems = 0;
@@ -272,6 +371,8 @@ int verify(const std::string& index) {
         ovtool::error("%s: %s", index.c_str(), text.c_str());
         ++problems;
     };
+    if (!warning.empty())
+        report(warning);
     if (dir.count < 0)
         report("negative entry count " + std::to_string(dir.count) + ": the reader sees no entry");
 
@@ -284,6 +385,11 @@ int verify(const std::string& index) {
         if (e.name.size() != e.rawName.size())
             report(name + ": its name \"" + printable(e.rawName) +
                    "\" holds a zero byte; the reader cuts it there");
+        if (e.name.empty())
+            report(name + ": it has no name; the phone never serves it");
+        else if (!isInsideName(e.name))
+            report(name + ": no file name (absolute, a \"..\" in it, or a part longer than " +
+                   std::to_string(NAME_MAX) + " bytes); extract --all passes over it");
         auto earlier = seen.find(e.name);
         if (earlier != seen.end())
             report(name + ": the name of entry " + std::to_string(earlier->second) +
@@ -336,9 +442,13 @@ bool readItem(const std::string& index, const DefaultContentIndexItem& item, std
 bool openIndex(const std::string& index, std::unique_ptr<DefaultContentIndex>* out, int* rc) {
     // The file is checked first for the reasons the library's reader does not tell.
     Directory dir;
-    *rc = loadDirectory(index, &dir);
+    std::string warning;
+    *rc = loadDirectory(index, &dir, &warning);
     if (*rc != 0)
         return false;
+    if (!warning.empty())
+        ovtool::error("warning: %s: %s; the phone serves the entries read whole", index.c_str(),
+                      warning.c_str());
     out->reset(new DefaultContentIndex(index));
     return true;
 }
@@ -380,9 +490,21 @@ int extractAll(const std::string& index, const std::string& folder) {
     for (const auto& entry : contents->getItems()) {
         const DefaultContentIndexItem& item = entry.second;
         // A name from the file never chooses where outside FOLDER a file goes.
-        if (!isPlainName(item.mName)) {
+        if (!isInsideName(item.mName)) {
             ovtool::error("%s: \"%s\" is no file name; not extracted", index.c_str(),
                           printable(item.mName).c_str());
+            rc = ovtool::EXIT_DATAERR;
+            continue;
+        }
+        const fs::path file = fs::path(folder) / std::string(item.mName);
+        fs::create_directories(file.parent_path(), error);
+        // Nor does a link already in FOLDER: the user named the folder, not the files.
+        std::error_code ignored;
+        const fs::path real = fs::weakly_canonical(file, ignored);
+        const fs::path base = fs::canonical(folder, ignored);
+        if (fs::is_symlink(file, ignored) ||
+            real.string().compare(0, base.string().size() + 1, base.string() + "/") != 0) {
+            ovtool::error("%s: a link lies on the way; not extracted", file.c_str());
             rc = ovtool::EXIT_DATAERR;
             continue;
         }
@@ -391,7 +513,7 @@ int extractAll(const std::string& index, const std::string& folder) {
             rc = ovtool::EXIT_DATAERR;
             continue;
         }
-        int written = writeFileSafely((fs::path(folder) / std::string(item.mName)).string(), bytes);
+        int written = writeFileSafely(file.string(), bytes);
         if (written != 0)
             rc = written;
     }
@@ -399,21 +521,41 @@ int extractAll(const std::string& index, const std::string& folder) {
 }
 
 int run(int argc, char** argv) {
-    const std::string command = argc >= 2 ? argv[1] : "";
-    if (command == "create" && argc == 4)
-        return create(argv[2], argv[3]);
-    if (command == "list" && argc == 3)
-        return list(argv[2]);
-    if (command == "verify" && argc == 3)
-        return verify(argv[2]);
-    if (command == "extract" && argc == 5 && std::strcmp(argv[3], "--all") == 0)
-        return extractAll(argv[2], argv[4]);
-    if (command == "extract" && (argc == 4 || argc == 5))
-        return extractOne(argv[2], argv[3], argc == 5 ? argv[4] : "");
-    if (argc >= 2)
-        ovtool::error("unknown command or wrong arguments: %s", argv[1]);
-    usage(ovtool::err());
-    return ovtool::EXIT_USAGE;
+    if (argc < 2)
+        return ovtool::usageError("missing COMMAND (create, list, extract or verify)");
+    const std::string command = argv[1];
+    const int rest = argc - 2;
+    if (command == "create") {
+        bool follow = rest >= 1 && std::strcmp(argv[2], "--follow-links") == 0;
+        int at = follow ? 3 : 2;
+        if (argc - at < 2)
+            return ovtool::usageError("create: missing %s", argc - at < 1 ? "INDEX DIR" : "DIR");
+        if (argc - at > 2)
+            return ovtool::usageError("create: unexpected argument: %s", argv[at + 2]);
+        return create(argv[at], argv[at + 1], follow);
+    }
+    if (command == "list" || command == "verify") {
+        if (rest < 1)
+            return ovtool::usageError("%s: missing INDEX", command.c_str());
+        if (rest > 1)
+            return ovtool::usageError("%s: unexpected argument: %s", command.c_str(), argv[3]);
+        return command == "list" ? list(argv[2]) : verify(argv[2]);
+    }
+    if (command == "extract") {
+        if (rest < 2)
+            return ovtool::usageError("extract: missing %s", rest < 1 ? "INDEX NAME" : "NAME");
+        if (std::strcmp(argv[3], "--all") == 0) {
+            if (rest < 3)
+                return ovtool::usageError("extract --all: missing DIR");
+            if (rest > 3)
+                return ovtool::usageError("extract --all: unexpected argument: %s", argv[5]);
+            return extractAll(argv[2], argv[4]);
+        }
+        if (rest > 3)
+            return ovtool::usageError("extract: unexpected argument: %s", argv[5]);
+        return extractOne(argv[2], argv[3], rest == 3 ? argv[4] : "");
+    }
+    return ovtool::usageError("unknown command: %s", argv[1]);
 }
 
 } // namespace

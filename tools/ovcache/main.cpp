@@ -9,6 +9,7 @@
 #include "storage/NR_CacheDirectory.h"
 #include "storage/NR_ContentCache.h"
 #include "storage/NR_ContentCachePolicy.h"
+#include "types/AttrMap.h"
 #include "utility/NR_Constants.h"
 
 #include <algorithm>
@@ -18,6 +19,7 @@
 #include <iostream>
 #include <memory>
 #include <set>
+#include <sstream>
 #include <string>
 #include <sys/stat.h>
 #include <vector>
@@ -44,20 +46,32 @@ void usage(FILE* out) {
                  "\n"
                  "-v shows the library's diagnostics on standard error.\n"
                  "\n"
+                 "File names are shown with bytes outside printable ASCII as \\xHH.\n"
+                 "\n"
                  "exit status: 0 success, 1 no such object, the directory could not be\n"
-                 "read or an unfinished file could not be deleted, 64 usage error, 66 no\n"
-                 "such device root or cache directory, 74 output error.\n");
-}
-
-int usageError() {
-    std::fprintf(ovtool::err(), "usage: ovcache [-v] DEVICE_ROOT|--cache-dir DIR COMMAND [ARG]\n"
-                                "(ovcache --help tells more)\n");
-    return ovtool::EXIT_USAGE;
+                 "read or an unfinished file could not be deleted, 64 usage error, 65 show\n"
+                 "of a file that is no stored object, 66 no such device root (or one that\n"
+                 "is not a directory) or cache directory, 74 output error.\n");
 }
 
 bool isDirectory(const std::string& path) {
     struct stat st;
     return ::stat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+// A name for the terminal: bytes outside printable ASCII, and the backslash, as \xHH.
+std::string printable(const std::string& text) {
+    std::string out;
+    for (unsigned char c : text) {
+        if (c >= 0x20 && c < 0x7F && c != '\\') {
+            out += static_cast<char>(c);
+        } else {
+            char hex[8];
+            std::snprintf(hex, sizeof hex, "\\x%02X", c);
+            out += hex;
+        }
+    }
+    return out;
 }
 
 // Rebuilds the accounting without deleting anything; false (reported) when the directory
@@ -94,7 +108,7 @@ int list(NR_ContentCache* cache) {
         int type = -1;
         bool referenced = false;
         if (!policy->queueOf(name, type, referenced)) {
-            std::printf("%-40s %9ld  not accounted\n", name.c_str(), size);
+            std::printf("%-40s %9ld  not accounted\n", printable(name).c_str(), size);
             continue;
         }
         std::set<std::string> parents;
@@ -104,8 +118,8 @@ int list(NR_ContentCache* cache) {
         }
         std::string by;
         for (const std::string& parent : parents)
-            by += (by.empty() ? "" : ",") + parent;
-        std::printf("%-40s %9ld  queue %2d  %s%s\n", name.c_str(), size, type,
+            by += (by.empty() ? "" : ",") + printable(parent);
+        std::printf("%-40s %9ld  queue %2d  %s%s\n", printable(name).c_str(), size, type,
                     referenced ? "referenced by " : "unreferenced", by.c_str());
     }
     std::printf("%zu files, %ld blocks of %d bytes, %ld referenced, limit %ld\n", names.size(),
@@ -114,71 +128,94 @@ int list(NR_ContentCache* cache) {
     return 0;
 }
 
-// Prints the stream form of OBJECT as read back from ID's file of SUFFIX; false when there is
-// none.
+// Whether the object file NAME holds at least one of the keys an object of type T stores: what
+// holds none (an image under an object's name, say) is no stored object.
+template <typename T> bool looksLikeObject(const std::string& name, const std::string& id) {
+    std::string bytes;
+    if (!NR_ContentCache::directory().readObject(name, bytes))
+        return true; // the library says why it cannot be read
+    AttrMap file(false), stored(false);
+    std::istringstream in(bytes);
+    file.load(in);
+    T(id).storeIntoAttrs(stored);
+    const AttrMap::KeyMap* keys = file.defaultCategory();
+    const AttrMap::KeyMap* known = stored.defaultCategory();
+    if (!keys || !known)
+        return false;
+    for (const auto& entry : *keys) {
+        if (known->count(entry.first))
+            return true;
+    }
+    return false;
+}
+
+// Prints the stream form of OBJECT as read back from ID's file of SUFFIX; 0 when shown, 1 when
+// there is none, EXIT_DATAERR when the file is no stored object.
 template <typename T>
-bool showObject(NR_ContentCache* cache, const std::string& id, const char* suffix) {
+int showObject(NR_ContentCache* cache, const std::string& id, const char* suffix) {
     std::unique_ptr<T> object(new T(id));
     if (cache->get(id, *object) != 0)
-        return false;
-    std::printf("== %s%s\n", id.c_str(), suffix);
+        return 1;
+    const std::string name = id + suffix;
+    if (!looksLikeObject<T>(name, id)) {
+        ovtool::error("%s: does not look like a stored object: it holds none of its keys",
+                      NR_ContentCache::directory().pathOf(printable(name)).c_str());
+        return ovtool::EXIT_DATAERR;
+    }
+    std::printf("== %s\n", printable(name).c_str());
     std::fflush(stdout);
     object->store(std::cout);
     std::cout.flush();
-    return true;
+    return 0;
 }
 
 int show(NR_ContentCache* cache, const std::string& id) {
     if (!NR_CacheDirectory::isSafeID(id)) {
-        ovtool::error("%s: not a content ID of the cache", id.c_str());
+        ovtool::error("%s: not a content ID of the cache", printable(id).c_str());
         return ovtool::EXIT_USAGE;
     }
-    bool found = showObject<Container>(cache, id, ".cnt");
-    found = showObject<Channel>(cache, id, ".chn") || found;
-    found = showObject<Item>(cache, id, ".itm") || found;
-    if (!found) {
-        ovtool::error("%s: no container, channel or item in %s", id.c_str(),
-                      NR_ContentCache::getCachePath().c_str());
-        return 1;
+    int results[] = {showObject<Container>(cache, id, ".cnt"),
+                     showObject<Channel>(cache, id, ".chn"), showObject<Item>(cache, id, ".itm")};
+    int rc = 1;
+    for (int result : results) {
+        if (result == 0 || (result != 1 && rc == 1))
+            rc = result;
     }
-    return 0;
+    if (rc == 1)
+        ovtool::error("%s: no container, channel or item in %s", printable(id).c_str(),
+                      NR_ContentCache::getCachePath().c_str());
+    return rc;
 }
 
 int run(int argc, char** argv) {
     int at = 1;
     std::string cacheDir;
-    if (argc >= 3 && std::strcmp(argv[1], "--cache-dir") == 0) {
+    if (argc >= 2 && std::strcmp(argv[1], "--cache-dir") == 0) {
+        if (argc < 3)
+            return ovtool::usageError("--cache-dir: missing DIR");
         cacheDir = argv[2];
         at = 3;
     } else if (argc >= 2 && argv[1][0] != '-') {
-        ovplatform::setDeviceRoot(argv[1]);
         at = 2;
+    } else if (argc >= 2) {
+        return ovtool::usageError("unknown option: %s", argv[1]);
     } else {
-        if (argc >= 2)
-            ovtool::error("%s: unknown option", argv[1]);
-        return usageError();
+        return ovtool::usageError("missing DEVICE_ROOT and COMMAND");
     }
-    if (argc <= at) {
-        ovtool::error("no command given");
-        return usageError();
-    }
+    if (argc <= at)
+        return ovtool::usageError("missing COMMAND (list, show, usage or sync)");
     const std::string command = argv[at];
     const int arguments = argc - at - 1;
-    if (command != "list" && command != "show" && command != "usage" && command != "sync") {
-        ovtool::error("%s: unknown command", command.c_str());
-        return usageError();
-    }
-    if (arguments != (command == "show" ? 1 : 0)) {
-        ovtool::error("%s: %s", command.c_str(),
-                      command == "show" ? "needs one ID" : "takes no arguments");
-        return usageError();
-    }
+    if (command != "list" && command != "show" && command != "usage" && command != "sync")
+        return ovtool::usageError("unknown command: %s", command.c_str());
+    if (command == "show" && arguments == 0)
+        return ovtool::usageError("show: missing ID");
+    if (arguments > (command == "show" ? 1 : 0))
+        return ovtool::usageError("%s: unexpected argument: %s", command.c_str(), argv[argc - 1]);
 
     if (cacheDir.empty()) {
-        if (!isDirectory(argv[1])) {
-            ovtool::error("%s: no such device root", argv[1]);
-            return ovtool::EXIT_NOINPUT;
-        }
+        if (int rc = ovtool::useDeviceRoot(argv[1], false))
+            return rc;
         cacheDir = ovplatform::devicePath(NR_Constants::DEFAULT_CACHE_PATH);
     }
     // The cache makes a missing directory: a mistyped path must not be created.

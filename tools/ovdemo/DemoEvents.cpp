@@ -33,7 +33,7 @@ public:
     ~DemoHandler() override { endRegistration(); }
 
     void handleEvent(OV_Event& event) override {
-        if (!mPrinting)
+        if (!mPrinting || (mOnlyValue >= 0 && event.mValue != mOnlyValue))
             return;
         std::string detail;
         if (event.mPropMap != nullptr) {
@@ -55,6 +55,7 @@ public:
     }
 
     std::atomic<bool> mPrinting{true};
+    int mOnlyValue = -1; // when 0 or more, events of other values are passed over
 
 private:
     const char* mName;
@@ -111,8 +112,12 @@ bool demoEvents() {
         ok = false;
     }
 
+    // The phone may have been left open (an earlier run, ovphone): closed first, and only the
+    // opening counts.
+    ovplatform::setFlipOpen(false);
     DemoHandler flip(OV_WBEventStatusAdapter::EVENT_FLIP_STATUS_CHANGED, "flip watcher");
-    OV_FLIP_STATUS before = OV_FLIP_CLOSED;
+    flip.mOnlyValue = 1;
+    OV_FLIP_STATUS before = OV_FLIP_OPEN;
     facade->getFlipStatus(before);
     std::printf("flip is %s; opening the simulated phone (state in %s)\n",
                 before == OV_FLIP_OPEN ? "open" : "closed", ovplatform::phoneStatePath().c_str());

@@ -16,25 +16,31 @@ namespace {
 void usage(FILE* out) {
     std::fprintf(out, "usage: ovdemo [-v] [--bus WHERE] DEVICE_ROOT\n"
                       "\n"
-                      "Tells the road of a news item through the library on DEVICE_ROOT, an\n"
-                      "existing directory that stands for the phone's file system (files are\n"
-                      "written below it). The library's diagnostics go to DEVICE_ROOT/ovdemo.log;\n"
-                      "-v shows them on standard error instead.\n"
+                      "Tells the road of a news item through the library on DEVICE_ROOT, a\n"
+                      "directory that stands for the phone's file system (files are written\n"
+                      "below it; it is made when missing). Each step first puts the simulated\n"
+                      "phone in the state it needs, so the demo runs again on the same root.\n"
+                      "The library's diagnostics go to DEVICE_ROOT/ovdemo.log; -v shows them on\n"
+                      "standard error instead.\n"
                       "\n"
                       "exit status: 0 every step went as expected, 1 a step did not, 64 usage\n"
-                      "error, 74 the log file or standard output cannot be written.\n");
+                      "error, 66 DEVICE_ROOT is not a directory, 74 the log file or standard\n"
+                      "output cannot be written.\n");
     std::fprintf(out, "\n%s", ovtool::BUS_USAGE);
 }
 
 int run(int argc, char** argv) {
     if (int rc = ovtool::useBusOption(argc, argv))
         return rc;
-    if (argc != 2 || argv[1][0] == '-') {
-        usage(ovtool::err());
-        return ovtool::EXIT_USAGE;
-    }
+    if (argc < 2)
+        return ovtool::usageError("missing DEVICE_ROOT");
+    if (argv[1][0] == '-')
+        return ovtool::usageError("unknown option: %s", argv[1]);
+    if (argc > 2)
+        return ovtool::usageError("unexpected argument: %s", argv[2]);
     std::string root = argv[1];
-    ovplatform::setDeviceRoot(root);
+    if (int rc = ovtool::useDeviceRoot(argv[1], true))
+        return rc;
     std::printf("device root: %s\n", root.c_str());
     if (ovtool::verbose()) {
         std::printf("library diagnostics: standard error\n");

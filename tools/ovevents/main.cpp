@@ -46,8 +46,14 @@ void usage(FILE* out) {
         "         ASCII are written as \\xNN. --json prints one JSON object per line instead\n"
         "         (bytes above 127 as \\u00NN). --count N stops after N events. It runs until\n"
         "         interrupted, and ends with status 69 when the bus is lost.\n"
-        "publish  publishes one event with its value (0 unless given) and properties; exit\n"
-        "         status 1 when no process listens to TOPIC.\n"
+        "publish  publishes one event with its value (0 unless given) and properties. The\n"
+        "         phone's own topics (flip, battery, master clear, ...) travel as phone\n"
+        "         messages or on the system channel, not on the event bus: ovphone sends\n"
+        "         them, and publish names its command.\n"
+        "\n"
+        "exit status: 0 done, 1 no process listens to TOPIC or TOPIC is not carried by\n"
+        "the event bus, 64 usage error, 69 the bus cannot be reached or was lost, 74\n"
+        "standard output cannot be written.\n"
         "\n%s",
         ovtool::BUS_USAGE);
 }
@@ -197,12 +203,14 @@ int listen(int argc, char** argv) {
     for (; at < argc && argv[at][0] == '-'; ++at) {
         if (std::strcmp(argv[at], "--json") == 0) {
             output.json = true;
-        } else if (std::strcmp(argv[at], "--count") == 0 && at + 1 < argc &&
-                   ovtool::parseNumber(argv[at + 1], 1, LONG_MAX, &output.limit)) {
+        } else if (std::strcmp(argv[at], "--count") == 0) {
+            if (at + 1 >= argc)
+                return ovtool::usageError("listen: --count: missing N");
+            if (!ovtool::parseNumber(argv[at + 1], 1, LONG_MAX, &output.limit))
+                return ovtool::usageError("listen: --count: not a number from 1: %s", argv[at + 1]);
             ++at;
         } else {
-            usage(ovtool::err());
-            return ovtool::EXIT_USAGE;
+            return ovtool::usageError("listen: unknown option: %s", argv[at]);
         }
     }
     // Handlers keep a reference to their topic: the texts live in a deque, which never moves
@@ -255,28 +263,57 @@ int listen(int argc, char** argv) {
     return output.failed ? ovtool::EXIT_IOERR : 0;
 }
 
+// The ovphone command that sends TOPIC, for the topics that travel as phone messages or on the
+// system channel; null for the others.
+const char* phoneCommandFor(const std::string& topic) {
+    static const std::pair<const std::string*, const char*> kSentByThePhone[] = {
+        {&Adapter::EVENT_DATA_NW_STATUS_CHANGED, "set gprs on|off"},
+        {&Adapter::EVENT_ROAMING_STATUS_CHANGED, "set roaming on|off"},
+        {&Adapter::EVENT_LOW_BATTERY_STATUS_CHANGED, "set battery low|ok"},
+        {&Adapter::EVENT_CHARGER_STATUS_CHANGED, "set charger attached|detached"},
+        {&Adapter::EVENT_BACKLIGHT_STATUS_CHANGED, "set backlight BRIGHTNESS"},
+        {&Adapter::EVENT_USER_ACTIVITY_STATUS_CHANGED, "set backlight BRIGHTNESS"},
+        {&Adapter::EVENT_FLIP_STATUS_CHANGED, "set flip open|closed"},
+        {&Adapter::EVENT_SLIDER_STATUS_CHANGED, "set slider open|closed"},
+        {&Adapter::EVENT_SYSTEM_TIME_CHANGED, "time-changed PREVIOUS NEW"},
+        {&Adapter::EVENT_MASTER_CLEAR, "master-clear"},
+        {&Adapter::EVENT_MASTER_RESET, "master-reset"},
+        {&Adapter::EVENT_SYSTEM_SHUTDOWN, "shutdown-policy 1"},
+        {&Adapter::EVENT_SMS_PUSH, "push [NAME=VALUE ...]"},
+    };
+    for (const auto& entry : kSentByThePhone) {
+        if (topic == *entry.first)
+            return entry.second;
+    }
+    return nullptr;
+}
+
 int publish(int argc, char** argv) {
-    if (argc < 1 || !*argv[0]) {
-        usage(ovtool::err());
-        return ovtool::EXIT_USAGE;
+    if (argc < 1)
+        return ovtool::usageError("publish: missing TOPIC");
+    if (!*argv[0])
+        return ovtool::usageError("publish: the TOPIC is empty");
+    if (const char* command = phoneCommandFor(argv[0])) {
+        ovtool::error("%s travels as a phone message or on the system channel, not on the event "
+                      "bus; send it with: ovphone DEVICE_ROOT %s",
+                      argv[0], command);
+        return EXIT_NOBODY;
     }
     OV_Event event(argv[0]);
     int at = 1;
     long value = 0;
     if (at < argc && std::strcmp(argv[at], "--value") == 0) {
-        if (at + 1 >= argc || !ovtool::parseNumber(argv[at + 1], INT32_MIN, INT32_MAX, &value)) {
-            ovtool::error("--value needs a 32-bit integer");
-            return ovtool::EXIT_USAGE;
-        }
+        if (at + 1 >= argc)
+            return ovtool::usageError("publish: --value: missing N");
+        if (!ovtool::parseNumber(argv[at + 1], INT32_MIN, INT32_MAX, &value))
+            return ovtool::usageError("publish: --value: not a 32-bit integer: %s", argv[at + 1]);
         at += 2;
     }
     event.mValue = int32_t(value);
     for (; at < argc; ++at) {
         std::string name, value;
-        if (!ovtool::parseProperty(argv[at], &name, &value)) {
-            ovtool::error("publish: not NAME=VALUE: \"%s\"", argv[at]);
-            return ovtool::EXIT_USAGE;
-        }
+        if (!ovtool::parseProperty(argv[at], &name, &value))
+            return ovtool::usageError("publish: not NAME=VALUE: \"%s\"", argv[at]);
         event.setProperty(name, value);
     }
     // Straight onto the bus in the library's wire form, to learn what became of it.
@@ -300,8 +337,9 @@ int run(int argc, char** argv) {
         return listen(argc - 2, argv + 2);
     if (argc >= 2 && std::strcmp(argv[1], "publish") == 0)
         return publish(argc - 2, argv + 2);
-    usage(ovtool::err());
-    return ovtool::EXIT_USAGE;
+    if (argc < 2)
+        return ovtool::usageError("missing COMMAND (listen or publish)");
+    return ovtool::usageError("unknown command: %s", argv[1]);
 }
 
 } // namespace

@@ -12,6 +12,7 @@
 #include "QCopChannel.h"
 #include "SETUP_Utility.h"
 
+#include <algorithm>
 #include <climits>
 #include <cstdio>
 #include <cstring>
@@ -53,8 +54,11 @@ void usage(FILE* out) {
         "  current-carrier TEXT   display.PROPERTY NUMBER (screen-saver and dimming values)\n"
         "  home-plmn (read only: the IMSI's first digits)\n"
         "\n"
+        "set creates a missing DEVICE_ROOT; the other commands need one that is there.\n"
+        "\n"
         "exit status: 0 done, 1 not done (the state file cannot be written, or nobody\n"
-        "received the message), 64 usage error, 69 the bus cannot be reached or was lost.\n"
+        "received the message), 64 usage error, 66 DEVICE_ROOT is not a directory or\n"
+        "is missing, 69 the bus cannot be reached or was lost.\n"
         "\n%s",
         ovtool::BUS_USAGE);
 }
@@ -183,6 +187,8 @@ bool valueOf(const std::string& name, std::string* value) {
     return true;
 }
 
+// Every name show lists: the phone's values, then the display values, the known ones and any
+// other that set has stored.
 std::vector<std::string> allNames() {
     std::vector<std::string> names;
     for (const Flag& flag : kFlags)
@@ -193,8 +199,15 @@ std::vector<std::string> allNames() {
     names.push_back("languages");
     names.push_back("mnc-length");
     names.push_back("home-plmn");
+    std::vector<std::string> display;
     for (const char* property : kDisplayProperties)
-        names.push_back(kDisplayPrefix + property);
+        display.push_back(kDisplayPrefix + property);
+    for (const std::string& key : ovplatform::phoneValueKeys()) {
+        if (isDisplayName(key) && key != kBacklightKey &&
+            std::find(display.begin(), display.end(), key) == display.end())
+            display.push_back(key);
+    }
+    names.insert(names.end(), display.begin(), display.end());
     return names;
 }
 
@@ -292,17 +305,16 @@ int push(int argc, char** argv) {
             topic = Adapter::PUSH_TOPIC_DCD;
         } else if (std::strcmp(argv[at], "--content-type") == 0 && at + 1 < argc) {
             event.setProperty(Adapter::CONTENT_TYPE_PROPERTY, argv[++at]);
+        } else if (std::strcmp(argv[at], "--content-type") == 0) {
+            return ovtool::usageError("push: --content-type: missing TYPE");
         } else {
-            usage(ovtool::err());
-            return ovtool::EXIT_USAGE;
+            return ovtool::usageError("push: unknown option: %s", argv[at]);
         }
     }
     for (; at < argc; ++at) {
         std::string name, value;
-        if (!ovtool::parseProperty(argv[at], &name, &value)) {
-            ovtool::error("push: not NAME=VALUE: \"%s\"", argv[at]);
-            return ovtool::EXIT_USAGE;
-        }
+        if (!ovtool::parseProperty(argv[at], &name, &value))
+            return ovtool::usageError("push: not NAME=VALUE: \"%s\"", argv[at]);
         event.setProperty(name, value);
     }
     event.setTopic(topic);
@@ -322,27 +334,58 @@ int timeChanged(int argc, char** argv) {
     if (argc < 2 || argc > 3 || !ovtool::parseNumber(argv[0], LONG_MIN, LONG_MAX, &previous) ||
         !ovtool::parseNumber(argv[1], LONG_MIN, LONG_MAX, &now) ||
         (argc == 3 && !ovtool::parseNumber(argv[2], 0, 7, &flags))) {
-        ovtool::error("time-changed needs PREVIOUS NEW (seconds since 1970) and optional FLAGS "
-                      "(0-7)");
-        return ovtool::EXIT_USAGE;
+        return ovtool::usageError("time-changed needs PREVIOUS NEW (seconds since 1970) and "
+                                  "optional FLAGS (0-7)");
     }
     return messageResult("time-changed",
                          ovplatform::sendTimeInfoChanged(int(flags), previous, now));
 }
 
+// What each command takes after its name: at least MIN arguments and at most MAX (-1: any).
+struct Command {
+    const char* name;
+    int min;
+    int max;
+    const char* missing; // what the first missing argument is
+};
+
+const Command kCommands[] = {
+    {"show", 0, 0, ""},
+    {"get", 1, 1, "NAME"},
+    {"set", 2, 2, "NAME VALUE"},
+    {"master-clear", 0, 0, ""},
+    {"master-reset", 0, 0, ""},
+    {"time-changed", 2, 3, "PREVIOUS NEW"},
+    {"shutdown-policy", 1, 1, "POLICY"},
+    {"push", 0, -1, ""},
+};
+
 int run(int argc, char** argv) {
     if (int rc = ovtool::useBusOption(argc, argv))
         return rc;
-    if (argc < 3) {
-        usage(ovtool::err());
-        return ovtool::EXIT_USAGE;
-    }
-    ovplatform::setDeviceRoot(argv[1]);
-    std::string command = argv[2];
-    int rest = argc - 3;
+    if (argc < 2)
+        return ovtool::usageError("missing DEVICE_ROOT and COMMAND");
+    if (argc < 3)
+        return ovtool::usageError("missing COMMAND");
+    const std::string command = argv[2];
+    const int rest = argc - 3;
     char** args = argv + 3;
+    const Command* known = nullptr;
+    for (const Command& candidate : kCommands) {
+        if (command == candidate.name)
+            known = &candidate;
+    }
+    if (!known)
+        return ovtool::usageError("unknown command: %s", command.c_str());
+    if (rest < known->min)
+        return ovtool::usageError("%s: missing %s", known->name, known->missing);
+    if (known->max >= 0 && rest > known->max)
+        return ovtool::usageError("%s: unexpected argument: %s", known->name, args[known->max]);
+    // Only set writes the phone's state: the other commands need a phone that is there.
+    if (int rc = ovtool::useDeviceRoot(argv[1], command == "set"))
+        return rc;
 
-    if (command == "show" && rest == 0) {
+    if (command == "show") {
         for (const std::string& name : allNames()) {
             std::string value;
             valueOf(name, &value);
@@ -350,7 +393,7 @@ int run(int argc, char** argv) {
         }
         return 0;
     }
-    if (command == "get" && rest == 1) {
+    if (command == "get") {
         std::string value;
         if (!valueOf(args[0], &value)) {
             ovtool::error("no such value: %s (see 'show')", args[0]);
@@ -359,22 +402,20 @@ int run(int argc, char** argv) {
         std::printf("%s\n", value.c_str());
         return 0;
     }
-    if (command == "set" && rest == 2)
+    if (command == "set")
         return set(args[0], args[1]);
-    if (command == "master-clear" && rest == 0)
+    if (command == "master-clear")
         return messageResult("master-clear", ovplatform::sendMasterClear());
-    if (command == "master-reset" && rest == 0)
+    if (command == "master-reset")
         return messageResult("master-reset", ovplatform::sendMasterReset());
     if (command == "time-changed")
         return timeChanged(rest, args);
-    long policy = 0;
-    if (command == "shutdown-policy" && rest == 1 &&
-        ovtool::parseNumber(args[0], INT_MIN, INT_MAX, &policy))
-        return messageResult("shutdown-policy", ovplatform::sendKillingPolicy(int(policy)));
     if (command == "push")
         return push(rest, args);
-    usage(ovtool::err());
-    return ovtool::EXIT_USAGE;
+    long policy = 0;
+    if (!ovtool::parseNumber(args[0], INT_MIN, INT_MAX, &policy))
+        return ovtool::usageError("shutdown-policy: not a 32-bit integer: %s", args[0]);
+    return messageResult("shutdown-policy", ovplatform::sendKillingPolicy(int(policy)));
 }
 
 } // namespace

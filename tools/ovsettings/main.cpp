@@ -40,7 +40,8 @@ void usage(FILE* out) {
         "commands:\n"
         "  init                             create the empty settings and menu files where the\n"
         "                                   library looks for them (an existing file is kept)\n"
-        "  get GROUP KEY [--int|--bool]     print a value (as text unless a type is given)\n"
+        "  get GROUP KEY [--int|--bool]     print a value (as text unless a type is given);\n"
+        "                                   reading needs only read access to the file\n"
         "  set GROUP KEY VALUE [--int|--bool]\n"
         "                                   write a value (as text unless a type is given) and\n"
         "                                   check that the file holds it afterwards\n"
@@ -52,6 +53,10 @@ void usage(FILE* out) {
         "group (5, OVCore.Menu) reads and writes the phone's current language.\n"
         "A value for --int is a decimal integer of 32 bits: an optional '-' and digits\n"
         "without a leading zero (no octal, no 0x); for --bool it is true or false.\n"
+        "A key and a text value must read back from the file exactly as given: they\n"
+        "are UTF-8, the key is not empty and does not end in a space, the value does\n"
+        "not begin with one, and neither holds a carriage return or a line feed.\n"
+        "A missing DEVICE_ROOT is created by init and set only.\n"
         "\n"
         "-v shows the library's diagnostics on standard error.\n"
         "\n"
@@ -64,7 +69,9 @@ void usage(FILE* out) {
         "  3   the key is absent\n"
         "  8   the settings file is not loaded (missing or unreadable; see init)\n"
         "  64  usage error, including a --int or --bool value of the wrong form\n"
-        "  65  get --int or --bool of a value that is not of that type\n"
+        "  65  get --int or --bool of a value that is not of that type, or a set key or\n"
+        "      value that would not read back as given\n"
+        "  66  DEVICE_ROOT is not a directory, or is missing for a command that reads\n"
         "  74  the file does not hold the value after a set, init could not create a file,\n"
         "      or standard output could not be written\n");
     std::fprintf(out, "\n%s", ovtool::BUS_USAGE);
@@ -147,8 +154,8 @@ int openError(const std::string& path, bool write) {
     return directory ? EISDIR : 0;
 }
 
-void reportNotLoaded(const char* what, const std::string& path) {
-    int error = openError(path, true);
+void reportNotLoaded(const char* what, const std::string& path, bool write) {
+    int error = openError(path, write);
     if (error == ENOENT) {
         ovtool::error("%s: settings file not loaded: %s: %s (create it with: ovsettings %s init)",
                       what, path.c_str(), std::strerror(error), gRoot);
@@ -163,7 +170,7 @@ int report(int rc, const char* what, int group, const char* key) {
     if (rc == EXIT_ABSENT)
         ovtool::error("%s: %s: key absent: %s", what, OrvelSettingMgr::groupName(group), key);
     else if (rc == EXIT_NOT_LOADED)
-        reportNotLoaded(what, fileOf(group));
+        reportNotLoaded(what, fileOf(group), true);
     else if (rc == EXIT_REFUSED)
         ovtool::error("%s: %s: the library refused key %s or its value (result 1)", what,
                       OrvelSettingMgr::groupName(group), key);
@@ -183,10 +190,27 @@ bool loadFile(const std::string& path, AttrMap& map) {
     return true;
 }
 
+// GROUP's KEY as the library reads it (the menu group falls back to "en-us"), from the file
+// opened for reading only; 0, EXIT_ABSENT or EXIT_NOT_LOADED.
+int readSetting(OrvelSettingMgr& mgr, int group, const char* key, ovTypes::String* value) {
+    AttrMap map(false);
+    if (!loadFile(fileOf(group), map))
+        return EXIT_NOT_LOADED;
+    bool found = false;
+    *value = map.getString(key, ovTypes::String(), &found, sectionOf(mgr, group));
+    if (!found && group == OrvelSettingMgr::GROUP_MENU)
+        *value = map.getString(key, ovTypes::String(), &found, "en-us");
+    return found ? 0 : EXIT_ABSENT;
+}
+
 int get(OrvelSettingMgr& mgr, int group, const char* key, char type) {
     // Read as text first, so that a value of another type is told apart from a number.
     ovTypes::String value;
-    int rc = mgr.getString(group, key, value);
+    int rc = readSetting(mgr, group, key, &value);
+    if (rc == EXIT_NOT_LOADED) {
+        reportNotLoaded("get", fileOf(group), false);
+        return rc;
+    }
     if (rc != 0)
         return report(rc, "get", group, key);
     std::string text = toUtf8(value);
@@ -196,10 +220,10 @@ int get(OrvelSettingMgr& mgr, int group, const char* key, char type) {
                           OrvelSettingMgr::groupName(group), key, text.c_str());
             return EXIT_WRONG_TYPE;
         }
-        int number = 0;
-        rc = mgr.getInt(group, key, number);
-        if (rc == 0)
-            std::printf("%d\n", number);
+        // The library's reading: wide wcstol in base 0, as AttrMap::getInt does.
+        AttrMap one(false);
+        one.putString("v", value);
+        std::printf("%d\n", one.getInt("v"));
     } else if (type == 'b') {
         if (text != "true" && text != "false") {
             ovtool::error("get: %s: %s holds \"%s\", which is neither true nor false",
@@ -211,21 +235,61 @@ int get(OrvelSettingMgr& mgr, int group, const char* key, char type) {
         std::fwrite(text.data(), 1, text.size(), stdout);
         std::fputc('\n', stdout);
     }
-    return report(rc, "get", group, key);
+    return 0;
 }
 
-// Reads the file back: true when its SECTION holds KEY with exactly EXPECTED.
-bool fileHolds(const std::string& path, const ovTypes::ID& section, const char* key,
-               const ovTypes::String& expected) {
-    AttrMap map(false);
-    if (!loadFile(path, map))
-        return false;
-    bool found = false;
-    ovTypes::String held = map.getString(key, ovTypes::String(), &found, section);
-    return found && held == expected;
+// Whether TEXT is well-formed UTF-8 (no overlong forms, no surrogates, nothing past U+10FFFF):
+// what the file holds is decoded and encoded again, and only such text comes back unchanged.
+bool isUtf8(const std::string& text) {
+    for (size_t i = 0; i < text.size();) {
+        unsigned char lead = static_cast<unsigned char>(text[i]);
+        int count = lead < 0x80   ? 0
+                    : lead < 0xC2 ? -1
+                    : lead < 0xE0 ? 1
+                    : lead < 0xF0 ? 2
+                    : lead < 0xF5 ? 3
+                                  : -1;
+        if (count < 0 || text.size() - i <= size_t(count))
+            return false;
+        uint32_t cp = count == 0 ? lead : lead & (0x3F >> count);
+        for (int k = 1; k <= count; ++k) {
+            unsigned char c = static_cast<unsigned char>(text[i + k]);
+            if ((c & 0xC0) != 0x80)
+                return false;
+            cp = (cp << 6) | (c & 0x3F);
+        }
+        static const uint32_t kSmallest[] = {0, 0x80, 0x800, 0x10000};
+        if (cp < kSmallest[count] || (cp >= 0xD800 && cp <= 0xDFFF) || cp > 0x10FFFF)
+            return false;
+        i += size_t(count) + 1;
+    }
+    return true;
+}
+
+// Why KEY or VALUE would not read back from the file exactly as given; null when they would.
+const char* unreadableReason(const std::string& key, const std::string& value) {
+    if (key.empty())
+        return "the key is empty";
+    if (!isUtf8(key))
+        return "the key is not UTF-8";
+    if (key.back() == ' ')
+        return "the key ends in a space, which loading trims";
+    if (key.find_first_of("\r\n") != std::string::npos)
+        return "the key holds a carriage return or a line feed";
+    if (!isUtf8(value))
+        return "the value is not UTF-8";
+    if (!value.empty() && value.front() == ' ')
+        return "the value begins with a space, which loading trims";
+    if (value.find_first_of("\r\n") != std::string::npos)
+        return "the value holds a carriage return or a line feed";
+    return nullptr;
 }
 
 int set(OrvelSettingMgr& mgr, int group, const char* key, const char* value, char type) {
+    if (const char* reason = unreadableReason(key, type == 's' ? value : "")) {
+        ovtool::error("set: %s: refused: %s", OrvelSettingMgr::groupName(group), reason);
+        return ovtool::EXIT_DATAERR;
+    }
     int rc;
     ovTypes::String expected;
     if (type == 'i') {
@@ -249,13 +313,22 @@ int set(OrvelSettingMgr& mgr, int group, const char* key, const char* value, cha
     }
     if (rc != 0)
         return report(rc, "set", group, key);
+    // The library does not report a write that failed: the file tells.
     std::string path = fileOf(group);
     ovTypes::ID section = sectionOf(mgr, group);
-    if (!fileHolds(path, section, key, expected)) {
+    AttrMap map(false);
+    if (!loadFile(path, map)) {
         int error = openError(path, false);
-        ovtool::error("set: %s does not hold [%s] %s=%s after the write%s%s; the change is lost",
-                      path.c_str(), section.c_str(), key, toUtf8(expected).c_str(),
-                      error ? ": " : "", error ? std::strerror(error) : "");
+        ovtool::error("set: %s cannot be read back after the write: %s", path.c_str(),
+                      error ? std::strerror(error) : "read failed");
+        return ovtool::EXIT_IOERR;
+    }
+    bool found = false;
+    ovTypes::String held = map.getString(key, ovTypes::String(), &found, section);
+    if (!found || held != expected) {
+        std::string now = found ? "\"" + toUtf8(held) + "\"" : std::string("no value for it");
+        ovtool::error("set: %s: [%s] %s now holds %s, not \"%s\": the write did not reach the file",
+                      path.c_str(), section.c_str(), key, now.c_str(), toUtf8(expected).c_str());
         return ovtool::EXIT_IOERR;
     }
     return 0;
@@ -265,7 +338,7 @@ int list(OrvelSettingMgr& mgr, int group) {
     std::string path = fileOf(group);
     AttrMap map(false);
     if (!loadFile(path, map)) {
-        reportNotLoaded("list", path);
+        reportNotLoaded("list", path, false);
         return EXIT_NOT_LOADED;
     }
     // Print through a map holding the one section, so the lines are the file's own form.
@@ -284,7 +357,7 @@ int cat(bool menu) {
     std::string path = filePath(menu);
     AttrMap map(false);
     if (!loadFile(path, map)) {
-        reportNotLoaded("cat", path);
+        reportNotLoaded("cat", path, false);
         return EXIT_NOT_LOADED;
     }
     map.store(std::cout);
@@ -340,43 +413,53 @@ bool parseType(int argc, char** argv, int at, char& type) {
 int run(int argc, char** argv) {
     if (int rc = ovtool::useBusOption(argc, argv))
         return rc;
-    if (argc < 3) {
-        usage(ovtool::err());
-        return ovtool::EXIT_USAGE;
-    }
+    if (argc < 2)
+        return ovtool::usageError("missing DEVICE_ROOT and COMMAND");
+    if (argc < 3)
+        return ovtool::usageError("missing COMMAND");
     gRoot = argv[1];
-    ovplatform::setDeviceRoot(argv[1]);
-    std::string command = argv[2];
+    const std::string command = argv[2];
+    const int rest = argc - 3;
+    if (command != "groups" && command != "init" && command != "cat" && command != "get" &&
+        command != "set" && command != "list")
+        return ovtool::usageError("unknown command: %s", command.c_str());
+    // What each command needs after its name: GROUP, KEY, VALUE, in this order.
+    static const char* const kNeeds[] = {"GROUP", "KEY", "VALUE"};
+    const int needs = command == "get" ? 2 : command == "set" ? 3 : command == "list" ? 1 : 0;
+    if (rest < needs)
+        return ovtool::usageError("%s: missing %s", command.c_str(), kNeeds[rest]);
+    char type = 's';
+    bool menu = false;
+    if (command == "cat" && rest == 1 && std::strcmp(argv[3], "--menu") == 0)
+        menu = true;
+    else if ((command == "get" || command == "set") && !parseType(argc, argv, 3 + needs, type))
+        return ovtool::usageError("%s: unexpected argument: %s (--int or --bool)", command.c_str(),
+                                  argv[3 + needs]);
+    else if (command != "get" && command != "set" && rest > needs)
+        return ovtool::usageError("%s: unexpected argument: %s", command.c_str(), argv[3 + needs]);
 
-    if (command == "groups" && argc == 3) {
+    if (int rc = ovtool::useDeviceRoot(argv[1], command == "init" || command == "set"))
+        return rc;
+    if (command == "groups") {
         for (int i = 0; i < OrvelSettingMgr::GROUP_COUNT; ++i)
             std::printf("%d %s\n", i, OrvelSettingMgr::groupName(i));
         return 0;
     }
-    if (command == "init" && argc == 3)
+    if (command == "init")
         return init();
-    if (command == "cat" && (argc == 3 || (argc == 4 && std::strcmp(argv[3], "--menu") == 0)))
-        return cat(argc == 4);
-
-    if (argc < 4 || (command != "get" && command != "set" && command != "list")) {
-        usage(ovtool::err());
-        return ovtool::EXIT_USAGE;
-    }
+    if (command == "cat")
+        return cat(menu);
     int group = parseGroup(argv[3]);
     if (group < 0) {
         ovtool::error("no such group: %s (see 'groups')", argv[3]);
         return EXIT_REFUSED;
     }
     OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
-    char type;
-    if (command == "list" && argc == 4)
+    if (command == "list")
         return list(*mgr, group);
-    if (command == "get" && argc >= 5 && parseType(argc, argv, 5, type))
+    if (command == "get")
         return get(*mgr, group, argv[4], type);
-    if (command == "set" && argc >= 6 && parseType(argc, argv, 6, type))
-        return set(*mgr, group, argv[4], argv[5], type);
-    usage(ovtool::err());
-    return ovtool::EXIT_USAGE;
+    return set(*mgr, group, argv[4], argv[5], type);
 }
 
 } // namespace

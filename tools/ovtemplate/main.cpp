@@ -301,17 +301,27 @@ int font(const char* text) {
 }
 
 int run(int argc, char** argv) {
-    if (argc == 3 && !std::strcmp(argv[1], "check") && std::strcmp(argv[2], "--tree") != 0) {
-        return check(argv[2], false);
+    if (argc < 2)
+        return ovtool::usageError("missing COMMAND (check or font)");
+    const std::string command = argv[1];
+    if (command == "check") {
+        bool tree = argc >= 3 && !std::strcmp(argv[2], "--tree");
+        int file = tree ? 3 : 2;
+        if (argc <= file)
+            return ovtool::usageError("check: missing FILE");
+        if (argc > file + 1)
+            return ovtool::usageError("check: unexpected argument: %s", argv[file + 1]);
+        return check(argv[file], tree);
     }
-    if (argc == 4 && !std::strcmp(argv[1], "check") && !std::strcmp(argv[2], "--tree")) {
-        return check(argv[3], true);
-    }
-    if (argc == 3 && !std::strcmp(argv[1], "font")) {
+    if (command == "font") {
+        if (argc < 3)
+            return ovtool::usageError("font: missing TEXT");
+        if (argc > 3)
+            return ovtool::usageError("font: unexpected argument: %s (quote the font text)",
+                                      argv[3]);
         return font(argv[2]);
     }
-    usage(ovtool::err());
-    return ovtool::EXIT_USAGE;
+    return ovtool::usageError("unknown command: %s", argv[1]);
 }
 
 } // namespace
