@@ -136,7 +136,8 @@ std::vector<std::string> NR_CacheDirectory::namesOf(const std::string& name) {
 
 bool NR_CacheDirectory::Stamp::operator==(const Stamp& other) const {
     return device == other.device && inode == other.inode &&
-           modified.tv_sec == other.modified.tv_sec && modified.tv_nsec == other.modified.tv_nsec;
+           modifiedSeconds == other.modifiedSeconds &&
+           modifiedNanoseconds == other.modifiedNanoseconds;
 }
 
 NR_CacheDirectory::~NR_CacheDirectory() {
@@ -166,7 +167,8 @@ bool NR_CacheDirectory::stamp(Stamp& out) {
         if (::fstat(mFd, &st) == 0 && st.st_nlink > 0) {
             out.device = st.st_dev;
             out.inode = st.st_ino;
-            out.modified = st.st_mtim;
+            out.modifiedSeconds = st.st_mtim.tv_sec;
+            out.modifiedNanoseconds = st.st_mtim.tv_nsec;
             out.settled = st.st_mtim.tv_sec + kSettleSeconds <= fileClockNow().tv_sec;
             return true;
         }

@@ -111,9 +111,10 @@ private:
     };
     struct Stamp {
         dev_t device = 0;
-        ino_t inode = 0;
-        timespec modified = {0, 0};
-        bool settled = false; // MODIFIED was old enough to reveal every later change
+        unsigned long long inode = 0;
+        long long modifiedSeconds = 0;
+        long modifiedNanoseconds = 0;
+        bool settled = false; // the modification time was old enough to reveal every later change
         // Compares the directory and its modification time only.
         bool operator==(const Stamp& other) const;
     };

@@ -172,7 +172,7 @@ long NR_ContentCachePolicy::cacheUsed() const {
     return clampKilobytes(std::min<long>(refUsed, mMaxCacheSize), mBlockSize);
 }
 
-int NR_ContentCachePolicy::blocksFor(unsigned long size) const {
+int NR_ContentCachePolicy::blocksFor(uint64_t size) const {
     return int(std::min<uint64_t>(size / uint64_t(mBlockSize) + 1, INT32_MAX));
 }
 
@@ -191,7 +191,7 @@ int NR_ContentCachePolicy::addDiskUsage(const std::string& name, int type, bool 
     return accountFile(name, type, uint64_t(st.st_size));
 }
 
-int NR_ContentCachePolicy::accountFile(const std::string& name, int type, unsigned long size) {
+int NR_ContentCachePolicy::accountFile(const std::string& name, int type, uint64_t size) {
     if (type < 0 || type >= QUEUE_COUNT)
         return -1;
     if (mFiles.count(name))

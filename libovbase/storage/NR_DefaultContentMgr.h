@@ -99,8 +99,8 @@ public:
     // modification time.
     struct FileIdentity {
         dev_t device = 0;
-        ino_t inode = 0;
-        off_t size = -1;
+        unsigned long long inode = 0;
+        long long size = -1;
         long long modifiedSeconds = 0;
         long modifiedNanoseconds = 0;
         bool operator==(const FileIdentity& other) const;
