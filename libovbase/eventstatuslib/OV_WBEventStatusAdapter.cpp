@@ -679,9 +679,10 @@ int OV_WBEventStatusAdapter::getInstalledLanguageCodes(std::vector<ovTypes::Stri
 
 int OV_WBEventStatusAdapter::getCurrentTime(long& seconds) {
     struct timeval now;
-    if (gettimeofday(&now, nullptr) != 0)
+    // Seconds past the range of a long fail, as gettimeofday does with a 32-bit time_t.
+    if (gettimeofday(&now, nullptr) != 0 || static_cast<long>(now.tv_sec) != now.tv_sec)
         return 1;
-    seconds = now.tv_sec;
+    seconds = static_cast<long>(now.tv_sec);
     return 0;
 }
 

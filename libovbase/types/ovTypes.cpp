@@ -17,12 +17,18 @@ const std::string kDefaultContentPrefix = "dc:";
 // Computed once at start-up, as eraseProtocol() expects.
 const size_t kDefaultContentPrefixLength = kDefaultContentPrefix.size();
 
-// The device keeps a 32-bit time_t; a 64-bit host must reproduce its -1 for results that do
-// not fit.
+// The device keeps a 32-bit time_t; with a 64-bit one (a 64-bit host, or _TIME_BITS=64) a
+// result that does not fit gives -1, as the device's own call fails past its range.
 int32_t fitTime32(time_t t) {
     if (t < INT32_MIN || t > INT32_MAX)
         return -1;
     return static_cast<int32_t>(t);
+}
+
+// Sums and differences of 32-bit counts wrap as the phone's do. They are taken in 64 bits,
+// since a long may be 32 bits, where overflowing it is undefined.
+int32_t wrap32(int64_t value) {
+    return static_cast<int32_t>(value);
 }
 
 bool utcFields(int32_t count, struct tm& out) {
@@ -87,7 +93,7 @@ Time::Time(int year, int month, int day, int hour, int minute, int second)
 Time::~Time() {}
 
 Time Time::getCurrentTime() {
-    return Time(static_cast<long>(time(nullptr)));
+    return Time(static_cast<long>(fitTime32(time(nullptr))));
 }
 
 int Time::getYear() const {
@@ -149,24 +155,24 @@ Time& Time::operator=(long seconds) {
 }
 
 TimeSpan Time::operator-(const Time& other) const {
-    return TimeSpan(static_cast<long>(mTime) - other.mTime);
+    return TimeSpan(wrap32(int64_t(mTime) - other.mTime));
 }
 
 Time Time::operator-(const TimeSpan& span) const {
-    return Time(mTime - span.getCount());
+    return Time(wrap32(int64_t(mTime) - span.getCount()));
 }
 
 Time Time::operator+(const TimeSpan& span) const {
-    return Time(mTime + span.getCount());
+    return Time(wrap32(int64_t(mTime) + span.getCount()));
 }
 
 Time& Time::operator-=(const TimeSpan& span) {
-    mTime = static_cast<int32_t>(mTime - span.getCount());
+    mTime = wrap32(int64_t(mTime) - span.getCount());
     return *this;
 }
 
 Time& Time::operator+=(const TimeSpan& span) {
-    mTime = static_cast<int32_t>(mTime + span.getCount());
+    mTime = wrap32(int64_t(mTime) + span.getCount());
     return *this;
 }
 
@@ -215,20 +221,20 @@ int TimeSpan::getTotalSeconds() const {
 }
 
 TimeSpan TimeSpan::operator+(const TimeSpan& other) const {
-    return TimeSpan(static_cast<long>(mSpan) + other.mSpan);
+    return TimeSpan(wrap32(int64_t(mSpan) + other.mSpan));
 }
 
 TimeSpan TimeSpan::operator-(const TimeSpan& other) const {
-    return TimeSpan(static_cast<long>(mSpan) - other.mSpan);
+    return TimeSpan(wrap32(int64_t(mSpan) - other.mSpan));
 }
 
 TimeSpan& TimeSpan::operator+=(const TimeSpan& other) {
-    mSpan = static_cast<int32_t>(static_cast<long>(mSpan) + other.mSpan);
+    mSpan = wrap32(int64_t(mSpan) + other.mSpan);
     return *this;
 }
 
 TimeSpan& TimeSpan::operator-=(const TimeSpan& other) {
-    mSpan = static_cast<int32_t>(static_cast<long>(mSpan) - other.mSpan);
+    mSpan = wrap32(int64_t(mSpan) - other.mSpan);
     return *this;
 }
 

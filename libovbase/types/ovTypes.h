@@ -62,6 +62,11 @@ class TimeSpan;
 // An instant: signed 32-bit seconds since 1970-01-01 00:00:00 UTC. The six-integer
 // constructor reads local time (mktime) while the getters report UTC (gmtime); callers rely
 // on exactly that.
+// The count is the phone's 32-bit time_t, and stays so where time_t or long is wider (a 64-bit
+// host, or a 32-bit target built with _TIME_BITS=64): a time_t from the C library (time,
+// mktime) that does not fit gives -1, as the phone's own calls fail outside the range, and sums
+// wrap at 32 bits, so every build reads, computes and writes the same counts. Nothing here
+// depends on the width of time_t: a program may be built either way against the library.
 class Time {
 public:
     Time();
