@@ -5,6 +5,7 @@
 #include "OVPlatform.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "settings/NR_CFGSetting.h"
+#include "support/ChildProcess.h"
 #include "support/Files.h"
 #include "support/SettingsFiles.h"
 #include "support/TempDir.h"
@@ -23,6 +24,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -114,6 +116,13 @@ int checkWholeFile(const std::string& content) {
 // Starts this test program again to run the child test TEST on ROOTDIR, its output discarded;
 // PREFIX goes to the child in the environment.
 pid_t spawnChild(const std::string& rootDir, const char* test, const std::string& prefix = "") {
+    std::vector<std::string> words = ovtest::ownProgram(
+        {"/proc/self/exe", std::string("--gtest_filter=CFGSettingChild.DISABLED_") + test,
+         "--gtest_also_run_disabled_tests"});
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(&word[0]);
+    argv.push_back(nullptr);
     pid_t pid = ::fork();
     if (pid != 0)
         return pid;
@@ -122,9 +131,7 @@ pid_t spawnChild(const std::string& rootDir, const char* test, const std::string
     int devNull = ::open("/dev/null", O_WRONLY);
     ::dup2(devNull, 1);
     ::dup2(devNull, 2);
-    std::string filter = std::string("--gtest_filter=CFGSettingChild.DISABLED_") + test;
-    ::execl("/proc/self/exe", "/proc/self/exe", filter.c_str(), "--gtest_also_run_disabled_tests",
-            static_cast<char*>(nullptr));
+    ::execv(argv[0], argv.data());
     ::_exit(127);
 }
 

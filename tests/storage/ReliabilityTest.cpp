@@ -6,6 +6,7 @@
 #include "model/Channel.h"
 #include "model/Container.h"
 #include "model/Item.h"
+#include "support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -19,6 +20,7 @@
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
@@ -190,10 +192,13 @@ pid_t spawnChild(const char* test,
     for (std::string& entry : environment)
         envp.push_back(&entry[0]);
     envp.push_back(nullptr);
-    std::string filter = std::string("--gtest_filter=") + test;
-    std::string alsoDisabled = "--gtest_also_run_disabled_tests";
-    char self[] = "/proc/self/exe";
-    char* argv[] = {self, &filter[0], &alsoDisabled[0], nullptr};
+    std::vector<std::string> words =
+        ovtest::ownProgram({"/proc/self/exe", std::string("--gtest_filter=") + test,
+                            "--gtest_also_run_disabled_tests"});
+    std::vector<char*> argv;
+    for (std::string& word : words)
+        argv.push_back(&word[0]);
+    argv.push_back(nullptr);
 
     pid_t pid = ::fork();
     if (pid != 0)
@@ -205,7 +210,7 @@ pid_t spawnChild(const char* test,
         if (fd != keepFd)
             ::close(fd);
     }
-    ::execve(self, argv, envp.data());
+    ::execve(argv[0], argv.data(), envp.data());
     ::_exit(127);
 }
 

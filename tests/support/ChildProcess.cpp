@@ -5,6 +5,7 @@
 #include <csignal>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <poll.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -25,6 +26,24 @@ int msLeft(Clock::time_point deadline) {
 
 } // namespace
 
+std::vector<std::string> ownProgram(std::vector<std::string> argv) {
+#ifdef OVTEST_EMULATOR
+    static const char* const emulator[] = {OVTEST_EMULATOR};
+    static const std::string buildDir = OVTEST_BUILD_DIR "/";
+    if (argv.empty())
+        return argv;
+    if (argv[0] == "/proc/self/exe") {
+        char path[4096];
+        ssize_t length = ::readlink("/proc/self/exe", path, sizeof path);
+        if (length > 0 && length < ssize_t(sizeof path))
+            argv[0].assign(path, size_t(length));
+    }
+    if (argv[0].compare(0, buildDir.size(), buildDir) == 0)
+        argv.insert(argv.begin(), std::begin(emulator), std::end(emulator));
+#endif
+    return argv;
+}
+
 ChildProcess::~ChildProcess() {
     closeInput();
     if (mPid > 0) {
@@ -38,8 +57,9 @@ ChildProcess::~ChildProcess() {
 bool ChildProcess::start(const std::vector<std::string>& argv, const std::vector<std::string>& env,
                          Stderr err, std::string* reason) {
     // Everything the child needs is built before fork: after it, only system calls.
+    const std::vector<std::string> words = ownProgram(argv);
     std::vector<char*> args;
-    for (const std::string& arg : argv)
+    for (const std::string& arg : words)
         args.push_back(const_cast<char*>(arg.c_str()));
     args.push_back(nullptr);
     std::vector<char*> envp;

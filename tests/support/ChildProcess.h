@@ -11,6 +11,13 @@
 
 namespace ovtest {
 
+// ARGV made ready to start. In a cross build whose tests run under an emulator, a program of
+// this build (one in the build folder, or "/proc/self/exe", which becomes this program's path
+// since the emulator would take it for its own) is started through the emulator; the host's
+// programs (dbus-daemon, dbus-send) run as they are. start() and runTool() apply it; code
+// that starts a program itself does so.
+std::vector<std::string> ownProgram(std::vector<std::string> argv);
+
 class ChildProcess {
 public:
     // Where the child's standard error goes.

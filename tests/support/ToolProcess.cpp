@@ -1,5 +1,7 @@
 #include "support/ToolProcess.h"
 
+#include "support/ChildProcess.h"
+
 #include <chrono>
 #include <csignal>
 #include <fcntl.h>
@@ -38,6 +40,7 @@ ToolResult runTool(const std::string& program, const std::vector<std::string>& a
     // child may only make system calls until exec.
     std::vector<std::string> words(1, program);
     words.insert(words.end(), args.begin(), args.end());
+    words = ownProgram(words);
     std::vector<char*> argv;
     for (std::string& word : words)
         argv.push_back(&word[0]);
