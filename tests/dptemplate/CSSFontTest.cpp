@@ -1,7 +1,7 @@
 #include "dptemplate/CSSFont.h"
 #include "dptemplate/TokenEnumeration.h"
 
-#include "EngineOutput.h"
+#include "EngineTest.h"
 #include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>

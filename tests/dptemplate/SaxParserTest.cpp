@@ -1,8 +1,6 @@
 #include "dptemplate/SaxParser.h"
 
-#include "EndlessBuffer.h"
-#include "EngineOutput.h"
-#include "FailingBuffer.h"
+#include "EngineTest.h"
 #include "support/ChunkedBuffer.h"
 #include "support/Files.h"
 #include "support/StderrCapture.h"

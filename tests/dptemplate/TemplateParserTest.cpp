@@ -3,9 +3,7 @@
 #include "dptemplate/StyleSheet.h"
 #include "dptemplate/Template.h"
 
-#include "EndlessBuffer.h"
-#include "EngineOutput.h"
-#include "FailingBuffer.h"
+#include "EngineTest.h"
 #include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>
