@@ -1,5 +1,6 @@
 // The carousel as the news objects use it: back pointers, transient marks, where an object
-// stands ("item-count"), and what an object that outlives its carousel still answers.
+// stands ("item-count"), what an object that outlives its carousel still answers, and the
+// news-reader UI settings that decide whether channel entries and excerpts are shown.
 #include "ModelTest.h"
 
 #include "dptemplate/TemplateManager.h"
