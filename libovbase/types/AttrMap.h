@@ -1,6 +1,11 @@
 // The typed property bag: categories of key to list-of-text maps, typed get and put on top of
 // text values, and a line-oriented UTF-8 stream form ("[category]" headers, key=value lines)
 // that is both the settings file format and the stored form of news objects.
+//
+// Not synchronised: one thread at a time, const calls included, since a const call may turn
+// what load() packed into the map form. Copies share the packed form and may be used on
+// different threads. Pointers into the map belong to it and last until the next load() or
+// clear().
 #ifndef OVBASE_TYPES_ATTRMAP_H
 #define OVBASE_TYPES_ATTRMAP_H
 
@@ -9,6 +14,7 @@
 
 #include <iosfwd>
 #include <map>
+#include <memory>
 #include <vector>
 
 class AttrMap {
@@ -69,28 +75,41 @@ public:
     void putAttrMap(const ovTypes::ID& key, const AttrMap& src,
                     const ovTypes::ID& category = DEFAULT_CATEGORY);
 
-    // The category's keys, or null when it is absent.
+    // The category's keys, or null when it is absent. These and categories() give the map
+    // form, building it from what load() packed when they are the first to need it.
     KeyMap* categoryAt(const ovTypes::ID& category);
     const KeyMap* categoryAt(const ovTypes::ID& category) const;
     KeyMap* defaultCategory();
     const KeyMap* defaultCategory() const;
 
-    const CategoryMap& categories() const { return mCategories; }
-    void clear() { mCategories.clear(); }
+    // A reference kept across load() sees the loaded entries once the map form is built again
+    // (by a call of one of these).
+    const CategoryMap& categories() const;
+    void clear();
 
     void store(std::ostream& out) const;
-    // Clears the map and reads the stream form. Accepts any bytes.
+    // Clears the map and reads the stream form. Accepts any bytes. What is read is kept packed
+    // (a fraction of the map form's memory, built without an allocation per key) until a put,
+    // store() or one of the accessors above needs the map form; the getters read either.
     void load(std::istream& in);
 
 private:
-    const Values* find(const ovTypes::ID& key, bool* found, const ovTypes::ID& category) const;
-    // The non-empty first string, or null.
-    const ovTypes::String* text(const ovTypes::ID& key, bool* found,
-                                const ovTypes::ID& category) const;
-    void storeEntries(UTF_8Util::LineWriter& writer, const KeyMap& keys) const;
-    void loadLine(const ovTypes::String& line, ovTypes::ID& category, KeyMap*& keys);
+    struct Packed;
 
-    CategoryMap mCategories;
+    // Builds the map form from the packed one, if any.
+    void unpack() const;
+    // The key's list, or null when absent: in the map, or copied from the packed form into
+    // SCRATCH.
+    const Values* find(const ovTypes::ID& key, bool* found, const ovTypes::ID& category,
+                       Values& scratch) const;
+    // The non-empty first string, or null.
+    const ovTypes::String* text(const ovTypes::ID& key, bool* found, const ovTypes::ID& category,
+                                Values& scratch) const;
+    void storeEntries(UTF_8Util::LineWriter& writer, const KeyMap& keys) const;
+
+    // At most one of the two holds entries.
+    mutable CategoryMap mCategories;
+    mutable std::shared_ptr<const Packed> mPacked;
     bool mListMode;
 };
 

@@ -148,25 +148,60 @@ TEST(AttrMapLoad, KeysOfAnyLengthOrderAndScript) {
 
 TEST(AttrMapLoad, AnyBytesAreAccepted) {
     // NUL kept, stray continuation bytes skipped, a sequence cut off at the end read byte by
-    // byte.
-    AttrMap map = loaded(std::string("k=v\0w\n", 6) + "\x80\x80k2=x\n" + "k3=\xC3", false);
+    // byte, forms beyond Unicode read as the numbers they spell.
+    AttrMap map =
+        loaded(std::string("k=v\0w\n", 6) + "\x80\x80k2=x\n" +
+                   "big=\xF4\x90\x80\x80\xF8\x88\x80\x80\x80\xFD\xBF\xBF\xBF\xBF\xBF\n" + "k3=\xC3",
+               false);
     EXPECT_EQ(map.getString("k"), String(std::wstring(L"v\0w", 3)));
     EXPECT_EQ(map.getString("k2"), L"x");
+    EXPECT_EQ(map.getString("big"),
+              String(std::wstring{static_cast<wchar_t>(0x110000), static_cast<wchar_t>(0x200000),
+                                  static_cast<wchar_t>(0x7FFFFFFF)}));
     bool found = false;
     EXPECT_EQ(map.getString("k3", L"def", &found), L"\u00C3");
     EXPECT_TRUE(found);
 
+    // Loaded text is kept packed until the map form is asked for: the getters read both
+    // alike, and loading never leaves a key without a string.
     std::mt19937 random(7);
+    const ID probes[] = {"", "a", "a.", "k", "_default_", "\xE9"};
     for (int round = 0; round < 300; ++round) {
         std::string bytes(random() % 400, '\0');
         for (char& c : bytes)
-            c = static_cast<char>(random() % 6 == 0 ? "\n=[],\\"[random() % 6] : random());
+            c = static_cast<char>(random() % 4 == 0 ? "\n=[],\\a.k# "[random() % 11] : random());
         for (bool listMode : {false, true}) {
-            AttrMap map = loaded(bytes, listMode);
-            // Loading never leaves a key without a string.
-            for (const auto& category : map.categories())
-                for (const auto& entry : category.second)
+            const AttrMap packed = loaded(bytes, listMode);
+            AttrMap map = packed;
+            std::vector<std::pair<ID, ID>> lookups;
+            for (const auto& category : map.categories()) {
+                for (const auto& entry : category.second) {
                     EXPECT_FALSE(entry.second.empty());
+                    lookups.emplace_back(category.first, entry.first);
+                }
+                for (const ID& probe : probes)
+                    lookups.emplace_back(category.first, probe);
+            }
+            for (const ID& probe : probes)
+                lookups.emplace_back(probe, "k");
+            for (const auto& at : lookups) {
+                bool inMap = false, inPacked = false;
+                EXPECT_EQ(packed.getString(at.second, L"-", &inPacked, at.first),
+                          map.getString(at.second, L"-", &inMap, at.first));
+                EXPECT_EQ(inPacked, inMap);
+                EXPECT_EQ(packed.getInt(at.second, -1, nullptr, at.first),
+                          map.getInt(at.second, -1, nullptr, at.first));
+                std::vector<ID> fromPacked, fromMap;
+                packed.getIDs(at.second, fromPacked, nullptr, at.first);
+                map.getIDs(at.second, fromMap, nullptr, at.first);
+                EXPECT_EQ(fromPacked, fromMap);
+                AttrMap nestedPacked(listMode), nestedMap(listMode);
+                packed.getAttrMap(at.second, nestedPacked, &inPacked, at.first);
+                map.getAttrMap(at.second, nestedMap, &inMap, at.first);
+                EXPECT_EQ(inPacked, inMap);
+                EXPECT_EQ(nestedPacked.categories(), nestedMap.categories());
+            }
+            EXPECT_EQ(stored(packed), stored(map));
         }
     }
 }
