@@ -1,7 +1,7 @@
 // Attribute map store and load: a news-item-sized map and a settings file of about 0.5 MB
 // (20,000 keys in 50 categories, mixed scripts), with GLib's key file loading the same file
-// as the peer when it is available: alone, and in turn with the map for the ratio of their
-// times.
+// as the peer when it is available: alone, in turn with the map for the ratio of their
+// times, and for the heap each holds once loaded.
 #include "types/AttrMap.h"
 
 #include "InTurn.h"
@@ -9,11 +9,19 @@
 #include <benchmark/benchmark.h>
 
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #ifdef OVBASE_HAVE_GLIB
 #include <glib.h>
+#include <unistd.h>
+#endif
+#ifdef __GLIBC__
+#include <malloc.h>
 #endif
 
 using ovTypes::ID;
@@ -141,6 +149,31 @@ void BM_AttrMapLoadSettingsMapForm(benchmark::State& state) {
 }
 
 #ifdef OVBASE_HAVE_GLIB
+// GLib's slice allocator keeps its blocks out of the C heap's count unless told to use malloc,
+// which it reads once, before main: the program runs itself again with that set.
+const bool kSlicesFromMalloc = [] {
+    if (const char* slices = std::getenv("G_SLICE"))
+        return std::strstr(slices, "always-malloc") != nullptr;
+    setenv("G_SLICE", "always-malloc", 1);
+    std::ifstream file("/proc/self/cmdline", std::ios::binary);
+    std::string line((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // The arguments, each ended by a NUL (the string's own ends the last).
+    std::vector<char*> args;
+    for (size_t at = 0; at < line.size();) {
+        args.push_back(&line[at]);
+        size_t end = line.find('\0', at);
+        at = end == std::string::npos ? line.size() : end + 1;
+    }
+    args.push_back(nullptr);
+    char path[4096];
+    ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+    if (length > 0) {
+        path[length] = '\0';
+        execv(path, args.data());
+    }
+    return false; // not run again: the key file's memory is undercounted
+}();
+
 // The key file peer: a fresh one per load, freed on return.
 void loadKeyFile(const std::string& text) {
     GKeyFile* file = g_key_file_new();
@@ -169,6 +202,67 @@ void BM_LoadSettingsVsKeyFile(benchmark::State& state) {
 }
 BENCHMARK(BM_LoadSettingsVsKeyFile)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 33)
+// Heap bytes in use, small blocks and mapped ones, as the C library counts them.
+size_t heapInUse() {
+    struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+// Heap bytes that what LOAD builds from TEXT holds while alive, net of the same for an empty
+// text. LOAD calls back when it starts building (its input ready) and when its result is
+// built.
+template <typename Load> double heapHeld(const std::string& text, Load load) {
+    size_t held[2] = {0, 0};
+    for (int i = 0; i < 2; ++i) {
+        size_t before = 0;
+        load(
+            i == 0 ? text : std::string(), [&] { before = heapInUse(); },
+            [&] { held[i] = heapInUse() - before; });
+    }
+    return static_cast<double>(held[0]) - static_cast<double>(held[1]);
+}
+
+// The memory each holds for the settings file once loaded, in kB, and "ratio", the map's
+// over the key file's; "AttrMapMapForm_kB" is the map's once turned into the map form.
+void BM_SettingsMemoryVsKeyFile(benchmark::State& state) {
+    const std::string text = settingsText();
+    auto keyFile = [](const std::string& bytes, auto started, auto loaded) {
+        started();
+        GKeyFile* file = g_key_file_new();
+        g_key_file_load_from_data(file, bytes.data(), bytes.size(), G_KEY_FILE_NONE, nullptr);
+        loaded();
+        g_key_file_free(file);
+    };
+    auto attrMap = [](bool mapForm) {
+        return [mapForm](const std::string& bytes, auto started, auto loaded) {
+            std::istringstream in(bytes);
+            started();
+            AttrMap map(false);
+            map.load(in);
+            if (mapForm)
+                map.categories();
+            loaded();
+        };
+    };
+    if (!kSlicesFromMalloc) {
+        state.SkipWithError("GLib's slices uncounted: needs G_SLICE=always-malloc");
+        return;
+    }
+    double peer = 0, ours = 0, mapForm = 0;
+    for (auto _ : state) {
+        peer = heapHeld(text, keyFile);
+        ours = heapHeld(text, attrMap(false));
+        mapForm = heapHeld(text, attrMap(true));
+    }
+    state.counters["GKeyFile_kB"] = peer / 1024;
+    state.counters["AttrMap_kB"] = ours / 1024;
+    state.counters["AttrMapMapForm_kB"] = mapForm / 1024;
+    state.counters["ratio"] = ours / peer;
+    state.counters["file_kB"] = static_cast<double>(text.size()) / 1024;
+}
+BENCHMARK(BM_SettingsMemoryVsKeyFile)->Unit(benchmark::kMillisecond)->Iterations(3);
+#endif
 #endif
 
 BENCHMARK(BM_AttrMapStoreNewsItem);
