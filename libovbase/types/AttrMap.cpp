@@ -427,43 +427,60 @@ void AttrMap::clear() {
     mPacked.reset();
 }
 
-void AttrMap::storeEntries(UTF_8Util::LineWriter& writer, const KeyMap& keys) const {
-    String value;
+void AttrMap::storeEntries(std::ostream& out, const KeyMap& keys) const {
+    // Each line is encoded into one buffer with room for four bytes a character (the most a
+    // code point, a widened key byte or an escaped comma takes), as the bytes a line writer
+    // would give (code points beyond Unicode dropped), and goes to the stream in one call.
+    std::string line;
     for (const KeyMap::value_type& entry : keys) {
-        writer.write(String(entry.first));
-        writer.write(L'=');
         const Values& values = entry.second;
+        const size_t stored = mListMode ? values.size() : std::min<size_t>(values.size(), 1);
+        size_t most = entry.first.size() + stored + 2; // with separators, "=" and line feed
+        for (size_t i = 0; i < stored; ++i)
+            most += values[i].size();
+        most *= 4;
+        if (line.size() < most)
+            line.resize(most);
+        char* p = &line[0];
+        auto put = [&p](uint32_t cp) {
+            if (cp < 0x80)
+                *p++ = static_cast<char>(cp);
+            else
+                p += utf8codec::encode(cp, p);
+        };
+        for (char c : entry.first) // widened like any ID
+            put(static_cast<unsigned char>(c));
+        *p++ = '=';
         if (mListMode) {
             // Commas inside a string are escaped; backslashes are not.
-            value.clear();
             for (size_t i = 0; i < values.size(); ++i) {
                 if (i > 0)
-                    value.push_back(L',');
+                    *p++ = ',';
                 for (wchar_t c : values[i]) {
                     if (c == L',')
-                        value.push_back(L'\\');
-                    value.push_back(c);
+                        *p++ = '\\';
+                    put(static_cast<uint32_t>(c));
                 }
             }
-            writer.write(value);
         } else if (!values.empty()) {
-            writer.write(values.front());
+            for (wchar_t c : values.front())
+                put(static_cast<uint32_t>(c));
         }
-        writer.writeLine();
+        *p++ = '\n';
+        out.write(line.data(), p - line.data());
     }
 }
 
 void AttrMap::store(std::ostream& out) const {
     unpack();
-    UTF_8Util::LineWriter writer(out);
     if (const KeyMap* keys = defaultCategory())
-        storeEntries(writer, *keys);
+        storeEntries(out, *keys);
     for (const CategoryMap::value_type& category : mCategories) {
         if (category.first == DEFAULT_CATEGORY)
             continue;
-        // Category names go out as raw bytes, not through the UTF-8 writer.
+        // Category names go out as raw bytes, not UTF-8 encoded.
         out << '[' << static_cast<const std::string&>(category.first) << ']' << '\n';
-        storeEntries(writer, category.second);
+        storeEntries(out, category.second);
     }
 }
 

@@ -105,7 +105,7 @@ private:
     // The non-empty first string, or null.
     const ovTypes::String* text(const ovTypes::ID& key, bool* found, const ovTypes::ID& category,
                                 Values& scratch) const;
-    void storeEntries(UTF_8Util::LineWriter& writer, const KeyMap& keys) const;
+    void storeEntries(std::ostream& out, const KeyMap& keys) const;
 
     // At most one of the two holds entries.
     mutable CategoryMap mCategories;

@@ -65,7 +65,10 @@ TEST(AttrMapStore, EscapingAndEncodingRules) {
     list.putIDs("empty", {});
     list.putString("\xE9", L"\u20AC"); // key bytes are widened, then written as UTF-8
     list.putString("x", L"1", "\xE9"); // category bytes are written raw
-    EXPECT_EQ(stored(list), "empty=\nk=a\\,b\n\xC3\xA9=\xE2\x82\xAC\n[\xE9]\nx=1\n");
+    // Four bytes for U+1F600; nothing for a code point beyond Unicode.
+    list.putString("z", String(L"\U0001F600,") + static_cast<wchar_t>(0x110000));
+    EXPECT_EQ(stored(list),
+              "empty=\nk=a\\,b\nz=\xF0\x9F\x98\x80\\,\n\xC3\xA9=\xE2\x82\xAC\n[\xE9]\nx=1\n");
 
     AttrMap plain(false);
     plain.putIDs("k", {ID("a,b"), ID("c")});
