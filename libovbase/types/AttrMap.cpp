@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <climits>
 #include <cwchar>
+#include <mutex>
 #include <ostream>
 #include <string_view>
 #include <utility>
@@ -66,6 +67,9 @@ size_t expectedBytes(std::istream& in) {
     std::streamsize avail = in.rdbuf() ? in.rdbuf()->in_avail() : 0;
     return avail > 0 ? static_cast<size_t>(std::min<std::streamsize>(avail, 4 << 20)) : 0;
 }
+
+// Serialises the building of map forms by const calls (once a map, so one lock serves all).
+std::mutex gUnpackLock;
 
 } // namespace
 
@@ -212,38 +216,92 @@ void AttrMap::Packed::finish() {
 
 AttrMap::AttrMap(bool listMode) : mListMode(listMode) {}
 
-void AttrMap::unpack() const {
+// A new map can have handed nothing out: it shares the packed form, if any.
+AttrMap::AttrMap(const AttrMap& other) : mPacked(other.mPacked), mListMode(other.mListMode) {
     if (!mPacked)
+        mCategories = other.mCategories;
+}
+
+AttrMap::AttrMap(AttrMap&& other) noexcept : AttrMap(other.mListMode) {
+    *this = std::move(other);
+}
+
+AttrMap& AttrMap::operator=(const AttrMap& other) {
+    if (this != &other) {
+        AttrMap copy(other);
+        *this = std::move(copy);
+    }
+    return *this;
+}
+
+// What was handed out sees OTHER's entries: then the map form is taken, not the packed one.
+// OTHER is left empty, as a moved map is.
+AttrMap& AttrMap::operator=(AttrMap&& other) noexcept {
+    if (this == &other)
+        return *this;
+    if (mHandedOut.load(std::memory_order_relaxed))
+        other.unpackToWrite();
+    mCategories = std::move(other.mCategories);
+    other.mCategories.clear();
+    mPacked = std::move(other.mPacked);
+    mUnpacked.store(false, std::memory_order_relaxed);
+    other.mUnpacked.store(false, std::memory_order_relaxed);
+    mListMode = other.mListMode;
+    return *this;
+}
+
+void AttrMap::unpack() const {
+    if (!mPacked || mUnpacked.load(std::memory_order_acquire))
         return;
-    std::shared_ptr<const Packed> packed = std::move(mPacked); // leaves mPacked empty
+    std::lock_guard<std::mutex> guard(gUnpackLock);
+    if (mUnpacked.load(std::memory_order_relaxed))
+        return;
     // Both are in order: every insertion goes in at the end, unsearched.
-    for (const auto& category : packed->categories) {
+    const Packed& packed = *mPacked;
+    for (const auto& category : packed.categories) {
         KeyMap& keys =
             mCategories.emplace_hint(mCategories.end(), category.first, KeyMap())->second;
         const Packed::Entries& entries = category.second;
         for (Packed::Entries::const_iterator it = entries.begin(); it != entries.end();) {
-            Packed::Entries::const_iterator last = packed->keyEnd(it, entries.end());
-            std::string_view key = packed->keyOf(*it);
+            Packed::Entries::const_iterator last = packed.keyEnd(it, entries.end());
+            std::string_view key = packed.keyOf(*it);
             Values& values =
                 keys.emplace_hint(keys.end(), ID(key.data(), key.size()), Values())->second;
             values.reserve(static_cast<size_t>(last - it));
             for (; it != last; ++it)
-                values.push_back(packed->stringOf(*it));
+                values.push_back(packed.stringOf(*it));
         }
     }
+    mUnpacked.store(true, std::memory_order_release);
+}
+
+void AttrMap::unpackToWrite() {
+    unpack();
+    mPacked.reset();
+    mUnpacked.store(false, std::memory_order_relaxed);
+}
+
+const AttrMap::Packed* AttrMap::packedOnly() const {
+    return mPacked && !mUnpacked.load(std::memory_order_acquire) ? mPacked.get() : nullptr;
+}
+
+const AttrMap::KeyMap* AttrMap::keysOf(const ID& category) const {
+    unpack();
+    CategoryMap::const_iterator it = mCategories.find(category);
+    return it == mCategories.end() ? nullptr : &it->second;
 }
 
 const AttrMap::Values* AttrMap::find(const ID& key, bool* found, const ID& category,
                                      Values& scratch) const {
     const Values* values = nullptr;
-    if (mPacked) {
+    if (const Packed* packed = packedOnly()) {
         Packed::Entries::const_iterator first, last;
-        if (mPacked->find(key, category, first, last)) {
+        if (packed->find(key, category, first, last)) {
             for (; first != last; ++first)
-                scratch.push_back(mPacked->stringOf(*first));
+                scratch.push_back(packed->stringOf(*first));
             values = &scratch;
         }
-    } else if (const KeyMap* keys = categoryAt(category)) {
+    } else if (const KeyMap* keys = keysOf(category)) {
         KeyMap::const_iterator it = keys->find(key);
         if (it != keys->end())
             values = &it->second;
@@ -320,23 +378,23 @@ void AttrMap::getAttrMap(const ID& key, AttrMap& out, bool* found, const ID& cat
     // OUT gains the category when this map has it, matched or not.
     const ID prefix = key + NESTING_SEPARATOR;
     bool matched = false;
-    if (mPacked) {
-        if (const Packed::Entries* entries = mPacked->entriesOf(category)) {
-            out.unpack();
+    if (const Packed* packed = packedOnly()) {
+        if (const Packed::Entries* entries = packed->entriesOf(category)) {
+            out.unpackToWrite();
             KeyMap& target = out.mCategories[category];
-            Packed::Entries::const_iterator it = mPacked->lowerBound(*entries, prefix);
-            while (it != entries->end() && mPacked->keyOf(*it).substr(0, prefix.size()) == prefix) {
-                std::string_view rest = mPacked->keyOf(*it).substr(prefix.size());
+            Packed::Entries::const_iterator it = packed->lowerBound(*entries, prefix);
+            while (it != entries->end() && packed->keyOf(*it).substr(0, prefix.size()) == prefix) {
+                std::string_view rest = packed->keyOf(*it).substr(prefix.size());
                 Values& values = target[ID(rest.data(), rest.size())];
                 values.clear();
-                for (Packed::Entries::const_iterator last = mPacked->keyEnd(it, entries->end());
+                for (Packed::Entries::const_iterator last = packed->keyEnd(it, entries->end());
                      it != last; ++it)
-                    values.push_back(mPacked->stringOf(*it));
+                    values.push_back(packed->stringOf(*it));
                 matched = true;
             }
         }
-    } else if (const KeyMap* keys = categoryAt(category)) {
-        out.unpack();
+    } else if (const KeyMap* keys = keysOf(category)) {
+        out.unpackToWrite();
         KeyMap& target = out.mCategories[category];
         for (KeyMap::const_iterator it = keys->lower_bound(prefix);
              it != keys->end() && it->first.compare(0, prefix.size(), prefix) == 0; ++it) {
@@ -349,7 +407,7 @@ void AttrMap::getAttrMap(const ID& key, AttrMap& out, bool* found, const ID& cat
 }
 
 void AttrMap::putString(const ID& key, const String& value, const ID& category) {
-    unpack();
+    unpackToWrite();
     Values& values = mCategories[category][key];
     values.clear();
     values.push_back(value);
@@ -375,7 +433,7 @@ void AttrMap::putBool(const ID& key, bool value, const ID& category) {
 }
 
 void AttrMap::putIDs(const ID& key, const std::vector<ID>& values, const ID& category) {
-    unpack();
+    unpackToWrite();
     Values& list = mCategories[category][key];
     for (const ID& id : values)
         list.push_back(String(id));
@@ -388,25 +446,25 @@ void AttrMap::putAttrMap(const ID& key, const AttrMap& src, const ID& category) 
         putAttrMap(key, copy, category);
         return;
     }
-    const KeyMap* keys = src.categoryAt(category);
+    const KeyMap* keys = src.keysOf(category);
     if (!keys)
         return;
-    unpack();
+    unpackToWrite();
     KeyMap& target = mCategories[category];
     for (const KeyMap::value_type& entry : *keys)
         target[key + NESTING_SEPARATOR + entry.first] = entry.second;
 }
 
 AttrMap::KeyMap* AttrMap::categoryAt(const ID& category) {
-    unpack();
+    unpackToWrite();
+    handOut();
     CategoryMap::iterator it = mCategories.find(category);
     return it == mCategories.end() ? nullptr : &it->second;
 }
 
 const AttrMap::KeyMap* AttrMap::categoryAt(const ID& category) const {
-    unpack();
-    CategoryMap::const_iterator it = mCategories.find(category);
-    return it == mCategories.end() ? nullptr : &it->second;
+    handOut();
+    return keysOf(category);
 }
 
 AttrMap::KeyMap* AttrMap::defaultCategory() {
@@ -418,6 +476,7 @@ const AttrMap::KeyMap* AttrMap::defaultCategory() const {
 }
 
 const AttrMap::CategoryMap& AttrMap::categories() const {
+    handOut();
     unpack();
     return mCategories;
 }
@@ -425,6 +484,7 @@ const AttrMap::CategoryMap& AttrMap::categories() const {
 void AttrMap::clear() {
     mCategories.clear();
     mPacked.reset();
+    mUnpacked.store(false, std::memory_order_relaxed);
 }
 
 void AttrMap::storeEntries(std::ostream& out, const KeyMap& keys) const {
@@ -473,7 +533,7 @@ void AttrMap::storeEntries(std::ostream& out, const KeyMap& keys) const {
 
 void AttrMap::store(std::ostream& out) const {
     unpack();
-    if (const KeyMap* keys = defaultCategory())
+    if (const KeyMap* keys = keysOf(DEFAULT_CATEGORY))
         storeEntries(out, *keys);
     for (const CategoryMap::value_type& category : mCategories) {
         if (category.first == DEFAULT_CATEGORY)
@@ -502,5 +562,8 @@ void AttrMap::load(std::istream& in) {
     if (!packed->categories.empty()) {
         packed->finish();
         mPacked = std::move(packed);
+        // Whoever holds the map form expects the loaded entries in it.
+        if (mHandedOut.load(std::memory_order_relaxed))
+            unpackToWrite();
     }
 }

@@ -6,6 +6,7 @@
 #include <climits>
 #include <random>
 #include <sstream>
+#include <thread>
 
 using ovTypes::ID;
 using ovTypes::String;
@@ -125,7 +126,25 @@ TEST(AttrMapLoad, RepeatedKeysListsAndClearing) {
     // A header alone creates no category; load replaces what was there.
     std::istringstream in("[only]\n");
     list.load(in);
-    EXPECT_TRUE(list.categories().empty());
+    const AttrMap::CategoryMap& held = list.categories();
+    EXPECT_TRUE(held.empty());
+    // What categories() handed out sees every later load and assignment.
+    std::istringstream again("k=v\n[c]\nx=y\n");
+    list.load(again);
+    EXPECT_EQ(held.size(), 2u);
+    list = loaded("a=b\n", true);
+    EXPECT_EQ(held.size(), 1u);
+    // Const calls on several threads at once, the first of them building the map form.
+    const AttrMap shared = loaded("a=1\n[c]\nb=2\n", false);
+    std::vector<std::thread> readers;
+    std::vector<std::string> seen(4);
+    for (int i = 0; i < 4; ++i)
+        readers.emplace_back([&shared, &seen, i] {
+            seen[i] = i % 2 ? stored(shared) : ID(shared.getString("b", L"", nullptr, "c"));
+        });
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(seen, (std::vector<std::string>{"2", "a=1\n[c]\nb=2\n", "2", "a=1\n[c]\nb=2\n"}));
 }
 
 TEST(AttrMapLoad, KeysOfAnyLengthOrderAndScript) {
