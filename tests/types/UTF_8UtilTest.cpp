@@ -1,9 +1,11 @@
 #include "types/UTF_8Util.h"
 
 #include "support/ChunkedBuffer.h"
+#include "types/MString.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <sstream>
 #include <streambuf>
 #include <vector>
@@ -120,6 +122,49 @@ TEST(LineReader, LinesOfAnyBytes) {
     ASSERT_EQ(big.size(), 1u);
     EXPECT_EQ(big[0].size(), huge.size() - 1);
     EXPECT_EQ(big[0][1000], L'\u00E9');
+}
+
+// Lines are the whole text decoded at once, split at line feeds (overlong ones included),
+// without carriage returns: the reader's fast paths over the buffer (ASCII words, inline two-
+// and three-byte units) must give exactly that, wherever the buffer's ends fall.
+TEST(LineReader, LinesAreTheWholeTextDecodedAndSplit) {
+    const char* const pieces[] = {"a",
+                                  "plain ascii text",
+                                  "\r",
+                                  "\n",
+                                  "\r\n",
+                                  "\xC3\xA9",
+                                  "\xD0\x96",
+                                  "\xE4\xB8\xAD",
+                                  "\xF0\x9F\x98\x80",
+                                  "\xC0\x8A",
+                                  "\xC0\x8D",
+                                  "\xE0\x80\x8A",
+                                  "\xC1\xBF",
+                                  "\x80",
+                                  "\xBF",
+                                  "\xC3",
+                                  "\xE2\x82",
+                                  "\xF0\x9F",
+                                  "\xFF\xFE",
+                                  "\xFC\x80\x80\x80\x80\x81"};
+    std::mt19937 random(20);
+    for (int round = 0; round < 400; ++round) {
+        std::string bytes = "x"; // nothing for the constructor to skip
+        for (int n = random() % 40; n > 0; --n)
+            bytes += pieces[random() % (sizeof pieces / sizeof pieces[0])];
+        std::vector<String> expected(1);
+        for (wchar_t c : MString(bytes).toWide()) {
+            if (c == L'\n')
+                expected.emplace_back();
+            else if (c != L'\r')
+                expected.back().push_back(c);
+        }
+        EXPECT_EQ(readAll(bytes), expected) << round;
+        ovtest::ChunkedBuffer chunks(bytes, 1 + random() % 12);
+        std::istream in(&chunks);
+        EXPECT_EQ(readAll(in), expected) << round;
+    }
 }
 
 TEST(LineReader, ReadGivesCodePointsThenMinusOne) {
