@@ -1,11 +1,14 @@
 #include "DBusLink.h"
 
+#include "DBusInterfaceXml.h"
+#include "DBusWire.h"
 #include "ES_Event.h"
+#include "types/FnLog.h"
 
 #include <QCoreApplication>
 #include <QCryptographicHash>
 #include <QDBusError>
-#include <QDBusMessage>
+#include <QDBusVirtualObject>
 #include <QObject>
 #include <QStringList>
 #include <QThread>
@@ -20,15 +23,10 @@ public:
     explicit DBusLinkReceiver(DBusLink* link) : mpLink(link) {}
 
 public slots:
-    void onEvent(const QString& key, const QByteArray& first, const QByteArray& second) {
-        mpLink->receive(DBusLink::EVENT, key, first, second);
-    }
-    void onChannel(const QString& key, const QByteArray& first, const QByteArray& second) {
-        mpLink->receive(DBusLink::CHANNEL, key, first, second);
-    }
-    void onPhone(const QString& key, const QByteArray& first, const QByteArray& second) {
-        mpLink->receive(DBusLink::PHONE, key, first, second);
-    }
+    // Taking the whole message, they get every signal that matches, whatever its arguments.
+    void onEvent(const QDBusMessage& signal) { mpLink->receive(DBusLink::EVENT, signal); }
+    void onChannel(const QDBusMessage& signal) { mpLink->receive(DBusLink::CHANNEL, signal); }
+    void onPhone(const QDBusMessage& signal) { mpLink->receive(DBusLink::PHONE, signal); }
     void onNameOwnerChanged(const QString& name, const QString&, const QString& newOwner) {
         mpLink->ownerChanged(name, !newOwner.isEmpty());
     }
@@ -43,11 +41,17 @@ namespace {
 const char* const kConnectionName = "ovplatform";
 const char* const kPath = "/org/ovbase/Platform";
 const char* const kInterface = "org.ovbase.Platform";
+// The name that the processes on a bus queue for, so that one of them answers questions about
+// the interface.
+const char* const kServiceName = "org.ovbase.Platform";
 const char* const kMembers[DBusLink::KIND_COUNT] = {"Event", "Channel", "Phone"};
+// The argument types of each kind, as org.ovbase.Platform.xml gives them; an event's
+// properties may also come as a{ss}, which is what dbus-send can write.
+const char* const kSignatures[DBusLink::KIND_COUNT] = {"sia{sv}", "ssay", "si"};
 const char* const kSlots[DBusLink::KIND_COUNT] = {
-    SLOT(onEvent(QString, QByteArray, QByteArray)),
-    SLOT(onChannel(QString, QByteArray, QByteArray)),
-    SLOT(onPhone(QString, QByteArray, QByteArray)),
+    SLOT(onEvent(QDBusMessage)),
+    SLOT(onChannel(QDBusMessage)),
+    SLOT(onPhone(QDBusMessage)),
 };
 const char* const kPresencePrefix[DBusLink::KIND_COUNT] = {
     "org.ovbase.Listen.E", "org.ovbase.Listen.C", "org.ovbase.Listen.P"};
@@ -64,15 +68,28 @@ const int kExitFlushTimeoutMs = 2000;
 std::mutex gLinkMutex;
 std::atomic<DBusLink*> gLink{nullptr};
 
-// Keys travel as the first argument, which match rules select on: percent-encoded, so that
-// quotes, backslashes, bytes above 127 and zero bytes can neither break a rule nor a string.
-QString wireKey(const std::string& key) {
-    return QString::fromLatin1(QByteArray::fromStdString(key).toPercentEncoding("/:"));
+bool acceptedSignature(DBusLink::Kind kind, const QString& signature) {
+    return signature == QLatin1String(kSignatures[kind]) ||
+           (kind == DBusLink::EVENT && signature == QLatin1String("sia{ss}"));
 }
 
-std::string fromWireKey(const QString& key) {
-    return QByteArray::fromPercentEncoding(key.toLatin1()).toStdString();
-}
+// The interface's description, from the file built into the library, for introspection.
+class Description : public QDBusVirtualObject {
+public:
+    Description() {
+        // Qt wraps what introspect() returns in a node of its own: only the interface goes.
+        QString xml = QString::fromUtf8(kInterfaceXml);
+        qsizetype begin = xml.indexOf(QLatin1String("<interface"));
+        qsizetype end = xml.lastIndexOf(QLatin1String("</interface>"));
+        if (begin >= 0 && end > begin)
+            mInterface = xml.mid(begin, end - begin) + QLatin1String("</interface>\n");
+    }
+    QString introspect(const QString&) const override { return mInterface; }
+    bool handleMessage(const QDBusMessage&, const QDBusConnection&) override { return false; }
+
+private:
+    QString mInterface;
+};
 
 // A bus name for KEY that only listeners own. Hashed, since bus names allow few characters.
 QString presenceName(DBusLink::Kind kind, const std::string& key) {
@@ -142,6 +159,10 @@ DBusLink::DBusLink(const QDBusConnection& connection, const std::string& descrip
     mpEventThread->start();
     mConnection.connect(QString(), "/org/freedesktop/DBus/Local", "org.freedesktop.DBus.Local",
                         "Disconnected", mpReceiver, SLOT(onDisconnected()));
+    // Never freed, as the link. The name is only asked for: the daemon queues the request
+    // while another process holds it, and the answer is of no use.
+    mConnection.registerVirtualObject(kPath, new Description);
+    mConnection.send(daemonCall("RequestName", {QString(kServiceName), 0u}));
 }
 
 void DBusLink::setReceiver(Kind kind, Receiver receiver) {
@@ -149,19 +170,33 @@ void DBusLink::setReceiver(Kind kind, Receiver receiver) {
     mReceivers[kind] = std::move(receiver);
 }
 
-void DBusLink::receive(Kind kind, const QString& key, const QByteArray& first,
-                       const QByteArray& second) {
+void DBusLink::receive(Kind kind, const QDBusMessage& signal) {
     Receiver receiver;
     {
         std::lock_guard<std::mutex> lock(mMutex);
         receiver = mReceivers[kind];
     }
-    if (receiver)
-        receiver(fromWireKey(key), first, second);
+    if (!receiver)
+        return;
+    std::string wrong;
+    if (!acceptedSignature(kind, signal.signature()))
+        wrong = "its arguments are (" + signal.signature().toStdString() + "), not (" +
+                kSignatures[kind] + ")";
+    else
+        wrong = receiver(signal);
+    if (!wrong.empty())
+        OV_LOG(3, "Dropped a malformed %s.%s signal from %s: %s\n\n", kInterface, kMembers[kind],
+               signal.service().toUtf8().constData(), wrong.c_str());
+}
+
+QDBusMessage DBusLink::signal(Kind kind) {
+    return QDBusMessage::createSignal(kPath, kInterface, kMembers[kind]);
 }
 
 bool DBusLink::connectKey(Kind kind, const std::string& key, bool on) {
-    QStringList match(wireKey(key));
+    QStringList match;
+    if (!key.empty())
+        match << wire::name(key);
     DBusLinkReceiver* receiver = kind == EVENT ? mpEventReceiver : mpReceiver;
     if (on)
         return mConnection.connect(QString(), kPath, kInterface, kMembers[kind], match, QString(),
@@ -190,12 +225,9 @@ void DBusLink::unlisten(Kind kind, const std::string& key) {
         mConnection.send(daemonCall("ReleaseName", {presenceName(kind, key)}));
 }
 
-int DBusLink::send(Kind kind, const std::string& key, const QByteArray& first,
-                   const QByteArray& second) {
+int DBusLink::send(const QDBusMessage& signal) {
     if (!connected())
         return ES_ERR_BUS_DOWN;
-    QDBusMessage signal = QDBusMessage::createSignal(kPath, kInterface, kMembers[kind]);
-    signal << wireKey(key) << first << second;
     return mConnection.send(signal) ? ES_OK : ES_ERR_BUS_DOWN;
 }
 

@@ -1,24 +1,49 @@
 #include "DBusTransport.h"
 
 #include "DBusLink.h"
+#include "DBusWire.h"
 #include "EventBus.h"
 #include "OVPlatform.h"
 
-#include <QDataStream>
-#include <QIODevice>
+#include <QDBusArgument>
+#include <QDBusVariant>
+#include <cerrno>
+#include <cstdlib>
 
 namespace ovplatform {
+namespace {
+
+// The property in which the library's events carry their value; on D-Bus it travels as the
+// signal's integer argument, so that other clients see and send a number.
+const char* const kValueProperty = "__OV_Event__mValue";
+
+// Whether TEXT is a 32-bit integer written as the library writes it (std::to_string), which
+// the integer then gives back unchanged; if so, *VALUE holds it.
+bool plainInteger(const std::string& text, int32_t* value) {
+    if (text.empty() || text.size() > 11)
+        return false;
+    errno = 0;
+    char* end = nullptr;
+    long long number = std::strtoll(text.c_str(), &end, 10);
+    if (errno || *end || number < INT32_MIN || number > INT32_MAX || std::to_string(number) != text)
+        return false;
+    *value = int32_t(number);
+    return true;
+}
+
+} // namespace
 
 DBusTransport::~DBusTransport() {
     stop();
 }
 
 void DBusTransport::start(Sink sink) {
-    mpLink->setReceiver(DBusLink::EVENT, [sink](const std::string& topic, const QByteArray& first,
-                                                const QByteArray&) {
-        ES_Event event(topic);
-        if (decodeProperties(first, &event))
+    mpLink->setReceiver(DBusLink::EVENT, [sink](const QDBusMessage& signal) {
+        ES_Event event;
+        std::string wrong = decode(signal, &event);
+        if (wrong.empty())
             sink(event);
+        return wrong;
     });
 }
 
@@ -39,31 +64,55 @@ int DBusTransport::send(const ES_Event& event, bool listenedHere) {
         return ES_ERR_BUS_DOWN;
     if (!listenedHere && !mpLink->hasListener(DBusLink::EVENT, event.getTopic()))
         return mpLink->connected() ? ES_ERR_NO_SUBSCRIBER : ES_ERR_BUS_DOWN;
-    return mpLink->send(DBusLink::EVENT, event.getTopic(), encodeProperties(event.getProperties()));
+    QDBusMessage signal = DBusLink::signal(DBusLink::EVENT);
+    encode(event, &signal);
+    return mpLink->send(signal);
 }
 
-QByteArray DBusTransport::encodeProperties(const ES_Event::PropertyMap& properties) {
-    QByteArray bytes;
-    QDataStream out(&bytes, QIODevice::WriteOnly);
-    out.setVersion(QDataStream::Qt_6_0);
-    out << quint32(properties.size());
-    for (const auto& entry : properties)
-        out << QByteArray::fromStdString(entry.first) << QByteArray::fromStdString(entry.second);
-    return bytes;
-}
-
-bool DBusTransport::decodeProperties(const QByteArray& bytes, ES_Event* event) {
-    QDataStream in(bytes);
-    in.setVersion(QDataStream::Qt_6_0);
-    quint32 count = 0;
-    in >> count;
-    for (quint32 i = 0; i < count && in.status() == QDataStream::Ok; ++i) {
-        QByteArray key, value;
-        in >> key >> value;
-        if (in.status() == QDataStream::Ok)
-            event->setProperty(key.toStdString(), value.toStdString());
+void DBusTransport::encode(const ES_Event& event, QDBusMessage* signal) {
+    int32_t value = 0;
+    QVariantMap properties;
+    for (const auto& entry : event.getProperties()) {
+        // A value that the integer cannot give back exactly travels as it is, in the map.
+        if (entry.first == kValueProperty && plainInteger(entry.second, &value))
+            continue;
+        properties.insert(wire::name(entry.first), wire::value(entry.second));
     }
-    return in.status() == QDataStream::Ok && in.atEnd();
+    *signal << wire::name(event.getTopic()) << value << properties;
+}
+
+std::string DBusTransport::decode(const QDBusMessage& signal, ES_Event* event) {
+    const QList<QVariant> arguments = signal.arguments();
+    event->setTopic(wire::fromName(arguments.at(0).toString()));
+    event->setProperty(kValueProperty, std::to_string(arguments.at(1).toInt()));
+    bool texts = signal.signature().endsWith(QLatin1String("{ss}"));
+    const QDBusArgument properties = arguments.at(2).value<QDBusArgument>();
+    std::string wrong;
+    properties.beginMap();
+    while (wrong.empty() && !properties.atEnd()) {
+        QString name;
+        QVariant value;
+        properties.beginMapEntry();
+        properties >> name;
+        if (texts) {
+            QString text;
+            properties >> text;
+            value = text;
+        } else {
+            QDBusVariant variant;
+            properties >> variant;
+            value = variant.variant();
+        }
+        properties.endMapEntry();
+        std::string bytes;
+        if (wire::fromValue(value, &bytes))
+            event->setProperty(wire::fromName(name), bytes);
+        else
+            wrong = "property \"" + name.toStdString() + "\" holds a value of type " +
+                    wire::signature(value) + ", not s or ay";
+    }
+    properties.endMap(); // also when left early, or Qt's reader of the map leaks
+    return wrong;
 }
 
 namespace {

@@ -1,12 +1,15 @@
 // The event bus's transport between processes: each event is a D-Bus signal through the
 // process's DBusLink, heard by every process listening to its topic, this one included (its
-// own events come back through the daemon, in order with everyone else's).
+// own events come back through the daemon, in order with everyone else's). The signal holds
+// the topic, the event's value (its "__OV_Event__mValue" property) as an integer and its other
+// properties as a dictionary, so that any D-Bus client can read and send events
+// (org.ovbase.Platform.xml).
 #ifndef OVPLATFORM_HOST_DBUSTRANSPORT_H
 #define OVPLATFORM_HOST_DBUSTRANSPORT_H
 
 #include "EventTransport.h"
 
-#include <QByteArray>
+#include <QDBusMessage>
 
 namespace ovplatform {
 
@@ -26,9 +29,10 @@ public:
     void unlisten(const std::string& topic) override;
     int send(const ES_Event& event, bool listenedHere) override;
 
-    // The wire form of an event's properties; decoding is false for bytes not made by encode.
-    static QByteArray encodeProperties(const ES_Event::PropertyMap& properties);
-    static bool decodeProperties(const QByteArray& bytes, ES_Event* event);
+    // EVENT's arguments added to SIGNAL, and back: "" when SIGNAL's arguments (of the
+    // types the link checks) made *EVENT, otherwise what is wrong with them.
+    static void encode(const ES_Event& event, QDBusMessage* signal);
+    static std::string decode(const QDBusMessage& signal, ES_Event* event);
 
 private:
     DBusLink* mpLink;

@@ -11,9 +11,6 @@ namespace {
 
 using ovplatform::DBusLink;
 
-// The one key all phone signals travel under over D-Bus.
-const char* const kBusKey = "phone";
-
 struct ReceiverRegistry {
     // Held across the D-Bus calls that start and stop listening, as for the system channel.
     std::mutex mutex;
@@ -50,17 +47,22 @@ void postChargeHere(TAPI_CHARGER_STATUS_E status) {
     postHere([status](PHONE_AsyncMsgReceiver* r) { emit r->signalChargeStatus(status); });
 }
 
-// Over D-Bus a signal travels as its name and its value in decimal.
-void receiveFromBus(const std::string&, const QByteArray& name, const QByteArray& text) {
-    int value = text.toInt();
-    if (name == "GprsService")
+// Over D-Bus a signal travels as its name and its value.
+std::string receiveFromBus(const QDBusMessage& signal) {
+    const QList<QVariant> arguments = signal.arguments();
+    QString name = arguments.at(0).toString();
+    int value = arguments.at(1).toInt();
+    if (name == QLatin1String("GprsService"))
         postGprsHere(value != 0);
-    else if (name == "RoamingState")
+    else if (name == QLatin1String("RoamingState"))
         postRoamingHere(static_cast<TAPI_NETWORK_ROAM_E>(value));
-    else if (name == "LowBatteryStatusChanged")
+    else if (name == QLatin1String("LowBatteryStatusChanged"))
         postLowBatteryHere();
-    else if (name == "ChargeStatus")
+    else if (name == QLatin1String("ChargeStatus"))
         postChargeHere(static_cast<TAPI_CHARGER_STATUS_E>(value));
+    else
+        return "the phone has no signal named \"" + name.toStdString() + "\"";
+    return "";
 }
 
 // Sends the signal NAME with VALUE to every process, or posts it here with POSTHERE.
@@ -70,7 +72,9 @@ template <typename PostHere> bool post(const char* name, int value, PostHere pos
         postHere();
         return true;
     }
-    return link->send(DBusLink::PHONE, kBusKey, name, QByteArray::number(value)) == ES_OK;
+    QDBusMessage signal = DBusLink::signal(DBusLink::PHONE);
+    signal << QString::fromLatin1(name) << value;
+    return link->send(signal) == ES_OK;
 }
 
 } // namespace
@@ -81,7 +85,7 @@ PHONE_AsyncMsgReceiver::PHONE_AsyncMsgReceiver(QObject* parent) : QObject(parent
     DBusLink* link = DBusLink::instance();
     if (link && r.receivers.empty()) {
         link->setReceiver(DBusLink::PHONE, receiveFromBus);
-        link->listen(DBusLink::PHONE, kBusKey); // a lost bus leaves it unheard
+        link->listen(DBusLink::PHONE, ""); // a lost bus leaves it unheard
     }
     r.receivers.push_back(this);
 }
@@ -97,7 +101,7 @@ PHONE_AsyncMsgReceiver::~PHONE_AsyncMsgReceiver() {
     }
     DBusLink* link = DBusLink::instance();
     if (link && r.receivers.empty())
-        link->unlisten(DBusLink::PHONE, kBusKey);
+        link->unlisten(DBusLink::PHONE, "");
 }
 
 bool PHONE_AsyncMsgReceiver::postGprsService(bool available) {

@@ -1,6 +1,7 @@
 #include "QCopChannel.h"
 
 #include "DBusLink.h"
+#include "DBusWire.h"
 #include "ES_Event.h"
 #include "SystemMessages.h"
 
@@ -11,6 +12,7 @@
 namespace {
 
 using ovplatform::DBusLink;
+namespace wire = ovplatform::wire;
 
 // Live channel objects. Never freed, so sends from late threads at exit find it intact.
 struct ChannelRegistry {
@@ -51,8 +53,13 @@ bool deliverHere(const QCString& channel, const QCString& msg, const QByteArray&
     return any;
 }
 
-void deliverFromBus(const std::string& channel, const QByteArray& msg, const QByteArray& data) {
-    deliverHere(QCString::fromStdString(channel), msg, data);
+// Over D-Bus a message travels as its channel and name (names on the wire) and its data.
+std::string deliverFromBus(const QDBusMessage& signal) {
+    const QList<QVariant> arguments = signal.arguments();
+    deliverHere(QCString::fromStdString(wire::fromName(arguments.at(0).toString())),
+                QCString::fromStdString(wire::fromName(arguments.at(1).toString())),
+                arguments.at(2).toByteArray());
+    return "";
 }
 
 } // namespace
@@ -94,7 +101,9 @@ SendResult sendChannelMessage(const QCString& channel, const QCString& msg,
     std::string key = channel.toStdString();
     if (!link->hasListener(DBusLink::CHANNEL, key))
         return link->connected() ? NO_RECEIVER : BUS_LOST;
-    return link->send(DBusLink::CHANNEL, key, msg, data) == ES_OK ? SENT : BUS_LOST;
+    QDBusMessage signal = DBusLink::signal(DBusLink::CHANNEL);
+    signal << wire::name(key) << wire::name(msg.toStdString()) << data;
+    return link->send(signal) == ES_OK ? SENT : BUS_LOST;
 }
 
 } // namespace ovplatform

@@ -472,7 +472,7 @@ int TAPI_NETWORK_GetNitzStatus(int* status) {
         return TAPI_ERR_INVALID_PARAM;
     if (callFails("TAPI_NETWORK_GetNitzStatus"))
         return TAPI_ERR_FAILURE;
-    *status = std::atoi(phoneValue("nitz", "0").c_str()) != 0 ? 1 : 0;
+    *status = std::atoi(phoneValue("nitz", "0").c_str()); // raw, as a phone reports it
     return TAPI_SUCCESS;
 }
 

@@ -13,11 +13,14 @@
 #include "support/Files.h"
 #include "support/QtLoop.h"
 #include "support/SettingsFiles.h"
+#include "support/StderrCapture.h"
 #include "support/TempDir.h"
+#include "support/Wait.h"
 
 #include "ES_EventPublisher.h"
 #include "ES_EventSubscriber.h"
 #include "OVPlatform.h"
+#include "PHONE_AsyncMsgReceiver.h"
 #include "QCopChannel.h"
 
 #include <QDBusConnection>
@@ -30,6 +33,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <mutex>
 #include <sstream>
 #include <sys/wait.h>
 #include <thread>
@@ -231,29 +235,101 @@ TEST_F(MultiProcessTest, OwnEventsComeBackThroughTheDaemonInOrderOnTheBusThread)
     EXPECT_EQ(second.events().back().value, 199);
 }
 
-TEST_F(MultiProcessTest, OddTopicsAndPropertiesCrossTheWireUnchanged) {
-    // Bytes that match rules, D-Bus strings or the key encoding could mangle.
+// Keeps the platform events of a topic as the bus delivers them, below the library's adapter.
+class BusRecorder : public ES_EventHandler {
+public:
+    explicit BusRecorder(const std::string& topic) : mTopic(topic) {
+        EXPECT_EQ(ES_EventSubscriber::subscribe(topic, this), ES_OK);
+    }
+    ~BusRecorder() override { ES_EventSubscriber::unsubscribe(mTopic, this); }
+    void handleEvent(const ES_Event& event) override {
+        std::lock_guard<std::mutex> lock(mMutex);
+        mEvents.push_back(event);
+    }
+    std::vector<ES_Event> waitFor(size_t count) {
+        ovtest::waitUntil([&] {
+            std::lock_guard<std::mutex> lock(mMutex);
+            return mEvents.size() >= count;
+        });
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mEvents;
+    }
+
+private:
+    std::string mTopic;
+    std::mutex mMutex;
+    std::vector<ES_Event> mEvents;
+};
+
+TEST_F(MultiProcessTest, NamesAndValuesCrossTheWireExactly) {
+    // Bytes that D-Bus strings, match rules or the name form could mangle, and value properties
+    // that the integer argument could not give back.
+    const std::string value = "__OV_Event__mValue";
     const std::string odd =
         std::string("/test/it's \"odd\" 100%\\ \xe9\xff/") + std::string(1, '\0') + "end";
     const std::string lookalike = "/test/it%27s";
-    ovtest::EventRecorder oddEvents(odd);
-    ovtest::EventRecorder lookalikeEvents(lookalike);
-    OV_Event event(odd);
-    event.mValue = -7;
-    event.setProperty("text", std::string("a\0b\n\xff", 5));
-    event.setProperty("", "empty name");
-    OV_EventAndStatusFacade::instance()->publish(event);
-    publish(lookalike, 1);
-    ASSERT_TRUE(oddEvents.waitFor(1));
-    ASSERT_TRUE(lookalikeEvents.waitFor(1));
-    ovtest::RecordedEvent got = oddEvents.events()[0];
-    EXPECT_EQ(got.topic, odd);
-    EXPECT_EQ(got.value, -7);
-    EXPECT_EQ(got.properties.at("text"), std::string("a\0b\n\xff", 5));
-    EXPECT_EQ(got.properties.at(""), "empty name");
-    EXPECT_EQ(got.properties.size(), 2u);
-    EXPECT_EQ(oddEvents.count(), 1u);
-    EXPECT_EQ(lookalikeEvents.events()[0].value, 1);
+    const std::string values = "/test/dbus/values";
+    const std::string large = "/test/dbus/large";
+    std::vector<std::pair<std::string, ES_Event::PropertyMap>> sent = {
+        {odd,
+         {{value, "-7"},
+          {"text", std::string("a\0b\n\xff", 5)},
+          {"", "empty name"},
+          {"empty", ""},
+          {"utf8", "caf\xc3\xa9 \xf0\x9d\x84\x9e"},
+          {std::string("k\xff'%41\0", 8), "%"},
+          {"surrogate", "\xed\xa0\x80"},
+          {"noncharacter", "\xef\xbf\xbe"},
+          {"overlong", "\xc0\xaf"},
+          {"overlong3", "\xe0\x80\xaf"},
+          {"beyond", "\xf4\x90\x80\x80"},
+          {"cut", "\xe2\x82"}}},
+        {lookalike, {{value, "1"}}},
+    };
+    for (const char* text : {"-2147483648", "007", "abc", "-0", "2147483648", " 5", ""})
+        sent.push_back({values, {{value, text}, {"p", "q"}}});
+    ES_Event::PropertyMap many = {{value, "12345"}};
+    for (int i = 0; i < 4000; ++i)
+        many["k" + std::to_string(i) + char(i)] =
+            std::string(i % 300, char(i % 7 ? 'a' + i % 26 : i));
+    sent.push_back({large, many});
+
+    std::map<std::string, std::unique_ptr<BusRecorder>> recorders;
+    for (const auto& event : sent) {
+        if (!recorders[event.first])
+            recorders[event.first].reset(new BusRecorder(event.first));
+    }
+    for (const auto& event : sent) {
+        ES_Event published(event.first);
+        for (const auto& property : event.second)
+            published.setProperty(property.first, property.second);
+        EXPECT_EQ(ES_EventPublisher::publish(published), ES_OK);
+    }
+    std::map<std::string, size_t> taken; // per topic, in order
+    for (const auto& event : sent) {
+        size_t at = taken[event.first]++;
+        std::vector<ES_Event> got = recorders[event.first]->waitFor(at + 1);
+        ASSERT_GT(got.size(), at) << event.first;
+        EXPECT_EQ(got[at].getTopic(), event.first);
+        EXPECT_TRUE(got[at].getProperties() == event.second) << event.first << " event " << at;
+    }
+
+    // A system-channel message: names on the wire, data as bytes.
+    const QCString channel("test/it's \xff");
+    QCopChannel here(channel);
+    std::vector<std::pair<QCString, QByteArray>> messages;
+    QObject::connect(
+        &here, &QCopChannel::received,
+        [&](const QCString& msg, const QByteArray& data) { messages.emplace_back(msg, data); });
+    const QCString message("odd 'message' 100% \xe9");
+    const QByteArray data("\0\xff\x01", 3);
+    EXPECT_TRUE(QCopChannel::send(channel, message, data));
+    EXPECT_TRUE(QCopChannel::send(channel, "", QByteArray()));
+    ASSERT_TRUE(ovtest::runQtUntil([&] { return messages.size() == 2; }));
+    EXPECT_EQ(messages[0].first, message);
+    EXPECT_EQ(messages[0].second, data);
+    EXPECT_EQ(messages[1].first, QCString(""));
+    EXPECT_TRUE(messages[1].second.isEmpty());
 }
 
 TEST_F(MultiProcessTest, ChoosingTheBusAgainOrTooLateIsRefused) {
@@ -417,35 +493,75 @@ TEST_F(MultiProcessTest, TheDaemonGoingAwayGivesFailuresNotAHang) {
     EXPECT_TRUE(endsWell(peer)) << "the peer must end on its own, promptly";
 }
 
-TEST_F(MultiProcessTest, MalformedEventsFromOtherClientsAreDropped) {
+TEST_F(MultiProcessTest, MalformedSignalsFromOtherClientsAreDroppedAndReported) {
     const std::string topic = "/test/dbus/garbage";
     ovtest::EventRecorder events(topic);
+    QCopChannel channel("test/garbage");
+    PHONE_AsyncMsgReceiver phone;
+    int heard = 0; // channel messages and phone signals that got through
+    QObject::connect(&channel, &QCopChannel::received, [&heard] { ++heard; });
+    QObject::connect(&phone, &PHONE_AsyncMsgReceiver::signalRoamingState, [&heard] { ++heard; });
+    ovtest::StderrCapture err;
+
     // A client of its own, speaking the wire form badly.
     QDBusConnection rogue =
         QDBusConnection::connectToBus(QString::fromStdString(mDaemon->address()), "rogue");
     ASSERT_TRUE(rogue.isConnected());
-    auto event = [&topic]() {
-        QDBusMessage signal =
-            QDBusMessage::createSignal("/org/ovbase/Platform", "org.ovbase.Platform", "Event");
-        signal << QString::fromStdString(topic);
-        return signal;
+    const QString qtopic = QString::fromStdString(topic);
+    const struct {
+        const char* member;
+        QList<QVariant> arguments;
+        std::string why;
+    } cases[] = {
+        {"Event", {qtopic}, "its arguments are (s), not (sia{sv})"},
+        {"Event",
+         {qtopic, QString("7"), QVariantMap()},
+         "its arguments are (ssa{sv}), not (sia{sv})"},
+        {"Event",
+         {qtopic, QByteArray(4, 0), QByteArray()},
+         "its arguments are (sayay), not (sia{sv})"},
+        {"Event",
+         {qtopic, 7, QVariantMap{{"n", 5}}},
+         "property \"n\" holds a value of type i, not s or ay"},
+        {"Event",
+         {qtopic, 7, QVariantMap{{"s", QStringList{"x"}}}},
+         "property \"s\" holds a value of type as, not s or ay"},
+        {"Channel",
+         {QString("test/garbage"), QString("FlipOpened")},
+         "its arguments are (ss), not (ssay)"},
+        {"Phone", {QString("RoamingState"), QString("1")}, "its arguments are (ss), not (si)"},
+        {"Phone", {QString("Teleport"), 1}, "the phone has no signal named \"Teleport\""},
     };
-    QDBusMessage truncated = event();
-    truncated << QByteArray("\0\0\0\5abc", 7) << QByteArray();
-    QDBusMessage trailing = event();
-    trailing << QByteArray("\0\0\0\0junk", 8) << QByteArray();
-    QDBusMessage wrongTypes = event();
-    wrongTypes << 42;
-    for (const QDBusMessage& message : {truncated, trailing, wrongTypes})
-        EXPECT_TRUE(rogue.send(message));
-    // Answered only once the daemon has routed the three; our own event comes after them.
+    for (const auto& bad : cases) {
+        QDBusMessage signal =
+            QDBusMessage::createSignal("/org/ovbase/Platform", "org.ovbase.Platform", bad.member);
+        signal.setArguments(bad.arguments);
+        EXPECT_TRUE(rogue.send(signal));
+    }
+    // Answered only once the daemon has routed them all; our own event comes after them.
     QDBusMessage ping = QDBusMessage::createMethodCall(
         "org.freedesktop.DBus", "/org/freedesktop/DBus", "org.freedesktop.DBus", "GetId");
     EXPECT_EQ(rogue.call(ping).type(), QDBusMessage::ReplyMessage);
+    const std::string sender = rogue.baseService().toStdString();
     QDBusConnection::disconnectFromBus("rogue");
 
     publish(topic, 3);
     ASSERT_TRUE(events.waitFor(1));
+    // Each on a level 3 line of its own. Channel and phone signals are taken on another
+    // thread than events: their lines may come later.
+    auto reported = [&](const char* member, const std::string& why) {
+        std::string text = "\n" + err.text();
+        size_t at = text.find("Dropped a malformed org.ovbase.Platform." + std::string(member) +
+                              " signal from " + sender + ": " + why + "\n");
+        return at != std::string::npos && text.compare(text.rfind('\n', at) + 1, 4, "{3} ") == 0;
+    };
+    for (const auto& bad : cases)
+        EXPECT_TRUE(ovtest::waitUntil([&] { return reported(bad.member, bad.why); }))
+            << bad.member << ": " << bad.why << "\n"
+            << err.text();
+    ovtest::runQtFor(50);
+    EXPECT_EQ(heard, 0);
+    EXPECT_EQ(events.count(), 1u);
     EXPECT_EQ(events.events()[0].value, 3) << "a malformed event got through";
 }
 

@@ -166,6 +166,8 @@ TEST(TemplateParser, MisplacedOrUnknownElementsGiveTwo) {
         "<template><image/></template>",
         "<template><row/></template>",
         "<template><stylesheet><layout/></stylesheet></template>",
+        "<template><stylesheet><text/></stylesheet></template>",
+        "<template><stylesheet><style><style/></style></stylesheet></template>",
         "<template><stylesheet><style><image/></style></stylesheet></template>",
         "<template><layout><scrooler/></layout></template>",
         "<template><layout><stylesheet/></layout></template>",

@@ -192,9 +192,9 @@ TEST_F(AdapterTest, SystemMessagesWithDataAndGarbage) {
                       encode([](QDataStream& s) { s << qint32(2); }));
     QCopChannel::send(SYSTEM_CHANNEL, "KillingPolicy(int)", QByteArray());
     QCopChannel::send(SYSTEM_CHANNEL, "no such message", QByteArray(1000, '\xff'));
-    // Taken.
+    // Taken: a change of the time zone alone is a time change too.
     QCopChannel::send(SYSTEM_CHANNEL, "TimeInfoChanged",
-                      encode([&](QDataStream& s) { s << qint32(2) << after << before; }));
+                      encode([&](QDataStream& s) { s << qint32(4) << after << before; }));
     QCopChannel::send(SYSTEM_CHANNEL, "KillingPolicy(int)",
                       encode([](QDataStream& s) { s << qint32(1); }));
     ovplatform::sendMasterClear();
@@ -395,8 +395,8 @@ TEST_F(AdapterTest, StatusGettersFollowThePhone) {
     // Raw readings outside 0/1 and other brightness levels.
     ovplatform::setPhoneValue("low_battery", "7");
     ovplatform::setPhoneValue("roaming", "3");
-    ovplatform::setLcdBrightness(37);
-    ovplatform::setPhoneValue("nitz", "0");
+    ovplatform::setLcdBrightness(1);
+    ovplatform::setPhoneValue("nitz", "2");
     EXPECT_EQ(adapter.getLowBatteryStatus(battery), 0);
     EXPECT_EQ(battery, OV_BATTERY_LOW);
     EXPECT_EQ(adapter.getRoamingStatus(roaming), 0);

@@ -110,58 +110,21 @@ TEST(StreamForm, DefaultItemIsExactlyItsDefaultKeys) {
     EXPECT_EQ(streamOf(item).size(), item.getStreamLength());
 }
 
+// Every field read back gives the same stream again, but for the link relation, which is not
+// read (it comes back as alternate), and the id, which is the file's name.
 TEST(StreamForm, EveryFieldSurvivesStoreAndLoad) {
     Item item("i1");
     fill(item);
     std::string stored = streamOf(item);
-
     Item loaded("other");
     loadFrom(loaded, stored);
-    EXPECT_EQ("other", loaded.id); // the id is the file's name, not part of the stream
-    ASSERT_TRUE(loaded.attrs);
-    EXPECT_EQ(String(L"fr"), loaded.getStringAttribute("lang"));
-    EXPECT_EQ(String(L"wire"), loaded.getStringAttribute("source"));
-    ASSERT_TRUE(loaded.author);
-    EXPECT_EQ(String(L"Ann"), loaded.author->name);
-    EXPECT_EQ(String(L"http://a.example/"), loaded.author->url);
-    EXPECT_EQ(String(L"ann@a.example"), loaded.author->email);
-    EXPECT_EQ(1170000000, loaded.activationDate);
-    ASSERT_TRUE(loaded.contentMap);
-    ASSERT_EQ(1u, loaded.contentMap->size());
-    const NewsObject::Content& image = loaded.contentMap->at("image");
-    EXPECT_EQ("image/gif", image.type);
-    EXPECT_EQ("inline", image.mode);
-    EXPECT_EQ("thumb", image.name);
-    EXPECT_EQ("img-1", image.contextId);
-    EXPECT_EQ(String(L"http://a.example/1.gif"), image.href);
-    EXPECT_EQ(String(L"R0lG"), image.data);
-    ASSERT_TRUE(loaded.excerptContentMap);
-    EXPECT_EQ("page-1", loaded.excerptContentMap->at("page.main").contextId);
-    EXPECT_EQ(item.description, loaded.description);
-    EXPECT_FALSE(loaded.isDisplayInExcerpt());
-    EXPECT_EQ("csio", loaded.entryType);
-    EXPECT_EQ(String(L"short"), loaded.excerpt);
-    EXPECT_EQ(1170003600, loaded.expirationDate);
-    ASSERT_TRUE(loaded.link);
-    EXPECT_EQ(String(L"http://a.example/story"), loaded.link->href);
-    EXPECT_EQ(String(L"text/html"), loaded.link->type);
-    EXPECT_EQ(-3, loaded.order);
-    EXPECT_EQ("chan-1", loaded.parentID);
-    EXPECT_EQ(7, loaded.priority);
-    EXPECT_EQ(1169990000, loaded.pubdate);
-    EXPECT_FALSE(loaded.isShowExcerpt());
-    EXPECT_EQ("tpl-1", loaded.templateID);
-    EXPECT_EQ(String(L"http://a.example/tpl"), loaded.templateHref);
-    EXPECT_EQ(String(L"Headline"), loaded.title);
-    EXPECT_TRUE(loaded.isVisited());
+    EXPECT_EQ("other", loaded.id);
+    EXPECT_EQ(NewsObject::REL_ALTERNATE, loaded.link->rel);
     EXPECT_FALSE(loaded.isTransient()); // never streamed
-    EXPECT_EQ(4, loaded.currentDisplayCount);
-    EXPECT_EQ(9, loaded.displayCountLimit);
-    EXPECT_EQ(15, loaded.displayTime);
-    // Stored again, the loaded item gives the same bytes but for the rel it did not read.
-    Item relZero("i2");
-    loadFrom(relZero, stored);
-    EXPECT_EQ(streamOf(loaded), streamOf(relZero));
+    std::string expected = stored;
+    expected.replace(expected.find("link.rel=2"), 10,
+                     "link.rel=" + std::to_string(NewsObject::REL_ALTERNATE));
+    EXPECT_EQ(expected, streamOf(loaded));
 }
 
 TEST(StreamForm, TypedValuesAndTheLinkRelationAreWrittenAsTheyAre) {
@@ -180,10 +143,6 @@ TEST(StreamForm, TypedValuesAndTheLinkRelationAreWrittenAsTheyAre) {
     // Text is UTF-8 and a comma inside it is escaped.
     EXPECT_NE(std::string::npos,
               streamOf(item).find("desc=Caf\xc3\xa9\\, \xe2\x82\xac and more\n"));
-
-    Item loaded("i1");
-    loadFrom(loaded, streamOf(item));
-    EXPECT_EQ(NewsObject::REL_ALTERNATE, loaded.link->rel);
 }
 
 TEST(StreamForm, ContentMapsWriteOnlyTheFieldsThatAreSet) {

@@ -96,9 +96,9 @@ TEST_F(DefaultContentIndexTest, UnreadableOrWrongFilesGiveAnEmptyIndexAndOneLine
     }
     {
         ovtest::StderrCapture capture;
-        DefaultContentIndex index = load("DC" + be16(0) + be32(0) + be16(1) + entry("a", 0, 0));
+        DefaultContentIndex index = load("dC" + be16(0) + be32(0) + be16(1) + entry("a", 0, 0));
         EXPECT_TRUE(index.getItems().empty());
-        expectReaderLine(capture.text(), "magic error(D,C)");
+        expectReaderLine(capture.text(), "magic error(d,C)");
     }
     {
         ovtest::StderrCapture capture;

@@ -86,6 +86,7 @@ TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
     ASSERT_TRUE(ovtest::writeFile(path("grown"), std::string(40000, 'g')));
     EXPECT_EQ(1 + 2 + 25601 + 1, p->blocksUsed());
     EXPECT_EQ(2, p->referencedUsed());
+    EXPECT_EQ(0, p->cacheBlocksFree()) << "never below 0";
 
     EXPECT_EQ(0, p->removeFile("exact"));
     EXPECT_EQ(0, p->referencedUsed());

@@ -1,5 +1,5 @@
 // The bus tools against a private dbus-daemon: what ovevents prints for what ovphone,
-// ovsettings and ovevents itself send, and the tools' exit statuses.
+// ovsettings, ovevents itself and the standard D-Bus tools send, and the tools' exit statuses.
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
 #include "support/Files.h"
@@ -8,10 +8,11 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <sstream>
 #include <sys/stat.h>
-#include <unistd.h>
-
 #include <sys/wait.h>
+#include <unistd.h>
 
 namespace {
 
@@ -31,6 +32,27 @@ bool exitedWith(int status, int code) {
     return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == code;
 }
 
+// Where PROGRAM is found on the PATH; "" when it is not.
+std::string onPath(const std::string& program) {
+    std::istringstream path(std::getenv("PATH") ? std::getenv("PATH") : "");
+    for (std::string dir; std::getline(path, dir, ':');) {
+        if (::access((dir + "/" + program).c_str(), X_OK) == 0)
+            return dir + "/" + program;
+    }
+    return "";
+}
+
+// Reads PROCESS's lines until one holds PART; all of them, that one last, in *LINES.
+bool readUntil(ovtest::ChildProcess& process, const std::string& part,
+               std::vector<std::string>* lines) {
+    for (std::string line; process.readLine(&line);) {
+        lines->push_back(line);
+        if (contains(line, part))
+            return true;
+    }
+    return false;
+}
+
 class BusToolsTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -38,10 +60,13 @@ protected:
         ASSERT_TRUE(mDaemon.start(&reason)) << reason;
     }
 
-    // Starts a monitor with ARGS after "listen", its standard error joined to its output, and
-    // waits until it listens.
-    void monitor(ovtest::ChildProcess& process, std::vector<std::string> args) {
+    // Starts a monitor with ARGS after "listen" (and the library's diagnostics when VERBOSE),
+    // its standard error joined to its output, and waits until it listens.
+    void monitor(ovtest::ChildProcess& process, std::vector<std::string> args,
+                 bool verbose = false) {
         args.insert(args.begin(), {OVEVENTS, "--bus", mDaemon.address(), "listen"});
+        if (verbose)
+            args.insert(args.begin() + 1, "-v");
         std::string reason;
         ASSERT_TRUE(process.start(args, {}, ovtest::ChildProcess::TO_STDOUT, &reason)) << reason;
         ASSERT_TRUE(process.waitForLine("ovevents: listening to "));
@@ -94,6 +119,69 @@ TEST_F(BusToolsTest, TheMonitorPrintsWhatOtherToolsSend) {
     // Both stop by themselves once they have their count.
     EXPECT_TRUE(exitedWith(json.wait(), 0));
     EXPECT_TRUE(exitedWith(plain.wait(), 0));
+}
+
+TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
+    const std::string dbusSend = onPath("dbus-send"), gdbus = onPath("gdbus");
+    for (const char* program : {"dbus-send", "dbus-monitor", "gdbus"}) {
+        if (onPath(program).empty())
+            GTEST_SKIP() << program << " is not installed (scripts/bootstrap installs it)";
+    }
+    const std::string& bus = mDaemon.address();
+    ovtest::ChildProcess listener, wire;
+    monitor(listener, {"--count", "2", "/x/probe"}, true);
+    std::string reason;
+    ASSERT_TRUE(wire.start(
+        {"dbus-monitor", "--address", bus, "type='signal',interface='org.ovbase.Platform'"}, {},
+        ovtest::ChildProcess::TO_STDOUT, &reason))
+        << reason;
+    std::vector<std::string> seen;
+    ASSERT_TRUE(readUntil(wire, "member=NameLost", &seen)) << "dbus-monitor did not start";
+
+    // The listening process describes the interface.
+    ovtest::ToolResult described =
+        ovtest::runTool(gdbus, {"introspect", "--address", bus, "--dest", "org.ovbase.Platform",
+                                "--object-path", "/org/ovbase/Platform"});
+    EXPECT_EQ(described.exitCode, 0) << described.err;
+    for (const char* part :
+         {"interface org.ovbase.Platform {", "Event(s topic,", "i value,", "a{sv} properties);",
+          "Channel(s channel,", "s message,", "ay data);", "Phone(s signal,"})
+        EXPECT_TRUE(contains(described.out, part)) << part << " in\n" << described.out;
+
+    // An event from dbus-send, which writes properties as a{ss}, then a malformed one.
+    auto send = [&bus, &dbusSend](std::vector<std::string> args) {
+        args.insert(args.begin(), {"--bus=" + bus, "--type=signal", "/org/ovbase/Platform",
+                                   "org.ovbase.Platform.Event", "string:/x/probe"});
+        return ovtest::runTool(dbusSend, args).exitCode;
+    };
+    EXPECT_EQ(send({"int32:7", "dict:string:string:name,va"}), 0);
+    std::string line;
+    ASSERT_TRUE(listener.waitForLine("/x/probe ", &line));
+    EXPECT_EQ(line, "/x/probe value=7 name=va");
+    EXPECT_EQ(send({"string:7"}), 0);
+    ASSERT_TRUE(listener.waitForLine("{3} ", &line));
+    EXPECT_TRUE(contains(line, "Dropped a malformed org.ovbase.Platform.Event signal from :1."))
+        << line;
+    EXPECT_TRUE(contains(line, "its arguments are (ss), not (sia{sv})")) << line;
+
+    // An event from the library, as the monitor shows it.
+    EXPECT_EQ(ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/x/probe", "--value", "8",
+                                         "name=vb", "bin=\xff"})
+                  .exitCode,
+              0);
+    ASSERT_TRUE(listener.waitForLine("/x/probe ", &line));
+    EXPECT_EQ(line, "/x/probe value=8 bin=\\xff name=vb");
+    EXPECT_TRUE(exitedWith(listener.wait(), 0));
+    seen.clear();
+    ASSERT_TRUE(readUntil(wire, "string \"vb\"", &seen));
+    std::string shown;
+    for (const std::string& field : seen)
+        shown += field + "\n";
+    size_t at = shown.find("   string \"/x/probe\"\n   int32 8\n   array [\n");
+    ASSERT_NE(at, std::string::npos) << shown;
+    for (const char* part :
+         {"string \"bin\"\n", "variant ", "array of bytes [\n", " ff\n", "string \"name\"\n"})
+        EXPECT_NE(shown.find(part, at), std::string::npos) << part << " in\n" << shown;
 }
 
 TEST_F(BusToolsTest, PhoneValuesSetByOneRunAreSeenByTheNext) {

@@ -81,8 +81,9 @@ TEST(AttrMapStore, EscapingAndEncodingRules) {
 }
 
 TEST(AttrMapLoad, LineRules) {
-    AttrMap map = loaded("# comment\r\n"
+    AttrMap map = loaded("#comment=1\r\n"
                          "  k  =  v  \r\n"
+                         "t\t=tab\n"
                          "novalue\n"
                          "\n"
                          "=anonymous\n"
@@ -102,7 +103,8 @@ TEST(AttrMapLoad, LineRules) {
     EXPECT_EQ(map.getString("a", L"", nullptr, "sec"), L"b=c");
     EXPECT_EQ(map.getString("y", L"", nullptr, "x"), L"1");
     EXPECT_EQ(map.getString("z", L"", nullptr, ""), L"2");
-    EXPECT_EQ(map.categoryAt("# comment"), nullptr);
+    EXPECT_EQ(map.getString("#comment", L"def"), L"def");
+    EXPECT_EQ(map.getString("t\t"), L"tab") << "only spaces are trimmed from a key";
     EXPECT_EQ(map.categories().size(), 4u);
 }
 

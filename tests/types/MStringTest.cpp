@@ -68,6 +68,7 @@ TEST(MStringUtf8, ToWideRoundTripsAndSkipsStrayBytes) {
 TEST(MStringConvert, HexInt) {
     EXPECT_EQ(MString("1fz").toHexInt(), 31);
     EXPECT_EQ(MString("z1").toHexInt(), 0);
+    EXPECT_EQ(MString("1z").toHexInt(), 1);
     EXPECT_EQ(MString("ff  ").toHexInt(), 255);
     EXPECT_EQ(MString(" ff").toHexInt(), 0);
     EXPECT_EQ(MString("").toHexInt(), 0);
@@ -124,6 +125,7 @@ TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
     EXPECT_TRUE(MString("xdef").hasToken("def"));
     EXPECT_FALSE(MString("").hasToken(""));
     EXPECT_FALSE(MString("ab abc").hasToken("ab c"));
+    EXPECT_FALSE(MString("abc\tdef").hasToken("abc")) << "only a space ends a token";
     // "de" first occurs followed by "f"; the later exact token is not tried.
     EXPECT_FALSE(MString("def de").hasToken("de"));
 }
