@@ -134,10 +134,14 @@ int EventBus::publish(const ES_Event& event) {
 }
 
 void EventBus::enqueue(const ES_Event& event) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (mDown)
-        return;
-    mQueue.push_back(event);
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mDown)
+            return;
+        mQueue.push_back(event);
+    }
+    // Woken after the lock is let go, so the delivery thread does not wake only to wait for it.
+    // The bus is never freed, so the condition outlives any publisher.
     mWake.notify_one();
 }
 
