@@ -1,15 +1,27 @@
 // Attribute map store and load: a news-item-sized map and a settings file of about 0.5 MB
 // (20,000 keys in 50 categories, mixed scripts), with GLib's key file loading the same file
-// as the peer when it is available.
+// as the peer when it is available: alone, in turn with the map for the ratio of their
+// times, and for the heap each holds once loaded.
 #include "types/AttrMap.h"
+
+#include "InTurn.h"
 
 #include <benchmark/benchmark.h>
 
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #ifdef OVBASE_HAVE_GLIB
 #include <glib.h>
+#include <unistd.h>
+#endif
+#ifdef __GLIBC__
+#include <malloc.h>
 #endif
 
 using ovTypes::ID;
@@ -84,17 +96,23 @@ void storeBench(benchmark::State& state, const AttrMap& map) {
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * bytes));
 }
 
-// A fresh map per load, built and destroyed as a settings source does (and as the key file
-// peer below is).
-void loadBench(benchmark::State& state, const std::string& text, bool listMode) {
-    std::istringstream in(text);
-    for (auto _ : state) {
-        in.clear();
-        in.seekg(0);
-        AttrMap map(listMode);
-        map.load(in);
+// One load into a fresh map, destroyed on return as a settings source's is on a reload. One
+// value is read, as after any load; MAP_FORM asks for the map form too (categories()).
+void loadOnce(std::istringstream& in, bool listMode, bool mapForm = false) {
+    in.clear();
+    in.seekg(0);
+    AttrMap map(listMode);
+    map.load(in);
+    benchmark::DoNotOptimize(map.getString("key1", String(), nullptr, "Group1").size());
+    if (mapForm)
         benchmark::DoNotOptimize(map.categories().size());
-    }
+}
+
+void loadBench(benchmark::State& state, const std::string& text, bool listMode,
+               bool mapForm = false) {
+    std::istringstream in(text);
+    for (auto _ : state)
+        loadOnce(in, listMode, mapForm);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 
@@ -124,24 +142,127 @@ void BM_AttrMapLoadSettingsListMode(benchmark::State& state) {
     loadBench(state, settingsText(), true);
 }
 
+// Loaded and then turned into the map form, as a caller of categories() or a writer of
+// settings makes it.
+void BM_AttrMapLoadSettingsMapForm(benchmark::State& state) {
+    loadBench(state, settingsText(), false, true);
+}
+
 #ifdef OVBASE_HAVE_GLIB
+// GLib's slice allocator keeps its blocks out of the C heap's count unless told to use malloc,
+// which it reads once, before main: the program runs itself again with that set.
+const bool kSlicesFromMalloc = [] {
+    if (const char* slices = std::getenv("G_SLICE"))
+        return std::strstr(slices, "always-malloc") != nullptr;
+    setenv("G_SLICE", "always-malloc", 1);
+    std::ifstream file("/proc/self/cmdline", std::ios::binary);
+    std::string line((std::istreambuf_iterator<char>(file)), std::istreambuf_iterator<char>());
+    // The arguments, each ended by a NUL (the string's own ends the last).
+    std::vector<char*> args;
+    for (size_t at = 0; at < line.size();) {
+        args.push_back(&line[at]);
+        size_t end = line.find('\0', at);
+        at = end == std::string::npos ? line.size() : end + 1;
+    }
+    args.push_back(nullptr);
+    char path[4096];
+    ssize_t length = readlink("/proc/self/exe", path, sizeof path - 1);
+    if (length > 0) {
+        path[length] = '\0';
+        execv(path, args.data());
+    }
+    return false; // not run again: the key file's memory is undercounted
+}();
+
+// The key file peer: a fresh one per load, freed on return.
+void loadKeyFile(const std::string& text) {
+    GKeyFile* file = g_key_file_new();
+    if (!g_key_file_load_from_data(file, text.data(), text.size(), G_KEY_FILE_NONE, nullptr))
+        std::abort(); // the text is ours and well formed
+    benchmark::DoNotOptimize(file);
+    g_key_file_free(file);
+}
+
 void BM_GKeyFileLoadSettings(benchmark::State& state) {
     std::string text = settingsText();
-    for (auto _ : state) {
-        GKeyFile* file = g_key_file_new();
-        GError* error = nullptr;
-        if (!g_key_file_load_from_data(file, text.data(), text.size(), G_KEY_FILE_NONE, &error)) {
-            state.SkipWithError(error ? error->message : "load failed");
-            g_clear_error(&error);
-            g_key_file_free(file);
-            break;
-        }
-        benchmark::DoNotOptimize(file);
-        g_key_file_free(file);
-    }
+    for (auto _ : state)
+        loadKeyFile(text);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text.size()));
 }
 BENCHMARK(BM_GKeyFileLoadSettings)->Unit(benchmark::kMillisecond);
+
+// The settings file loaded by the key file and by the map in turn: "ratio" is the map's time
+// over the key file's, "speedup" its inverse.
+void BM_LoadSettingsVsKeyFile(benchmark::State& state) {
+    const std::string text = settingsText();
+    std::istringstream in(text);
+    ovbench::inTurn(
+        state, "GKeyFile", [&] { loadKeyFile(text); }, "AttrMap", [&] { loadOnce(in, false); });
+    state.counters["speedup"] = 1 / state.counters["ratio"];
+}
+BENCHMARK(BM_LoadSettingsVsKeyFile)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+#if defined(__GLIBC__) && (__GLIBC__ > 2 || __GLIBC_MINOR__ >= 33)
+// Heap bytes in use, small blocks and mapped ones, as the C library counts them.
+size_t heapInUse() {
+    struct mallinfo2 info = mallinfo2();
+    return info.uordblks + info.hblkhd;
+}
+
+// Heap bytes that what LOAD builds from TEXT holds while alive, net of the same for an empty
+// text. LOAD calls back when it starts building (its input ready) and when its result is
+// built.
+template <typename Load> double heapHeld(const std::string& text, Load load) {
+    size_t held[2] = {0, 0};
+    for (int i = 0; i < 2; ++i) {
+        size_t before = 0;
+        load(
+            i == 0 ? text : std::string(), [&] { before = heapInUse(); },
+            [&] { held[i] = heapInUse() - before; });
+    }
+    return static_cast<double>(held[0]) - static_cast<double>(held[1]);
+}
+
+// The memory each holds for the settings file once loaded, in kB, and "ratio", the map's
+// over the key file's; "AttrMapMapForm_kB" is the map's once turned into the map form.
+void BM_SettingsMemoryVsKeyFile(benchmark::State& state) {
+    const std::string text = settingsText();
+    auto keyFile = [](const std::string& bytes, auto started, auto loaded) {
+        started();
+        GKeyFile* file = g_key_file_new();
+        g_key_file_load_from_data(file, bytes.data(), bytes.size(), G_KEY_FILE_NONE, nullptr);
+        loaded();
+        g_key_file_free(file);
+    };
+    auto attrMap = [](bool mapForm) {
+        return [mapForm](const std::string& bytes, auto started, auto loaded) {
+            std::istringstream in(bytes);
+            started();
+            AttrMap map(false);
+            map.load(in);
+            if (mapForm)
+                map.categories();
+            loaded();
+        };
+    };
+    if (!kSlicesFromMalloc) {
+        state.SkipWithError("GLib's slices uncounted: needs G_SLICE=always-malloc");
+        return;
+    }
+    double peer = 0, ours = 0, mapForm = 0;
+    for (auto _ : state) {
+        peer = heapHeld(text, keyFile);
+        ours = heapHeld(text, attrMap(false));
+        mapForm = heapHeld(text, attrMap(true));
+    }
+    state.counters["GKeyFile_kB"] = peer / 1024;
+    state.counters["AttrMap_kB"] = ours / 1024;
+    state.counters["AttrMapMapForm_kB"] = mapForm / 1024;
+    state.counters["ratio"] = ours / peer;
+    state.counters["file_kB"] = static_cast<double>(text.size()) / 1024;
+}
+BENCHMARK(BM_SettingsMemoryVsKeyFile)->Unit(benchmark::kMillisecond)->Iterations(3);
+#endif
 #endif
 
 BENCHMARK(BM_AttrMapStoreNewsItem);
@@ -149,5 +270,6 @@ BENCHMARK(BM_AttrMapLoadNewsItem);
 BENCHMARK(BM_AttrMapStoreSettings)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AttrMapLoadSettings)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_AttrMapLoadSettingsListMode)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_AttrMapLoadSettingsMapForm)->Unit(benchmark::kMillisecond);
 
 } // namespace

@@ -1,6 +1,8 @@
 // UTF-8 line reading and writing over 10 MB of mixed-script text, with std::getline splitting
-// the same stream as the peer.
+// the same stream as the peer (alone, and in turn with the reader for the ratio).
 #include "types/UTF_8Util.h"
+
+#include "InTurn.h"
 
 #include <benchmark/benchmark.h>
 
@@ -64,22 +66,48 @@ private:
     std::vector<char> mBlock;
 };
 
+// One pass over the whole text, a new string per line.
+size_t readFreshLines(std::istream& in) {
+    in.clear();
+    in.seekg(0);
+    UTF_8Util::LineReader reader(in);
+    size_t lines = 0;
+    bool end = false;
+    for (;;) {
+        String line = reader.readLine(end);
+        if (end)
+            return lines;
+        benchmark::DoNotOptimize(line.data());
+        ++lines;
+    }
+}
+
+// One pass, every line read into the same string.
+void readLines(std::istream& in, String& line) {
+    in.clear();
+    in.seekg(0);
+    UTF_8Util::LineReader reader(in);
+    bool end = false;
+    for (;;) {
+        reader.readLine(line, end);
+        if (end)
+            return;
+        benchmark::DoNotOptimize(line.data());
+    }
+}
+
+void getLines(std::istream& in, std::string& line) {
+    in.clear();
+    in.seekg(0);
+    while (std::getline(in, line))
+        benchmark::DoNotOptimize(line.data());
+}
+
 void BM_LineReaderReadLine(benchmark::State& state) {
     std::istringstream in(text());
     size_t lines = 0;
-    for (auto _ : state) {
-        in.clear();
-        in.seekg(0);
-        UTF_8Util::LineReader reader(in);
-        bool end = false;
-        for (;;) {
-            String line = reader.readLine(end);
-            if (end)
-                break;
-            benchmark::DoNotOptimize(line.data());
-            ++lines;
-        }
-    }
+    for (auto _ : state)
+        lines += readFreshLines(in);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text().size()));
     state.counters["lines"] = static_cast<double>(lines / state.iterations());
 }
@@ -87,31 +115,39 @@ void BM_LineReaderReadLine(benchmark::State& state) {
 void BM_LineReaderReadLineReusing(benchmark::State& state) {
     std::istringstream in(text());
     String line;
-    for (auto _ : state) {
-        in.clear();
-        in.seekg(0);
-        UTF_8Util::LineReader reader(in);
-        bool end = false;
-        for (;;) {
-            reader.readLine(line, end);
-            if (end)
-                break;
-            benchmark::DoNotOptimize(line.data());
-        }
-    }
+    for (auto _ : state)
+        readLines(in, line);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text().size()));
 }
 
 void BM_StdGetline(benchmark::State& state) {
     std::istringstream in(text());
     std::string line;
-    for (auto _ : state) {
-        in.clear();
-        in.seekg(0);
-        while (std::getline(in, line))
-            benchmark::DoNotOptimize(line.data());
-    }
+    for (auto _ : state)
+        getLines(in, line);
     state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * text().size()));
+}
+
+// The line reader against std::getline in one run: "ratio" is the reader's time over
+// getline's. Both reuse one string, as a reading loop does.
+void BM_ReadLineVsGetline(benchmark::State& state) {
+    std::istringstream ours(text());
+    std::istringstream peers(text());
+    String line;
+    std::string bytes;
+    ovbench::inTurn(
+        state, "getline", [&] { getLines(peers, bytes); }, "readLine",
+        [&] { readLines(ours, line); });
+}
+
+// The same with a new string per line from the reader.
+void BM_ReadFreshLineVsGetline(benchmark::State& state) {
+    std::istringstream ours(text());
+    std::istringstream peers(text());
+    std::string bytes;
+    ovbench::inTurn(
+        state, "getline", [&] { getLines(peers, bytes); }, "readLine",
+        [&] { readFreshLines(ours); });
 }
 
 void BM_LineWriterWrite(benchmark::State& state) {
@@ -134,5 +170,7 @@ BENCHMARK(BM_LineReaderReadLine)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LineReaderReadLineReusing)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_StdGetline)->Unit(benchmark::kMillisecond);
 BENCHMARK(BM_LineWriterWrite)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_ReadLineVsGetline)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK(BM_ReadFreshLineVsGetline)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
 } // namespace

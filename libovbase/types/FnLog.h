@@ -13,14 +13,19 @@ inline const char* ovBaseName(const char* path) {
     return slash ? slash + 1 : path;
 }
 
+// Writes "{LEVEL} FILE:LINE, FUNCTION()\t", or "{LEVEL} FILE:LINE\t" when FUNCTION is null,
+// followed by FMT formatted as printf formats it, in one write to standard error: the same bytes
+// as one fprintf of the whole line, made without formatting the fixed part through printf.
+void ovLogLine(int level, const char* file, int line, const char* function, const char* fmt, ...)
+    __attribute__((format(printf, 5, 6)));
+
 // "{level} file:line, function()\t" followed by the message. FMT must be a string literal.
 #define OV_LOG(level, fmt, ...)                                                                    \
-    std::fprintf(stderr, "{%d} %s:%d, %s()\t" fmt, (level), ovBaseName(__FILE__), __LINE__,        \
-                 __func__, ##__VA_ARGS__)
+    ovLogLine((level), ovBaseName(__FILE__), __LINE__, __func__, fmt, ##__VA_ARGS__)
 
 // "{level} file:line\t" followed by the message. FMT must be a string literal.
 #define OV_LOG_NOFUNC(level, fmt, ...)                                                             \
-    std::fprintf(stderr, "{%d} %s:%d\t" fmt, (level), ovBaseName(__FILE__), __LINE__, ##__VA_ARGS__)
+    ovLogLine((level), ovBaseName(__FILE__), __LINE__, nullptr, fmt, ##__VA_ARGS__)
 
 #define OV_FNLOG_JOIN2(a, b) a##b
 #define OV_FNLOG_JOIN(a, b) OV_FNLOG_JOIN2(a, b)

@@ -30,6 +30,114 @@ void advance(std::streambuf* buf, size_t n) {
     }
 }
 
+// Stores C at LENGTH in LINE, growing it when LENGTH is its end.
+void put(ovTypes::String& line, size_t& length, wchar_t c) {
+    if (length < line.size())
+        line[length] = c;
+    else
+        line.push_back(c);
+    ++length;
+}
+
+const uint64_t kOnes = 0x0101010101010101u;
+const uint64_t kHighBits = 0x8080808080808080u;
+
+// Of the eight bytes at P, flags (high bit set) the bytes of 0x80 and above and the carriage
+// returns: zero when all eight are plain ASCII. The first flag in memory order is exact; a
+// byte after a carriage return may be flagged too.
+uint64_t stopBytes(const unsigned char* p) {
+    uint64_t w;
+    std::memcpy(&w, p, sizeof w);
+    return (w | ((w ^ (kOnes * '\r')) - kOnes)) & kHighBits;
+}
+
+// How many bytes precede the first flagged one. Only known cheaply in little-endian order
+// (the phone's); elsewhere 0, and the bytes go one at a time.
+int plainBefore(uint64_t stop) {
+#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
+    return __builtin_ctzll(stop) / 8;
+#else
+    (void)stop;
+    return 0;
+#endif
+}
+
+// Decodes the whole units of [P, FEED) to OUT, carriage returns dropped, as read() would
+// give them. FEED is a line feed byte or TO, the end of the buffered bytes; a unit that
+// reaches TO is left at P for read(). Returns true when an overlong line feed ends the line,
+// with P just after it. OUT has room for a code point per byte.
+bool decodeLine(const unsigned char*& p, const unsigned char* feed, const unsigned char* to,
+                wchar_t*& out) {
+    const unsigned char* in = p;
+    wchar_t* o = out;
+    bool overlongFeed = false;
+    while (in < feed) {
+        if (feed - in >= 8) {
+            // Plain ASCII eight bytes at a time. All eight are widened even when fewer are
+            // plain: OUT has room for them, and what lies beyond is overwritten or cut.
+            uint64_t stop = stopBytes(in);
+            for (int i = 0; i < 8; ++i)
+                o[i] = static_cast<wchar_t>(in[i]);
+            int plain = stop == 0 ? 8 : plainBefore(stop);
+            in += plain;
+            o += plain;
+            if (plain == 8)
+                continue;
+        }
+        uint32_t cp = *in;
+        if (cp < 0x80) {
+            if (cp != '\r')
+                *o++ = static_cast<wchar_t>(cp);
+            ++in;
+            continue;
+        }
+        // A run of multi-byte units: two- and three-byte sequences inline, anything else
+        // through the shared decoder.
+        do {
+            if ((cp & 0xE0) == 0xC0 && feed - in > 1 && in[1] >= 0x80) {
+                cp = ((cp & 0x1F) << 6) | (in[1] & 0x3Fu);
+                in += 2;
+            } else if ((cp & 0xF0) == 0xE0 && feed - in > 2 && in[1] >= 0x80 && in[2] >= 0x80) {
+                cp = ((cp & 0x0F) << 12) | ((in[1] & 0x3Fu) << 6) | (in[2] & 0x3Fu);
+                in += 3;
+            } else {
+                uint32_t unit[utf8codec::kMaxUnit];
+                int count = 0;
+                size_t used = utf8codec::decodeUnit(in, to, true, unit, &count);
+                if (used == 0) {
+                    p = in;
+                    out = o;
+                    return false;
+                }
+                in += used;
+                if (count != 1) {
+                    // A stray continuation byte (nothing) or a cut sequence (bytes of 0x80
+                    // and above, none a line end).
+                    for (int i = 0; i < count; ++i)
+                        *o++ = static_cast<wchar_t>(unit[i]);
+                    continue;
+                }
+                cp = unit[0];
+            }
+            if (cp < 0x80) {
+                // Overlong forms of the line feed and carriage return count as those.
+                if (cp == '\n') {
+                    overlongFeed = true;
+                    break;
+                }
+                if (cp == '\r')
+                    continue;
+            }
+            *o++ = static_cast<wchar_t>(cp);
+        } while (in < feed && (cp = *in) >= 0x80);
+        if (overlongFeed)
+            break;
+    }
+    p = in;
+    out = o;
+    return overlongFeed;
+}
+
 } // namespace
 
 UTF_8Util::LineReader::LineReader(std::istream& in) : mIn(in), mEndSeen(false) {
@@ -93,15 +201,19 @@ ovTypes::String UTF_8Util::LineReader::readLine(bool& end) {
 }
 
 void UTF_8Util::LineReader::readLine(ovTypes::String& line, bool& end) {
-    line.clear();
     end = mEndSeen;
-    if (mEndSeen)
+    if (mEndSeen) {
+        line.clear();
         return;
+    }
+    // LINE's old content is overwritten in place and cut to LENGTH on return, so a reused
+    // string is zero-filled (by resize) only where this line is longer than the last.
+    size_t length = 0;
     std::streambuf* buf = mIn.rdbuf();
     for (;;) {
         // Bytes of a cut sequence read() left: all of 0x80 and above, never a line end.
         while (mPendingAt < mPendingCount)
-            line.push_back(static_cast<wchar_t>(mPending[mPendingAt++]));
+            put(line, length, mPending[mPendingAt++]);
         // Whole units are decoded straight from the get area, up to the first line feed byte
         // (no unit reaches past a byte below 0x80); a unit the area's end may cut, and every
         // refill, go through read().
@@ -110,63 +222,31 @@ void UTF_8Util::LineReader::readLine(ovTypes::String& line, bool& end) {
         const unsigned char* to =
             from ? reinterpret_cast<const unsigned char*>((buf->*kEgptr)()) : nullptr;
         if (from != to) {
-            const unsigned char* p = from;
-            const void* found = std::memchr(p, '\n', static_cast<size_t>(to - p));
+            const void* found = std::memchr(from, '\n', static_cast<size_t>(to - from));
             const unsigned char* feed = found ? static_cast<const unsigned char*>(found) : to;
-            // A unit gives no more code points than it has bytes: decode in place, then trim.
-            size_t old = line.size();
-            line.resize(old + static_cast<size_t>(feed - p));
-            wchar_t* out = &line[old];
-            bool overlongFeed = false;
-            while (p < feed) {
-                uint32_t cp = *p;
-                if (cp < 0x80) {
-                    // A run of plain ASCII in one tight loop.
-                    do {
-                        if (cp != '\r')
-                            *out++ = static_cast<wchar_t>(cp);
-                        if (++p == feed)
-                            break;
-                        cp = *p;
-                    } while (cp < 0x80);
-                    continue;
-                }
-                uint32_t unit[utf8codec::kMaxUnit];
-                int count = 0;
-                size_t used = utf8codec::decodeUnit(p, to, true, unit, &count);
-                if (used == 0)
-                    break;
-                p += used;
-                // Overlong forms of the line feed and carriage return count as those.
-                if (count == 1 && unit[0] == '\n') {
-                    overlongFeed = true;
-                    break;
-                }
-                for (int i = 0; i < count; ++i) {
-                    if (unit[i] != '\r')
-                        *out++ = static_cast<wchar_t>(unit[i]);
-                }
-            }
-            line.resize(static_cast<size_t>(out - line.data()));
-            if (overlongFeed) {
-                advance(buf, static_cast<size_t>(p - from));
-                return;
-            }
-            if (p == feed && feed < to) {
-                advance(buf, static_cast<size_t>(p + 1 - from));
+            // A unit gives no more code points than it has bytes.
+            if (line.size() < length + static_cast<size_t>(feed - from))
+                line.resize(length + static_cast<size_t>(feed - from));
+            const unsigned char* p = from;
+            wchar_t* out = &line[length];
+            bool overlongFeed = decodeLine(p, feed, to, out);
+            length = static_cast<size_t>(out - line.data());
+            if (overlongFeed || (p == feed && feed < to)) {
+                advance(buf, static_cast<size_t>(p - from) + (overlongFeed ? 0 : 1));
+                line.resize(length);
                 return;
             }
             advance(buf, static_cast<size_t>(p - from));
         }
         int cp = read();
-        if (cp == -1) {
+        if (cp == -1)
             mEndSeen = true;
+        if (cp == -1 || cp == '\n') {
+            line.resize(length);
             return;
         }
-        if (cp == '\n')
-            return;
         if (cp != '\r')
-            line.push_back(static_cast<wchar_t>(cp));
+            put(line, length, static_cast<wchar_t>(cp));
     }
 }
 

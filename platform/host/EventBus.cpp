@@ -6,6 +6,7 @@
 #include "OVPlatform.h"
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
 
@@ -13,7 +14,8 @@ namespace ovplatform {
 namespace {
 
 std::mutex gInstanceMutex;
-EventBus* gInstance = nullptr;
+// Read without the lock once set: it is set once and never freed.
+std::atomic<EventBus*> gInstance{nullptr};
 
 // The bus whose handlers this thread is delivering to: for the bus's own thread, all its life;
 // for a transport's thread, for the length of a delivery.
@@ -27,30 +29,32 @@ void shutdownAtExit() {
 
 void EventBus::create(std::unique_ptr<EventTransport> transport) {
     // Never freed: a delivery thread left behind at shutdown may still use it.
-    gInstance = new EventBus(std::move(transport));
+    gInstance.store(new EventBus(std::move(transport)), std::memory_order_release);
     // Registered after the process's static objects were built, so it runs before they are
     // destroyed: no delivery reaches a half-destroyed program.
     std::atexit(shutdownAtExit);
 }
 
 EventBus* EventBus::instance() {
+    EventBus* bus = gInstance.load(std::memory_order_acquire);
+    if (bus)
+        return bus;
     std::lock_guard<std::mutex> lock(gInstanceMutex);
-    if (!gInstance)
+    if (!gInstance.load(std::memory_order_relaxed))
         create(std::unique_ptr<EventTransport>(new LoopbackTransport));
-    return gInstance;
+    return gInstance.load(std::memory_order_relaxed);
 }
 
 bool EventBus::install(std::unique_ptr<EventTransport> transport) {
     std::lock_guard<std::mutex> lock(gInstanceMutex);
-    if (gInstance)
+    if (gInstance.load(std::memory_order_relaxed))
         return false;
     create(std::move(transport));
     return true;
 }
 
 bool EventBus::exists() {
-    std::lock_guard<std::mutex> lock(gInstanceMutex);
-    return gInstance != nullptr;
+    return gInstance.load(std::memory_order_acquire) != nullptr;
 }
 
 EventBus::EventBus(std::unique_ptr<EventTransport> transport)
@@ -130,10 +134,14 @@ int EventBus::publish(const ES_Event& event) {
 }
 
 void EventBus::enqueue(const ES_Event& event) {
-    std::lock_guard<std::mutex> lock(mMutex);
-    if (mDown)
-        return;
-    mQueue.push_back(event);
+    {
+        std::lock_guard<std::mutex> lock(mMutex);
+        if (mDown)
+            return;
+        mQueue.push_back(event);
+    }
+    // Woken after the lock is let go, so the delivery thread does not wake only to wait for it.
+    // The bus is never freed, so the condition outlives any publisher.
     mWake.notify_one();
 }
 
@@ -212,11 +220,7 @@ void EventBus::shutdown() {
 }
 
 void shutdownEventBus() {
-    EventBus* bus;
-    {
-        std::lock_guard<std::mutex> lock(gInstanceMutex);
-        bus = gInstance;
-    }
+    EventBus* bus = gInstance.load(std::memory_order_acquire);
     if (bus)
         bus->shutdown();
 }
@@ -233,7 +237,8 @@ int ES_EventSubscriber::unsubscribe(const std::string& topic, ES_EventHandler* h
 
 int ES_EventPublisher::publish(const ES_Event& event) {
     // Lets a test lose a publication as a bus that is down would.
-    if (ovplatform::callFails("ES_EventPublisher::publish"))
+    static const std::string call = "ES_EventPublisher::publish";
+    if (ovplatform::callFails(call))
         return ES_ERR_BUS_DOWN;
     return ovplatform::EventBus::instance()->publish(event);
 }

@@ -1,7 +1,7 @@
 #include "dptemplate/CSSFont.h"
 #include "dptemplate/TokenEnumeration.h"
 
-#include "EngineOutput.h"
+#include "EngineTest.h"
 #include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>
@@ -16,230 +16,130 @@ using DPTemplate::TokenEnumeration;
 
 namespace {
 
-StringArrayMB list(std::initializer_list<const char*> items) {
-    StringArrayMB result;
-    for (const char* item : items) {
-        result.push_back(item);
-    }
-    return result;
+std::string joined(const StringArrayMB& items) {
+    std::string out;
+    for (size_t i = 0; i < items.size(); ++i)
+        out += (i ? "," : "") + items[i];
+    return out;
 }
 
-void expectFallback(const PtrRef<CSSFont>& font) {
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("", font->getFontStyle());
-    EXPECT_EQ("", font->getFontWeight());
-    EXPECT_EQ("8pt", font->getFontSize());
-    EXPECT_EQ("10pt", font->getLineHeight());
-    EXPECT_EQ(list({"sans-serif"}), font->getFontFamilies());
+// "style|variant|weight|decorations|size/line-height|families|size range and classes", the
+// classes as B(old) I(talic) U(nderlined) S(ystem) P(roportional) M(onospaced).
+std::string describe(const PtrRef<CSSFont>& font) {
+    if (font == nullptr)
+        return "null";
+    const int sizes[] = {1, 2, 3};
+    std::string classes = std::to_string(font->getSizeRange(sizes));
+    const bool flags[] = {font->isBold(),   font->isItalic(),       font->isUnderlined(),
+                          font->isSystem(), font->isProportional(), font->isMonospaced()};
+    for (int i = 0; i < 6; ++i)
+        classes += flags[i] ? "BIUSPM"[i] : '-';
+    return font->getFontStyle() + "|" + font->getFontVariant() + "|" + font->getFontWeight() + "|" +
+           joined(font->getDecorations()) + "|" + font->getFontSize() + "/" +
+           font->getLineHeight() + "|" + joined(font->getFontFamilies()) + "|" + classes;
 }
+
+const char* const FALLBACK = "||||8pt/10pt|sans-serif|1---SP-";
 
 } // namespace
 
 TEST(CSSFontParser, MatchLooksOnlyAtTheFirstOccurrence) {
     EXPECT_TRUE(CSSFontParser::match("bold", CSSFontParser::WEIGHTS));
     EXPECT_TRUE(CSSFontParser::match("900", CSSFontParser::WEIGHTS));
-    EXPECT_FALSE(CSSFontParser::match("bol", CSSFontParser::WEIGHTS));
-    EXPECT_FALSE(CSSFontParser::match("Bold", CSSFontParser::WEIGHTS));
-    EXPECT_FALSE(CSSFontParser::match("", CSSFontParser::WEIGHTS));
-    EXPECT_FALSE(CSSFontParser::match("bold.bolder", CSSFontParser::WEIGHTS));
-    EXPECT_FALSE(CSSFontParser::match(".", CSSFontParser::WEIGHTS));
+    for (const char* token : {"bol", "Bold", "", "bold.bolder", "."})
+        EXPECT_FALSE(CSSFontParser::match(token, CSSFontParser::WEIGHTS)) << token;
     // ".small" first occurs inside ".small-caps", so the later ".small." is never seen.
     EXPECT_FALSE(CSSFontParser::match("small", ".small-caps.small."));
-    EXPECT_TRUE(CSSFontParser::match("small", CSSFontParser::SMALL_SIZES));
     // ".xx-small" does not hold ".x-small", so x-small is found in its own place.
     EXPECT_TRUE(CSSFontParser::match("x-small", CSSFontParser::SIZES));
     // A token that runs to the end of a set without a closing full stop does not match.
     EXPECT_FALSE(CSSFontParser::match("end", ".end"));
-}
 
-TEST(CSSFontParser, CategoriesAndKeywordClasses) {
     EXPECT_EQ(CSSFontParser::STYLE, CSSFontParser::category("oblique"));
     EXPECT_EQ(CSSFontParser::VARIANT, CSSFontParser::category("small-caps"));
     EXPECT_EQ(CSSFontParser::WEIGHT, CSSFontParser::category("normal"));
     EXPECT_EQ(CSSFontParser::DECORATION, CSSFontParser::category("blink"));
     EXPECT_EQ(CSSFontParser::NONE, CSSFontParser::category("12pt"));
-    EXPECT_TRUE(CSSFontParser::isItalic("oblique"));
-    EXPECT_TRUE(CSSFontParser::isBold("600"));
-    EXPECT_FALSE(CSSFontParser::isBold("500"));
-    EXPECT_FALSE(CSSFontParser::isBold("lighter"));
-    EXPECT_TRUE(CSSFontParser::isUnderlined("underline"));
-    EXPECT_FALSE(CSSFontParser::isUnderlined("overline"));
 }
 
-TEST(CSSFontParser, SizeClasses) {
-    EXPECT_TRUE(CSSFontParser::isSize("medium"));
-    EXPECT_TRUE(CSSFontParser::isSize("7whatever"));
-    EXPECT_FALSE(CSSFontParser::isSize("pt12"));
-    EXPECT_FALSE(CSSFontParser::isSize(""));
-
-    EXPECT_TRUE(CSSFontParser::isSmall("9pt"));
-    EXPECT_FALSE(CSSFontParser::isSmall("10pt"));
-    EXPECT_FALSE(CSSFontParser::isLarge("13px"));
-    EXPECT_TRUE(CSSFontParser::isLarge("14px"));
-    EXPECT_TRUE(CSSFontParser::isSmall("x-small"));
-    EXPECT_TRUE(CSSFontParser::isLarge("xx-large"));
-    for (const char* neither : {"medium", "larger", "smaller", "12", ""}) {
-        EXPECT_FALSE(CSSFontParser::isSmall(neither)) << neither;
-        EXPECT_FALSE(CSSFontParser::isLarge(neither)) << neither;
+TEST(CSSFontParser, KeywordAndFamilyClasses) {
+    const struct {
+        bool (*is)(const MString&);
+        std::vector<const char*> yes, no;
+    } classes[] = {
+        {CSSFontParser::isBold, {"600", "bold"}, {"500", "lighter"}},
+        {CSSFontParser::isItalic, {"oblique"}, {"normal"}},
+        {CSSFontParser::isUnderlined, {"underline"}, {"overline"}},
+        {CSSFontParser::isSize, {"medium", "7whatever"}, {"pt12", ""}},
+        // Leading zeros and runs of digits too long for an int.
+        {CSSFontParser::isSmall,
+         {"9pt", "x-small", "small", "0009pt"},
+         {"10pt", "99999999999999999999pt", "medium", "larger", "smaller", "12", ""}},
+        {CSSFontParser::isLarge,
+         {"14px", "xx-large", "99999999999999999999pt"},
+         {"13px", "medium", "larger", "smaller", "12", ""}},
+        {CSSFontParser::isSystem, {"sans-serif", "Helvetica Neue", "MyHELVETICA"}, {"Sans-Serif"}},
+        {CSSFontParser::isProportional,
+         {"serif", "sans-serif", "Times New Roman"},
+         {"Arial", "Serif"}},
+        {CSSFontParser::isMonospaced, {"monospace", "Courier New"}, {"Monospace"}},
+    };
+    for (const auto& c : classes) {
+        for (const char* token : c.yes)
+            EXPECT_TRUE(c.is(token)) << token;
+        for (const char* token : c.no)
+            EXPECT_FALSE(c.is(token)) << token;
     }
-    // Leading zeros and runs of digits too long for an int.
-    EXPECT_TRUE(CSSFontParser::isSmall("0009pt"));
-    EXPECT_TRUE(CSSFontParser::isLarge("99999999999999999999pt"));
-    EXPECT_FALSE(CSSFontParser::isSmall("99999999999999999999pt"));
 }
 
-TEST(CSSFontParser, FamilyClassesByKeywordOrName) {
-    EXPECT_TRUE(CSSFontParser::isSystem("sans-serif"));
-    EXPECT_TRUE(CSSFontParser::isSystem("Helvetica Neue"));
-    EXPECT_TRUE(CSSFontParser::isSystem("MyHELVETICA"));
-    EXPECT_FALSE(CSSFontParser::isSystem("Sans-Serif"));
-    EXPECT_TRUE(CSSFontParser::isProportional("serif"));
-    EXPECT_TRUE(CSSFontParser::isProportional("sans-serif"));
-    EXPECT_TRUE(CSSFontParser::isProportional("Times New Roman"));
-    EXPECT_FALSE(CSSFontParser::isProportional("Arial"));
-    EXPECT_TRUE(CSSFontParser::isMonospaced("monospace"));
-    EXPECT_TRUE(CSSFontParser::isMonospaced("Courier New"));
-    EXPECT_FALSE(CSSFontParser::isMonospaced("Monospace"));
-}
-
-TEST(CSSFontParser, FullShorthand) {
-    PtrRef<CSSFont> font = CSSFontParser::parse("bold 12pt/14pt Arial, 'Times New Roman'");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("bold", font->getFontWeight());
-    EXPECT_EQ("12pt", font->getFontSize());
-    EXPECT_EQ("14pt", font->getLineHeight());
-    EXPECT_EQ(list({"Arial", "Times New Roman"}), font->getFontFamilies());
-    EXPECT_TRUE(font->isBold());
-    EXPECT_FALSE(font->isItalic());
-    EXPECT_FALSE(font->isProportional());
-
-    font = CSSFontParser::parse("italic small-caps 300 underline overline x-large \"Courier\"");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("italic", font->getFontStyle());
-    EXPECT_EQ("small-caps", font->getFontVariant());
-    EXPECT_EQ("300", font->getFontWeight());
-    EXPECT_EQ(list({"underline", "overline"}), font->getDecorations());
-    EXPECT_EQ("x-large", font->getFontSize());
-    EXPECT_EQ(list({"Courier"}), font->getFontFamilies());
-    EXPECT_TRUE(font->isItalic());
-    EXPECT_TRUE(font->isUnderlined());
-    EXPECT_TRUE(font->isMonospaced());
-}
-
-TEST(CSSFontParser, SizeAndSlashAtTheEndAlsoBecomeFamilies) {
-    PtrRef<CSSFont> font = CSSFontParser::parse("12pt");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("12pt", font->getFontSize());
-    EXPECT_EQ(list({"12pt"}), font->getFontFamilies());
-
-    font = CSSFontParser::parse("bold bold 9pt");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("bold", font->getFontWeight());
-    EXPECT_EQ(list({"9pt"}), font->getFontFamilies());
-    EXPECT_TRUE(CSSFontParser::isSmall(font->getFontSize()));
-
-    font = CSSFontParser::parse("12pt/");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("12pt", font->getFontSize());
-    EXPECT_EQ("", font->getLineHeight());
-    EXPECT_EQ(list({"/"}), font->getFontFamilies());
-}
-
-TEST(CSSFontParser, LaterKeywordsReplaceEarlierOnes) {
-    PtrRef<CSSFont> font = CSSFontParser::parse("bold normal oblique italic 10pt x");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("normal", font->getFontWeight());
-    EXPECT_EQ("italic", font->getFontStyle());
-    EXPECT_FALSE(font->isBold());
-}
-
-TEST(CSSFontParser, FamiliesAfterTheSize) {
-    PtrRef<CSSFont> font = CSSFontParser::parse("12pt 'Courier New'");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ(list({"Courier New"}), font->getFontFamilies());
-    EXPECT_TRUE(font->isMonospaced());
-
-    // Keywords after the size are families too; an unclosed quote runs to the end.
-    font = CSSFontParser::parse("12pt , bold,serif, 'Open Sans");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("", font->getFontWeight());
-    EXPECT_EQ(list({"bold", "serif", "Open Sans"}), font->getFontFamilies());
-
-    // An empty quoted family is kept as an empty name.
-    font = CSSFontParser::parse("12pt Arial, '', serif");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ(list({"Arial", "", "serif"}), font->getFontFamilies());
-
-    font = CSSFontParser::parse("14px serif");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_TRUE(CSSFontParser::isLarge(font->getFontSize()));
-    EXPECT_TRUE(font->isProportional());
-    EXPECT_FALSE(font->isSystem());
-}
-
-TEST(CSSFontParser, WordsBeforeTheSizeMustBeKeywords) {
-    EXPECT_TRUE(CSSFontParser::parse("italic Arial") == nullptr);
-    EXPECT_TRUE(CSSFontParser::parse("Bold 12pt arial") == nullptr);
-    EXPECT_TRUE(CSSFontParser::parse("normal normal Arial 12pt") == nullptr);
-    // An empty quoted word is a word like any other: not a size.
-    EXPECT_TRUE(CSSFontParser::parse("bold '' 12pt") == nullptr);
-}
-
-TEST(CSSFont, EmptyTextGivesAnEmptyFont) {
-    PtrRef<CSSFont> font = CSSFont::decode("");
-    ASSERT_TRUE(font != nullptr);
-    EXPECT_EQ("", font->getFontSize());
-    EXPECT_EQ("", font->getLineHeight());
-    EXPECT_TRUE(font->getFontFamilies().empty());
-    const int sizes[] = {1, 2, 3};
-    EXPECT_EQ(2, font->getSizeRange(sizes));
-    EXPECT_FALSE(font->isSystem());
-    EXPECT_FALSE(font->isProportional());
-    EXPECT_FALSE(font->isMonospaced());
-    EXPECT_FALSE(font->isBold());
-    EXPECT_FALSE(font->isUnderlined());
-}
-
-TEST(CSSFont, UnreadableTextsGiveTheFallbackSilently) {
+// Words before the size must be keywords; later keywords replace earlier ones; the size and
+// everything after it are families too; an unclosed quote runs to the end; the classes of a
+// font look at its first family only. A text that cannot be read decodes to the fallback.
+TEST(CSSFont, ParseAndDecode) {
+    const struct {
+        const char* text;
+        const char* font; // as parse() reads it, "null" where decode() falls back
+    } rows[] = {
+        {"", "||||/||2------"},
+        {"bold 12pt/14pt Arial, 'Times New Roman'",
+         "||bold||12pt/14pt|Arial,Times New Roman|2B-----"},
+        {"italic small-caps 300 underline overline x-large \"Courier\"",
+         "italic|small-caps|300|underline,overline|x-large/|Courier|3-IU--M"},
+        {"12pt", "||||12pt/|12pt|2------"},
+        {"bold bold 9pt", "||bold||9pt/|9pt|1B-----"},
+        {"12pt/", "||||12pt/|/|2------"},
+        {"bold normal oblique italic 10pt x", "italic||normal||10pt/|x|2-I----"},
+        {"12pt 'Courier New'", "||||12pt/|Courier New|2-----M"},
+        {"12pt , bold,serif, 'Open Sans", "||||12pt/|bold,serif,Open Sans|2------"},
+        {"12pt Arial, '', serif", "||||12pt/|Arial,,serif|2------"},
+        {"14px serif", "||||14px/|serif|3----P-"},
+        {"large x", "||||large/|x|3------"},
+        {"medium x", "||||medium/|x|2------"},
+        {"12pt Arial, monospace", "||||12pt/|Arial,monospace|2------"},
+        {"12pt Helvetica, monospace", "||||12pt/|Helvetica,monospace|2---S--"},
+        {"italic Arial", "null"},
+        {"Bold 12pt arial", "null"},
+        {"normal normal Arial 12pt", "null"},
+        {"bold '' 12pt", "null"}, // an empty quoted word is not a size
+    };
     ovtest::StderrCapture capture;
-    expectFallback(CSSFont::decode("italic Arial"));
-    expectFallback(CSSFont::decode("Bold 12pt arial"));
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        EXPECT_EQ(row.font, describe(CSSFontParser::parse(row.text)));
+        bool parsed = std::string(row.font) != "null";
+        EXPECT_EQ(parsed ? row.font : FALLBACK, describe(CSSFont::decode(row.text)));
+    }
     EXPECT_EQ("", engineOutput(capture.text()));
-    // Each fallback is a font of its own.
+    // Each fallback is a font of its own; the default font is made once.
     EXPECT_NE(CSSFont::decode("x"), CSSFont::decode("x"));
-}
+    EXPECT_EQ(CSSFont::getDefaultFont(), CSSFont::getDefaultFont());
+    EXPECT_EQ("||||8pt/|sans-serif|1---SP-", describe(CSSFont::getDefaultFont()));
 
-TEST(CSSFont, SizeRangePicksByClass) {
-    const int sizes[] = {10, 20, 30};
-    EXPECT_EQ(10, CSSFont::decode("9pt x")->getSizeRange(sizes));
-    EXPECT_EQ(20, CSSFont::decode("12pt x")->getSizeRange(sizes));
-    EXPECT_EQ(30, CSSFont::decode("large x")->getSizeRange(sizes));
-    EXPECT_EQ(20, CSSFont::decode("medium x")->getSizeRange(sizes));
-}
-
-TEST(CSSFont, FamilyClassesLookAtTheFirstFamilyOnly) {
-    PtrRef<CSSFont> font = CSSFont::decode("12pt Arial, monospace");
-    EXPECT_FALSE(font->isMonospaced());
-    font = CSSFont::decode("12pt Helvetica, monospace");
-    EXPECT_TRUE(font->isSystem());
-}
-
-TEST(CSSFont, UnderlinedLooksAtEveryDecoration) {
-    CSSFont font;
-    font.setDecorations(list({"underline", "blink"}));
+    CSSFont font; // underlined looks at every decoration
+    font.setDecorations({"underline", "blink"});
     EXPECT_TRUE(font.isUnderlined());
-    font.setDecorations(list({"blink", "overline"}));
+    font.setDecorations({"blink", "overline"});
     EXPECT_FALSE(font.isUnderlined());
-}
-
-TEST(CSSFont, DefaultFontIsMadeOnce) {
-    PtrRef<CSSFont> first = CSSFont::getDefaultFont();
-    PtrRef<CSSFont> second = CSSFont::getDefaultFont();
-    EXPECT_EQ(first, second);
-    EXPECT_EQ("8pt", first->getFontSize());
-    EXPECT_EQ("", first->getLineHeight());
-    EXPECT_EQ(list({"sans-serif"}), first->getFontFamilies());
-    EXPECT_TRUE(first->isSystem());
 }
 
 TEST(TokenEnumeration, TokensElementsAndQuotes) {
@@ -259,13 +159,11 @@ TEST(TokenEnumeration, TokensElementsAndQuotes) {
     EXPECT_FALSE(tokens.hasMoreTokens());
     EXPECT_FALSE(tokens.hasMoreElements());
     EXPECT_EQ("", tokens.nextElement());
-}
 
-TEST(TokenEnumeration, WhitespaceThatIsNotASeparatorIsSkippedOnlyBeforeTokens) {
-    TokenEnumeration tokens("\r x,y", ",");
-    EXPECT_EQ("\r x", tokens.nextElement());
-    EXPECT_EQ("y", tokens.nextElement());
-
+    // White space that is not a separator is skipped only before tokens.
+    TokenEnumeration elements("\r x,y", ",");
+    EXPECT_EQ("\r x", elements.nextElement());
+    EXPECT_EQ("y", elements.nextElement());
     TokenEnumeration again("\r x,y", ",");
     EXPECT_EQ("x", again.nextToken());
     EXPECT_TRUE(again.isSeparator(','));

@@ -1,8 +1,6 @@
 #include "dptemplate/SaxParser.h"
 
-#include "EndlessBuffer.h"
-#include "EngineOutput.h"
-#include "FailingBuffer.h"
+#include "EngineTest.h"
 #include "support/ChunkedBuffer.h"
 #include "support/Files.h"
 #include "support/StderrCapture.h"
@@ -94,6 +92,13 @@ const std::vector<std::string> EXPECTED_EVENTS = {"start-document",  "<root b=2 
                                                   "text:\n",         "</root>",
                                                   "end-document"};
 
+std::string joined(const std::vector<std::string>& lines) {
+    std::string all;
+    for (const std::string& line : lines)
+        all += line + "\n";
+    return all;
+}
+
 enum class Path { Stream, Trickle, Memory, File, Chunks };
 
 // Runs one parse of TEXT along PATH.
@@ -134,14 +139,10 @@ class SaxParserPaths : public ::testing::TestWithParam<Path> {};
 
 } // namespace
 
+// A failure raised in a callback stops the parse and is raised after it; the same object then
+// delivers every event in document order, lines longer than a chunk and a last line without a
+// newline included.
 TEST_P(SaxParserPaths, DeliversEveryEventInDocumentOrder) {
-    RecordingParser parser;
-    parseAlong(GetParam(), parser, DOCUMENT);
-    EXPECT_EQ(EXPECTED_EVENTS, parser.mEvents);
-    EXPECT_TRUE(parser.mErrors.empty());
-}
-
-TEST_P(SaxParserPaths, FailureInACallbackStopsTheParseAndIsRaisedAfterIt) {
     RecordingParser parser;
     parser.mThrowOnElement = "leaf";
     try {
@@ -150,21 +151,17 @@ TEST_P(SaxParserPaths, FailureInACallbackStopsTheParseAndIsRaisedAfterIt) {
     } catch (const std::runtime_error& failure) {
         EXPECT_STREQ("refused leaf", failure.what());
     }
-    // Nothing after the failing start tag reached the parser.
     ASSERT_FALSE(parser.mEvents.empty());
-    EXPECT_EQ("<leaf>", parser.mEvents.back());
+    EXPECT_EQ("<leaf>", parser.mEvents.back()); // nothing after it reached the parser
 
-    // The same object parses again, and the old failure does not come back.
     parser.mThrowOnElement.clear();
     parser.mEvents.clear();
     parseAlong(GetParam(), parser, DOCUMENT);
     EXPECT_EQ(EXPECTED_EVENTS, parser.mEvents);
-}
 
-TEST_P(SaxParserPaths, LinesLongerThanAChunkAndALastLineWithoutNewline) {
     const std::string value(20000, 'v');
     const std::string words(70000, 'w');
-    RecordingParser parser;
+    parser.mEvents.clear();
     parseAlong(GetParam(), parser,
                "<root>\n<a v=\"" + value + "\">" + words + "</a>\n" + words + "</root>");
     const std::vector<std::string> expected = {
@@ -178,52 +175,48 @@ INSTANTIATE_TEST_SUITE_P(AllContexts, SaxParserPaths,
                          ::testing::Values(Path::Stream, Path::Trickle, Path::Memory, Path::File,
                                            Path::Chunks));
 
-TEST(SaxParser, MalformedInputIsReportedToTheParserAndNothingIsPrinted) {
-    RecordingParser parser;
+// Errors reach the parser with their line, never standard error; fatal ones end the events.
+// An unreadable file is raised, silently too.
+TEST(SaxParser, ErrorsAreReportedToTheParserAndNothingIsPrinted) {
+    const struct {
+        std::string text;
+        const char* error; // found in one of the errors
+        int line;          // of the first error
+        bool fatal;
+        const char* lastEvent;
+    } rows[] = {
+        {"<root>\n<a>\n</b>\n</root>\n", "mismatch", 3, true, "text:\n"},
+        // The external subset that might declare the entity is never read: not a fatal error.
+        {"<!DOCTYPE r SYSTEM \"r.dtd\"><r>&e;</r>", "'e' not defined", 1, false, "end-document"},
+    };
     ovtest::StderrCapture capture;
-    std::istringstream in("<root>\n<a>\n</b>\n</root>\n");
-    parser.parseStream(in);
-    EXPECT_EQ("", engineOutput(capture.text()));
-    ASSERT_FALSE(parser.mErrors.empty());
-    EXPECT_NE(std::string::npos, parser.mErrors.front().find("mismatch")) << parser.mErrors.front();
-    EXPECT_EQ(3, parser.mErrorLines.front());
-    // The event stream ends early: no end of the root element.
-    ASSERT_LE(4u, parser.mEvents.size());
-    EXPECT_EQ("<a>", parser.mEvents[3]);
-    for (const std::string& event : parser.mEvents) {
-        EXPECT_NE("</root>", event);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.text);
+        RecordingParser parser;
+        std::istringstream in(row.text);
+        parser.parseStream(in);
+        ASSERT_FALSE(parser.mErrors.empty());
+        EXPECT_NE(std::string::npos, joined(parser.mErrors).find(row.error));
+        EXPECT_EQ(row.line, parser.mErrorLines.front());
+        EXPECT_EQ(row.fatal, !parser.mFatalErrors.empty());
+        if (row.fatal)
+            EXPECT_EQ(parser.mErrors.front(), parser.mFatalErrors.front());
+        EXPECT_EQ(row.lastEvent, parser.mEvents.back());
     }
-}
-
-TEST(SaxParser, EncodingFailuresReachTheParserInsteadOfStandardError) {
     RecordingParser parser;
-    ovtest::StderrCapture capture;
-    std::istringstream in(std::string("<?xml version=\"1.0\" encoding=\"SHIFT_JIS\"?>\n"
-                                      "<root>\x9b\xff\xfe</root>\n"));
+    std::istringstream in("<?xml version=\"1.0\" encoding=\"SHIFT_JIS\"?>\n<r>\x9b\xff\xfe</r>\n");
     parser.parseStream(in);
+    EXPECT_NE(std::string::npos, joined(parser.mErrors).find("conversion failed"));
+    parser.mEvents.clear(); // an unreadable file is raised
+    ovtest::TempDir dir;
+    EXPECT_THROW(parser.parseFile(dir.file("missing.xml")), SaxParserException);
+    EXPECT_TRUE(parser.mEvents.empty());
     EXPECT_EQ("", engineOutput(capture.text()));
-    bool reported = false;
-    for (const std::string& error : parser.mErrors) {
-        reported = reported || error.find("conversion failed") != std::string::npos;
-    }
-    EXPECT_TRUE(reported);
-}
 
-TEST(SaxParser, LongMessagesAreCutAt1024Bytes) {
-    RecordingParser parser;
-    std::string name(3000, 'n');
-    parser.parseMemory("<" + name + "></x>");
+    parser.mErrors.clear(); // long messages are cut at 1024 bytes
+    parser.parseMemory("<" + std::string(3000, 'n') + "></x>");
     ASSERT_FALSE(parser.mErrors.empty());
     EXPECT_EQ(1023u, parser.mErrors.front().size());
-}
-
-TEST(SaxParser, UnreadableFileRaisesWithoutPrinting) {
-    RecordingParser parser;
-    ovtest::TempDir dir;
-    ovtest::StderrCapture capture;
-    EXPECT_THROW(parser.parseFile(dir.file("missing.xml")), SaxParserException);
-    EXPECT_EQ("", engineOutput(capture.text()));
-    EXPECT_TRUE(parser.mEvents.empty());
 }
 
 TEST(SaxParser, EntityHookOnlyWhenAskedFor) {
@@ -251,46 +244,36 @@ TEST(SaxParser, StreamFailureReleasesTheContext) {
     EXPECT_EQ(EXPECTED_EVENTS, parser.mEvents);
 }
 
-TEST(SaxParser, StreamEventsDoNotDependOnWhereLinesAreCut) {
-    // Lines around the size of the pieces the stream is read in, ending with and without a
-    // newline: the stream path must deliver what the memory path delivers.
-    for (std::string::size_type length = 4090; length <= 4100; ++length) {
-        for (const char* end : {"", "\n"}) {
-            std::string padding(length - std::string("<r></r>").size(), 'x');
-            std::string text = "<r>" + padding + "</r>" + end;
-            RecordingParser fromMemory;
-            parseAlong(Path::Memory, fromMemory, text);
-            for (Path path : {Path::Stream, Path::Trickle}) {
-                RecordingParser fromStream;
-                parseAlong(path, fromStream, text);
-                EXPECT_EQ(fromMemory.mEvents, fromStream.mEvents) << length;
-            }
-        }
-    }
-}
-
+// The stream path delivers what the memory path delivers, however the bytes arrive: lines
+// around the size of the pieces the stream is read in, with and without a last newline, and a
+// document of several blocks cut inside tags, attribute values, references and text.
 TEST(SaxParser, StreamEventsDoNotDependOnHowTheBytesArrive) {
-    // More than one block of the stream path, with cuts falling inside tags, attribute values,
-    // references and text, and a last line without a newline.
+    std::vector<std::string> texts;
+    for (std::string::size_type length = 4090; length <= 4100; ++length) {
+        for (const char* end : {"", "\n"})
+            texts.push_back("<r>" + std::string(length - 7, 'x') + "</r>" + end);
+    }
     std::string text = "<?xml version=\"1.0\"?>\n<r>\n";
     for (int i = 0; text.size() < 40 * 1024; ++i) {
         text += "  <leaf n=\"" + std::to_string(i) + "\" v=\"a value &amp; more\">text " +
                 std::to_string(i) + " &lt;here&gt;</leaf><!--c--><e/>\n";
     }
-    text += "</r>";
-    RecordingParser fromMemory;
-    parseAlong(Path::Memory, fromMemory, text);
-    ASSERT_TRUE(fromMemory.mErrors.empty());
-    RecordingParser fromStream;
-    parseAlong(Path::Stream, fromStream, text);
-    EXPECT_EQ(fromMemory.mEvents, fromStream.mEvents);
-    for (std::string::size_type burst : {7u, 4096u, 16385u}) {
-        ovtest::ChunkedBuffer buffer(text, burst);
-        std::istream in(&buffer);
-        RecordingParser fromBursts;
-        fromBursts.parseStream(in);
-        EXPECT_EQ(fromMemory.mEvents, fromBursts.mEvents) << burst;
-        EXPECT_TRUE(fromBursts.mErrors.empty()) << burst;
+    texts.push_back(text + "</r>");
+    for (const std::string& text : texts) {
+        SCOPED_TRACE(text.size());
+        RecordingParser fromMemory;
+        parseAlong(Path::Memory, fromMemory, text);
+        ASSERT_TRUE(fromMemory.mErrors.empty());
+        RecordingParser fromStream;
+        parseAlong(Path::Stream, fromStream, text);
+        EXPECT_EQ(fromMemory.mEvents, fromStream.mEvents);
+        for (std::string::size_type burst : {1u, 7u, 4096u, 16385u}) {
+            ovtest::ChunkedBuffer buffer(text, burst);
+            std::istream in(&buffer);
+            RecordingParser fromBursts;
+            fromBursts.parseStream(in);
+            EXPECT_EQ(fromMemory.mEvents, fromBursts.mEvents) << burst;
+        }
     }
 }
 
@@ -298,91 +281,61 @@ namespace {
 
 // A TCP port on the loopback interface that nobody answers: a parser that tried to fetch an
 // http URL on it leaves a connection waiting in the backlog.
-class UnansweredPort {
-public:
+struct UnansweredPort {
+    int fd = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    int port = 0; // 0 when no port could be had
+
     UnansweredPort() {
-        mSocket = ::socket(AF_INET, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
         sockaddr_in address{};
         address.sin_family = AF_INET;
         address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
         socklen_t length = sizeof address;
-        if (mSocket < 0 || ::bind(mSocket, reinterpret_cast<sockaddr*>(&address), length) != 0 ||
-            ::listen(mSocket, 8) != 0 ||
-            ::getsockname(mSocket, reinterpret_cast<sockaddr*>(&address), &length) != 0) {
-            return;
-        }
-        mPort = ntohs(address.sin_port);
+        sockaddr* any = reinterpret_cast<sockaddr*>(&address);
+        if (fd >= 0 && ::bind(fd, any, length) == 0 && ::listen(fd, 8) == 0 &&
+            ::getsockname(fd, any, &length) == 0)
+            port = ntohs(address.sin_port);
     }
     ~UnansweredPort() {
-        if (mSocket >= 0)
-            ::close(mSocket);
+        if (fd >= 0)
+            ::close(fd);
     }
-
-    int port() const { return mPort; } // 0 when no port could be had
     bool connectedTo() const {
-        int connection = ::accept(mSocket, nullptr, nullptr);
-        if (connection < 0)
-            return false;
-        ::close(connection);
-        return true;
+        int connection = ::accept(fd, nullptr, nullptr);
+        if (connection >= 0)
+            ::close(connection);
+        return connection >= 0;
     }
-
-private:
-    int mSocket = -1;
-    int mPort = 0;
 };
-
-std::string joined(const std::vector<std::string>& events) {
-    std::string all;
-    for (const std::string& event : events)
-        all += event + "\n";
-    return all;
-}
 
 } // namespace
 
 TEST(SaxParser, NothingMoreIsReadOnceTheDocumentHasFailed) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"", std::string(1, '\0')}, // /dev/zero
-        {"", "junk "},              // not markup at all
-        {"<r>\n<a>", "</b>"},       // fails after a well-formed start
-        {"<r>", "<!-- - -- -->"},   // fails inside the content
+    const struct {
+        std::string prefix, filler;
+        const char* refusedElement;
+    } rows[] = {
+        {"", std::string(1, '\0'), ""}, // /dev/zero
+        {"", "junk ", ""},              // not markup at all
+        {"<r>\n<a>", "</b>", ""},       // fails after a well-formed start
+        {"<r>", "<!-- - -- -->", ""},   // fails inside the content
+        {"<r><a/>", "<b/>", "a"},       // a callback fails
     };
-    for (const auto& c : cases) {
-        EndlessBuffer buffer(c.first, c.second);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.filler);
+        EndlessBuffer buffer(row.prefix, row.filler);
         std::istream in(&buffer);
         RecordingParser parser;
-        parser.parseStream(in);
-        EXPECT_FALSE(parser.mFatalErrors.empty()) << c.second;
+        parser.mThrowOnElement = row.refusedElement;
+        if (*row.refusedElement) {
+            EXPECT_THROW(parser.parseStream(in), std::runtime_error);
+        } else {
+            parser.parseStream(in);
+            EXPECT_FALSE(parser.mFatalErrors.empty());
+        }
         // The block that failed and at most what was already buffered with it.
-        EXPECT_LE(buffer.mHandedOut, 2u * 4096u) << c.second;
+        EXPECT_LE(buffer.mHandedOut, 2u * 4096u);
         EXPECT_EQ(0, parser.getLineNumber());
     }
-}
-
-TEST(SaxParser, AFailingCallbackEndsTheReadingToo) {
-    EndlessBuffer buffer("<r><a/>", "<b/>");
-    std::istream in(&buffer);
-    RecordingParser parser;
-    parser.mThrowOnElement = "a";
-    EXPECT_THROW(parser.parseStream(in), std::runtime_error);
-    EXPECT_LE(buffer.mHandedOut, 2u * 4096u);
-}
-
-TEST(SaxParser, FatalErrorsAreToldFromOtherErrors) {
-    RecordingParser mismatch;
-    mismatch.parseMemory("<r><a></b></r>");
-    ASSERT_EQ(1u, mismatch.mFatalErrors.size());
-    EXPECT_EQ(mismatch.mErrors.front(), mismatch.mFatalErrors.front());
-
-    // An unknown entity in a document with an external subset is an error, not a fatal one:
-    // the subset that might declare it is never read.
-    RecordingParser undeclared;
-    undeclared.parseMemory("<!DOCTYPE r SYSTEM \"r.dtd\"><r>&e;</r>");
-    ASSERT_FALSE(undeclared.mErrors.empty());
-    EXPECT_NE(std::string::npos, undeclared.mErrors.front().find("'e' not defined"));
-    EXPECT_TRUE(undeclared.mFatalErrors.empty()) << undeclared.mFatalErrors.front();
-    EXPECT_EQ("end-document", undeclared.mEvents.back());
 }
 
 TEST(SaxParser, AttributeValuesAreDecodedWithOrWithoutSubstitution) {
@@ -407,10 +360,9 @@ TEST(SaxParser, NoExternalEntityDtdOrNetworkResourceIsEverLoaded) {
     const std::string local = dir.file("secret.txt");
     ASSERT_TRUE(ovtest::writeFile(local, marker));
     UnansweredPort port;
-    if (port.port() == 0) {
+    if (port.port == 0)
         GTEST_SKIP() << "no loopback port to listen on";
-    }
-    const std::string http = "http://127.0.0.1:" + std::to_string(port.port());
+    const std::string http = "http://127.0.0.1:" + std::to_string(port.port);
     const std::string documents[] = {
         "<!DOCTYPE r [<!ENTITY x SYSTEM \"file:///etc/passwd\">]><r a=\"&x;\">&x;</r>",
         "<!DOCTYPE r [<!ENTITY x SYSTEM \"" + local + "\">]><r a=\"&x;\">&x;</r>",

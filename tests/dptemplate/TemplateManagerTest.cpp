@@ -1,6 +1,11 @@
 #include "dptemplate/TemplateManager.h"
 
+#include "OVPlatform.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "storage/DefaultContentBytes.h"
 #include "storage/NR_ContentCache.h"
+#include "storage/NR_DefaultContentMgr.h"
+#include "support/Files.h"
 #include "support/StderrCapture.h"
 #include "support/TempDir.h"
 
@@ -15,19 +20,26 @@
 using DPTemplate::Template;
 using DPTemplate::TemplateManager;
 
+namespace {
+
+const char kGood[] = "<template><layout id=\"item\"><text/></layout></template>";
+// As long as kGood, but refused by the parser (a row inside a row).
+const char kBad[] = "<template><layout><row><row/></row></layout></template>";
+static_assert(sizeof kGood == sizeof kBad, "the two templates must have one length");
+
 TEST(TemplateManager, KeepsWhatTheParserAccepts) {
     TemplateManager* manager = TemplateManager::getInstance();
     ASSERT_EQ(manager, TemplateManager::getInstance());
     manager->clear();
 
-    std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
+    std::istringstream good(kGood);
     EXPECT_EQ(0, manager->load("dc:item", good));
     PtrRef<Template> kept = manager->get("dc:item");
     ASSERT_TRUE(kept != nullptr);
     EXPECT_EQ(1u, kept->getLayoutCount());
 
     // Refused documents leave the template kept before in place.
-    std::istringstream misplaced("<template><layout><row><row/></row></layout></template>");
+    std::istringstream misplaced(kBad);
     EXPECT_EQ(2, manager->load("dc:item", misplaced));
     std::istringstream notATemplate("<layout id=\"item\"/>");
     EXPECT_NE(0, manager->load("dc:item", notATemplate));
@@ -47,7 +59,6 @@ TEST(TemplateManager, KeepsWhatTheParserAccepts) {
         EXPECT_EQ(0u, capture.text().find("{3} ")) << capture.text();
     }
 
-    EXPECT_TRUE(manager->get("dc:other") == nullptr);
     // A handle given out outlives the manager's own reference.
     manager->remove("dc:item");
     EXPECT_TRUE(manager->get("dc:item") == nullptr);
@@ -55,15 +66,20 @@ TEST(TemplateManager, KeepsWhatTheParserAccepts) {
     EXPECT_EQ(0u, manager->size());
 }
 
-namespace {
-
-// A template manager of its own over a content cache in a temporary directory.
-class TemplateFromCache : public ::testing::Test {
+// A template manager of its own over a content cache and default content on a temporary
+// device root.
+class TemplateFromStore : public ::testing::Test {
 protected:
     void SetUp() override {
-        mCacheDir = mRoot.file("cache/");
-        ASSERT_EQ(0, mkdir(mCacheDir.c_str(), 0755));
-        NR_ContentCache::setCachePath(mCacheDir);
+        NR_DefaultContentMgr::dispose();
+        mFolder = ovplatform::devicePath(NR_DefaultContentMgr::DEFAULT_RESOURCE_PATH);
+        std::string cacheDir = mRoot.file("cache/");
+        ASSERT_EQ(0, mkdir(cacheDir.c_str(), 0755));
+        NR_ContentCache::setCachePath(cacheDir);
+    }
+    void TearDown() override {
+        NR_DefaultContentMgr::dispose();
+        OV_EventAndStatusFacade::destroy();
     }
 
     // Stores BYTES as the resource ID; returns its path.
@@ -81,18 +97,11 @@ protected:
     }
 
     ovtest::TempDeviceRoot mRoot;
-    std::string mCacheDir;
+    std::string mFolder;
     TemplateManager mManager;
 };
 
-const char kGood[] = "<template><layout id=\"item\"><text/></layout></template>";
-// As long as kGood, but refused by the parser (a row inside a row).
-const char kBad[] = "<template><layout><row><row/></row></layout></template>";
-static_assert(sizeof kGood == sizeof kBad, "the two templates must have one length");
-
-} // namespace
-
-TEST_F(TemplateFromCache, AStoredTemplateIsParsedOnceAndKept) {
+TEST_F(TemplateFromStore, AStoredTemplateIsParsedOnceAndKept) {
     std::string path = put("tpl", kGood);
     PtrRef<Template> first = mManager.get("tpl");
     ASSERT_TRUE(first != nullptr);
@@ -107,7 +116,11 @@ TEST_F(TemplateFromCache, AStoredTemplateIsParsedOnceAndKept) {
     EXPECT_EQ(1u, mManager.size());
 }
 
-TEST_F(TemplateFromCache, AFailedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
+TEST_F(TemplateFromStore, ARefusedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
+    put("tpl", kBad);
+    EXPECT_TRUE(mManager.get("tpl") == nullptr);
+    put("tpl", "<template/>"); // a new download, refused for holding no layout
+    EXPECT_TRUE(mManager.get("tpl") == nullptr);
     std::string path = put("tpl", kBad);
     ASSERT_FALSE(path.empty());
     EXPECT_TRUE(mManager.get("tpl") == nullptr);
@@ -130,20 +143,34 @@ TEST_F(TemplateFromCache, AFailedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
     EXPECT_TRUE(mManager.get("tpl") != nullptr);
 }
 
-TEST_F(TemplateFromCache, ARefusedTemplateIsTriedAgainOnceReplaced) {
-    put("tpl", kBad);
-    EXPECT_TRUE(mManager.get("tpl") == nullptr);
-    put("tpl", "<template/>"); // a new download, refused for holding no layout
-    EXPECT_TRUE(mManager.get("tpl") == nullptr);
-    put("tpl", kGood);
-    EXPECT_TRUE(mManager.get("tpl") != nullptr);
+// Templates named "dc:" come from default content, never from the cache.
+TEST_F(TemplateFromStore, ADefaultTemplateIsReadFromTheIndexAndKept) {
+    put("dc:default-template.xml", kGood);
+    EXPECT_TRUE(mManager.get("dc:default-template.xml") == nullptr);
+
+    ASSERT_TRUE(ovtest::writeFile(mFolder + "/dynport.dc",
+                                  dctest::index({{"default-template.xml", kGood}})));
+    NR_DefaultContentMgr::dispose();
+    PtrRef<Template> first = mManager.get("dc:default-template.xml");
+    ASSERT_TRUE(first != nullptr);
+    EXPECT_EQ("item", first->getLayout(0)->getId());
+    EXPECT_EQ(1u, mManager.size());
+    // Kept: gone from the device, it is still the same template.
+    ASSERT_TRUE(ovtest::writeFile(mFolder + "/dynport.dc", dctest::index({})));
+    NR_DefaultContentMgr::dispose();
+    EXPECT_TRUE(mManager.get("dc:default-template.xml") == first);
+    EXPECT_TRUE(mManager.get("dc:other.xml") == nullptr);
 }
 
-TEST_F(TemplateFromCache, DefaultContentTemplatesAreNotReadFromTheCache) {
-    put("dc:tpl", kGood);
-    EXPECT_TRUE(mManager.get("dc:tpl") == nullptr);
-    // One loaded by hand is kept like any other.
-    std::istringstream good(kGood);
-    ASSERT_EQ(0, mManager.load("dc:tpl", good));
-    EXPECT_TRUE(mManager.get("dc:tpl") != nullptr);
+TEST_F(TemplateFromStore, AnUnusableDefaultTemplateGivesNoneUntilItsBytesChange) {
+    // A plain file of the default-content folder: its bytes are read at every look-up.
+    const std::string file = mFolder + "/plain.xml";
+    ASSERT_TRUE(ovtest::writeFile(file, kBad));
+    EXPECT_TRUE(mManager.get("dc:plain.xml") == nullptr);
+    EXPECT_TRUE(mManager.get("dc:plain.xml") == nullptr);
+    EXPECT_EQ(0u, mManager.size());
+    ASSERT_TRUE(ovtest::writeFile(file, kGood));
+    EXPECT_TRUE(mManager.get("dc:plain.xml") != nullptr);
 }
+
+} // namespace

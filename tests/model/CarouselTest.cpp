@@ -1,14 +1,20 @@
 // The carousel as the news objects use it: back pointers, transient marks, where an object
-// stands ("item-count"), and what an object that outlives its carousel still answers.
+// stands ("item-count"), what an object that outlives its carousel still answers, and the
+// news-reader UI settings that decide whether channel entries and excerpts are shown.
 #include "ModelTest.h"
 
+#include "dptemplate/TemplateManager.h"
 #include "model/Carousel.h"
 #include "support/SettingsFiles.h"
 #include "support/StderrCapture.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <sstream>
+
 using ovTypes::String;
+using ::testing::HasSubstr;
 
 namespace {
 
@@ -108,27 +114,75 @@ TEST(Carousel, ObjectsOutlivingTheCarouselLoseItsPointers) {
     EXPECT_TRUE(again.addItem(*feed.channel, feed.items[0]));
 }
 
-// "item-count" reads the channel-item mode once per process; each mode has its own test.
-class ItemCountText : public modeltest::CacheTest {};
+// The "Couldn't read setting" messages in TEXT, in order.
+std::string readFailures(const std::string& text) {
+    const std::string mark = "Couldn't read setting ";
+    std::string out;
+    for (size_t at = text.find(mark); at != std::string::npos; at = text.find(mark, at + 1))
+        out += text.substr(at + mark.size(), text.find('\n', at) + 1 - at - mark.size());
+    return out;
+}
 
-TEST_F(ItemCountText, WithoutChannelEntries) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVNewsReader.UI]\nChannelItemMode=0\n"));
+// The two switches of the news-reader UI group are read once per process, with one level-2
+// line when they cannot be read (a missing file is result 8, a missing key 3). ctest runs each
+// row in a process of its own, so each starts with nothing cached.
+struct GroupSettings {
+    const char* settings; // nullptr: no settings file
+    bool showingChannels, excerptBypass;
+    const char* itemCount; // of the third of seven items
+    const char* readFailures;
+};
+
+class GroupSettingsTest : public modeltest::CacheTest,
+                          public ::testing::WithParamInterface<GroupSettings> {};
+
+TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
+    const GroupSettings& row = GetParam();
+    if (row.settings)
+        ASSERT_TRUE(ovtest::writeMainSettings(std::string("[OVNewsReader.UI]\n") + row.settings));
+    std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
+    ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
+    ovtest::StderrCapture err;
+    EXPECT_EQ(row.showingChannels, NewsObject::showingChannelItems());
+    EXPECT_EQ(row.showingChannels, NewsObject::showingChannelItems());
+
     Feed feed;
     Carousel carousel(feed.container);
     feed.place(carousel, 7);
-    EXPECT_EQ(String(L"3/7"), feed.items[2]->getText("item-count"));
-    EXPECT_EQ(String(L"1/7"), feed.items[0]->getText("item-count"));
-    EXPECT_FALSE(NewsObject::showingChannelItems());
+    EXPECT_EQ(String(row.itemCount), feed.items[2]->getText("item-count"));
+    EXPECT_EQ(String(row.showingChannels ? "1/8" : "0/7"), feed.channel->getText("item-count"));
+    // A channel entry is shown only with channel items, and then only with a text.
+    feed.channel->templateID = "tpl";
+    EXPECT_EQ(row.showingChannels, feed.channel->isDisplayable());
+    if (row.showingChannels) {
+        feed.channel->title.clear();
+        EXPECT_FALSE(feed.channel->isDisplayable());
+        EXPECT_THAT(err.text(), HasSubstr("c1 image+text channel item with no text\n"));
+        feed.channel->description = L"about";
+        EXPECT_TRUE(feed.channel->isDisplayable());
+    } else {
+        EXPECT_THAT(err.text(), HasSubstr("c1 skipping channel items\n"));
+    }
+
+    Item item("i1");
+    EXPECT_TRUE(item.isShowExcerpt());
+    EXPECT_EQ(!row.excerptBypass, item.isExcerptLaunchable());
+    item.setShowExcerpt(false);
+    EXPECT_FALSE(item.isExcerptLaunchable());
+
+    EXPECT_EQ(row.readFailures, readFailures(err.text()));
+    if (*row.readFailures)
+        EXPECT_THAT(err.text(), HasSubstr("{2} NewsObject.cpp:"));
 }
 
-TEST_F(ItemCountText, WithChannelEntriesEverythingMovesUpOne) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVNewsReader.UI]\nChannelItemMode=2\n"));
-    Feed feed;
-    Carousel carousel(feed.container);
-    feed.place(carousel, 7);
-    EXPECT_EQ(String(L"4/8"), feed.items[2]->getText("item-count"));
-    EXPECT_EQ(String(L"1/8"), feed.channel->getText("item-count")); // the channel's own entry
-    EXPECT_TRUE(NewsObject::showingChannelItems());
-}
+const GroupSettings kRows[] = {
+    {nullptr, false, false, "3/7", "ChannelItemMode: 8. Using 0\nExcerptBypass: 8. Using 0\n"},
+    {"ExcerptBypass=true\nChannelItemMode=0\n", false, true, "3/7", ""},
+    {"ChannelItemMode=2\nChannelBarMode=0\nExcerptBypass=false\n", true, false, "4/8", ""},
+    {"ChannelItemMode=1\nChannelBarMode=0\nExcerptBypass=false\n", false, false, "3/7", ""},
+    {"ChannelItemMode=1\nExcerptBypass=false\n", true, false, "4/8",
+     "ChannelBarMode: 3. Using 1\n"},
+};
+INSTANTIATE_TEST_SUITE_P(Rows, GroupSettingsTest, ::testing::ValuesIn(kRows));
 
 } // namespace

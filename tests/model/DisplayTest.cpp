@@ -1,23 +1,27 @@
 // Whether an object may be shown: its date range at the exact second, its template, its image
-// (with the default channel icon), its display count - and the counting that stores the
-// exhausted state. Each failed rule writes its own level-5 line.
+// (with the default channel icon and default content), its display count - and the counting
+// that stores the exhausted state. Each failed rule writes its own level-5 line.
 #include "ModelTest.h"
 
+#include "OVPlatform.h"
 #include "dptemplate/TemplateManager.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "model/Channel.h"
 #include "model/Item.h"
+#include "storage/DefaultContentBytes.h"
 #include "storage/NR_ContentCache.h"
+#include "storage/NR_DefaultContentMgr.h"
 #include "support/Files.h"
 #include "support/StderrCapture.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <ctime>
 #include <sstream>
 
-using modeltest::loadFrom;
 using ovTypes::ID;
-using ovTypes::String;
+using ::testing::HasSubstr;
 
 namespace {
 
@@ -36,10 +40,15 @@ class DisplayTest : public modeltest::CacheTest {
 protected:
     void SetUp() override {
         CacheTest::SetUp();
+        NR_DefaultContentMgr::dispose();
         std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
         ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
         putResource("img-1", "GIF89a");
         putResource("img-2", "GIF89a");
+    }
+    void TearDown() override {
+        NR_DefaultContentMgr::dispose();
+        OV_EventAndStatusFacade::destroy();
     }
 
     // Gives OBJECT the template "tpl" and, unless IMAGE is empty, the image content IMAGE.
@@ -53,36 +62,30 @@ protected:
 };
 
 TEST_F(DisplayTest, DatesCountFromTheirVerySecond) {
+    // Expired at the second of the expiration date, active from the second of activation.
+    const struct {
+        long activation, expiration;
+        int result;
+    } rows[] = {{0, 0, 1}, {0, 1, 0}, {1, 2, -1}};
     Item item("i1");
     ovtest::StderrCapture err;
-    // Expired at the second of the expiration date, active from the second of activation.
-    EXPECT_EQ(1, atOneSecond([&](long now) {
-                  item.activationDate = now;
-                  item.expirationDate = now;
-                  return item.compareEffectiveDates();
-              }));
-    EXPECT_NE(std::string::npos, err.text().find("{5} NewsObject.cpp:"));
-    EXPECT_NE(std::string::npos,
-              err.text().find("NewsObject::compareEffectiveDates(i1) expired\n"));
-    EXPECT_EQ(0, atOneSecond([&](long now) {
-                  item.activationDate = now;
-                  item.expirationDate = now + 1;
-                  return item.compareEffectiveDates();
-              }));
-    EXPECT_EQ(-1, atOneSecond([&](long now) {
-        item.activationDate = now + 1;
-        return item.compareEffectiveDates();
-    }));
-    EXPECT_NE(std::string::npos,
-              err.text().find("NewsObject::compareEffectiveDates(i1) not activated\n"));
-
+    for (const auto& row : rows) {
+        EXPECT_EQ(row.result, atOneSecond([&](long now) {
+                      item.activationDate = now + row.activation;
+                      item.expirationDate = now + row.expiration;
+                      return item.compareEffectiveDates();
+                  }));
+    }
+    EXPECT_THAT(err.text(), HasSubstr("{5} NewsObject.cpp:"));
+    EXPECT_THAT(err.text(), HasSubstr("NewsObject::compareEffectiveDates(i1) expired\n"));
+    EXPECT_THAT(err.text(), HasSubstr("NewsObject::compareEffectiveDates(i1) not activated\n"));
     // The defaults never expire and are always active.
-    Item plain("i2");
-    EXPECT_EQ(0, plain.compareEffectiveDates());
+    EXPECT_EQ(0, Item("i2").compareEffectiveDates());
 }
 
 TEST_F(DisplayTest, EachRuleFailsWithItsOwnLine) {
     Item item("i1");
+    EXPECT_FALSE(item.isDisplayable()); // nothing of its own and no channel to ask
     prepare(item);
     EXPECT_TRUE(item.isDisplayable());
 
@@ -91,72 +94,65 @@ TEST_F(DisplayTest, EachRuleFailsWithItsOwnLine) {
         item.expirationDate = now;
         return item.isDisplayable();
     }));
-    EXPECT_NE(std::string::npos, err.text().find("i1 outside of date range\n"));
+    EXPECT_THAT(err.text(), HasSubstr("{5} NewsObject.cpp:"));
+    EXPECT_THAT(err.text(), HasSubstr("i1 outside of date range\n"));
     item.expirationDate = NewsObject::NO_EXPIRATION_DATE;
 
     item.templateID = "missing";
     EXPECT_FALSE(item.isDisplayable());
-    EXPECT_NE(std::string::npos, err.text().find("i1 template for ID missing not present\n"));
+    EXPECT_THAT(err.text(), HasSubstr("i1 template for ID missing not present\n"));
     item.templateID = "tpl";
 
     (*item.contentMap)["image"].contextId = "not-stored";
-    EXPECT_FALSE(item.isDisplayable()); // no image of its own and no channel to ask
-    EXPECT_NE(std::string::npos, err.text().find("i1 no image for display\n"));
+    EXPECT_FALSE(item.isDisplayable());
+    EXPECT_THAT(err.text(), HasSubstr("i1 no image for display\n"));
     (*item.contentMap)["image"].contextId = "img-1";
 
     item.displayCountLimit = 3;
     item.currentDisplayCount = 3;
     EXPECT_FALSE(item.isDisplayable());
-    EXPECT_NE(std::string::npos, err.text().find("i1 exceeded display count\n"));
+    EXPECT_THAT(err.text(), HasSubstr("{5} Item.cpp:"));
+    EXPECT_THAT(err.text(), HasSubstr("i1 exceeded display count\n"));
     item.currentDisplayCount = 2;
     EXPECT_TRUE(item.isDisplayable());
     item.currentDisplayCount = 0;
     item.displayCountLimit = 0; // never shown
     EXPECT_FALSE(item.isDisplayable());
-
-    // Every rule line is a level-5 line of the model.
-    EXPECT_NE(std::string::npos, err.text().find("{5} NewsObject.cpp:"));
-    EXPECT_NE(std::string::npos, err.text().find("{5} Item.cpp:"));
 }
 
 TEST_F(DisplayTest, AnItemFollowsItsChannel) {
+    Item item("i1");
+    EXPECT_EQ(nullptr, item.getChannel());
+    EXPECT_EQ(nullptr, item.carousel());
+    EXPECT_TRUE(item.getEffectiveTemplateID().empty());
+    EXPECT_EQ(nullptr, item.getImageContent("image"));
+    EXPECT_TRUE(item.getText("ctitle").empty());
+    EXPECT_TRUE(item.getText("item-count").empty());
+
     Channel channel("c1");
     channel.itemTemplateID = "tpl";
     prepare(channel, "img-2");
     channel.templateID.clear();
-    Item item("i1");
     item.setChannel(&channel);
-    // No template or image of its own: the channel's are used.
+    // No template or image of its own: the channel's are used; its own come first.
     EXPECT_EQ("tpl", item.getEffectiveTemplateID());
     EXPECT_EQ("img-2", item.getImageContent("image")->contextId);
     EXPECT_TRUE(item.isDisplayable());
+    item.templateID = "own";
+    EXPECT_EQ("own", item.getEffectiveTemplateID());
+    item.templateID.clear();
 
     ovtest::StderrCapture err;
     EXPECT_FALSE(atOneSecond([&](long now) {
         channel.expirationDate = now;
         return item.isDisplayable();
     }));
-    EXPECT_NE(std::string::npos, err.text().find("i1 channel outside of date range\n"));
+    EXPECT_THAT(err.text(), HasSubstr("i1 channel outside of date range\n"));
     channel.expirationDate = NewsObject::NO_EXPIRATION_DATE;
     EXPECT_FALSE(atOneSecond([&](long now) {
         channel.activationDate = now + 1;
         return item.isDisplayable();
     }));
-}
-
-TEST_F(DisplayTest, AnItemWithoutAChannelHasNothingFromIt) {
-    Item item("i1");
-    EXPECT_EQ(nullptr, item.getChannel());
-    EXPECT_EQ(nullptr, item.carousel());
-    EXPECT_TRUE(item.getEffectiveTemplateID().empty());
-    EXPECT_EQ(nullptr, item.getImageContent("image"));
-    EXPECT_EQ(nullptr, item.getImageContent("imageSmall"));
-    EXPECT_TRUE(item.getText("ctitle").empty());
-    EXPECT_TRUE(item.getText("item-count").empty());
-    EXPECT_FALSE(item.isDisplayable());
-    // With its own template and image it can be shown: no channel date range to fall outside.
-    prepare(item);
-    EXPECT_TRUE(item.isDisplayable());
 }
 
 TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
@@ -195,6 +191,33 @@ TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, item.getImageContent("image"));
     // Other names skip the image-only rules and ask the channel.
     EXPECT_EQ(nullptr, item.getImageContent("imageSmall"));
+}
+
+// Images and templates named "dc:" come from the phone's index file: the default channel icon
+// and an item shown from nothing but default content.
+TEST_F(DisplayTest, DefaultContentAloneCanBeShown) {
+    Channel channel("c1");
+    const ID icon = NewsObject::DEFAULT_CHANNEL_ICON.contextId;
+    Item item("i1");
+    item.templateID = "dc:item.xml";
+    item.contentMap.reset(new NewsObject::ContentMap);
+    (*item.contentMap)["image"].contextId = "dc:photo.gif";
+    EXPECT_FALSE(ImageHolder::imageExists(icon)) << "no default content on the device yet";
+    EXPECT_FALSE(item.isDisplayable());
+
+    ASSERT_TRUE(ovtest::writeFile(
+        ovplatform::devicePath(NR_DefaultContentMgr::DEFAULT_RESOURCE_PATH) + "/dynport.dc",
+        dctest::index({{"default-channel-icon.png", "\x89PNG"},
+                       {"item.xml", "<template><layout id=\"item\"><text/></layout></template>"},
+                       {"photo.gif", "GIF89a"}})));
+    NR_DefaultContentMgr::dispose();
+    EXPECT_TRUE(ImageHolder::imageExists(icon));
+    ImageHolder holder = channel.getImage("image");
+    EXPECT_EQ(icon, holder.getID());
+    EXPECT_TRUE(holder.exists());
+    ASSERT_NE(nullptr, item.getImageContent("image"));
+    EXPECT_EQ("dc:photo.gif", item.getImageContent("image")->contextId);
+    EXPECT_TRUE(item.isDisplayable());
 }
 
 TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
@@ -257,34 +280,40 @@ TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
     // Past the limit it is no longer "just exhausted".
     EXPECT_FALSE(restarted.incrementDisplayCount());
 
-    // A transient item counts the same but is never written.
+    // A transient item counts the same but is never written, nor is its visit.
     Item transient("i2");
     transient.setTransient(true);
     transient.displayCountLimit = 1;
     EXPECT_TRUE(transient.incrementDisplayCount());
+    transient.setVisitedState();
+    EXPECT_TRUE(transient.isVisited());
     EXPECT_FALSE(ovtest::fileExists(cacheFile("i2.itm")));
 
     // The count stops at its largest value.
-    Item worn("i3");
-    worn.setTransient(true);
-    worn.currentDisplayCount = INT32_MAX;
-    worn.displayCountLimit = 5;
-    EXPECT_FALSE(worn.incrementDisplayCount());
-    EXPECT_EQ(INT32_MAX, worn.currentDisplayCount);
-}
+    transient.currentDisplayCount = INT32_MAX;
+    EXPECT_FALSE(transient.incrementDisplayCount());
+    EXPECT_EQ(INT32_MAX, transient.currentDisplayCount);
 
-TEST_F(DisplayTest, VisitingStoresUnlessTransient) {
-    Channel channel("c1");
+    Channel channel("c1"); // a visit is stored
     channel.setVisitedState();
     Channel back("c1");
     ASSERT_EQ(0, NR_ContentCache::getInstance()->get("c1", back));
     EXPECT_TRUE(back.isVisited());
+}
 
-    Item item("i1");
-    item.setTransient(true);
-    item.setVisitedState();
-    EXPECT_TRUE(item.isVisited());
-    EXPECT_FALSE(ovtest::fileExists(cacheFile("i1.itm")));
+TEST(ImageOnlyChannel, EntryTypeFollowsTheTextsWhenUnset) {
+    Channel channel("c1");
+    channel.entryType.clear();
+    EXPECT_EQ("csio", channel.getEntryType());
+    EXPECT_FALSE(channel.isImageOnly()); // isImageOnly reads the field itself
+    channel.description = L"d";
+    EXPECT_EQ("cs", channel.getEntryType());
+    channel.title = L"t";
+    channel.description.clear();
+    EXPECT_EQ("cs", channel.getEntryType());
+    channel.entryType = "csio";
+    EXPECT_EQ("csio", channel.getEntryType());
+    EXPECT_TRUE(channel.isImageOnly());
 }
 
 } // namespace

@@ -13,13 +13,6 @@ std::string streamOf(const Streamable& object) {
     return out.str();
 }
 
-AttrMap attrsOf(const Streamable& object) {
-    AttrMap attrs(true);
-    std::istringstream in(streamOf(object));
-    attrs.load(in);
-    return attrs;
-}
-
 void loadFrom(Streamable& object, const std::string& bytes) {
     std::istringstream in(bytes);
     object.load(in);

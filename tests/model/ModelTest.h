@@ -15,8 +15,6 @@ namespace modeltest {
 
 // The bytes OBJECT stores.
 std::string streamOf(const Streamable& object);
-// Those bytes read back as a map (list mode, as objects store them).
-AttrMap attrsOf(const Streamable& object);
 // Loads OBJECT from BYTES.
 void loadFrom(Streamable& object, const std::string& bytes);
 

@@ -6,6 +6,7 @@
 #include <climits>
 #include <random>
 #include <sstream>
+#include <thread>
 
 using ovTypes::ID;
 using ovTypes::String;
@@ -65,7 +66,10 @@ TEST(AttrMapStore, EscapingAndEncodingRules) {
     list.putIDs("empty", {});
     list.putString("\xE9", L"\u20AC"); // key bytes are widened, then written as UTF-8
     list.putString("x", L"1", "\xE9"); // category bytes are written raw
-    EXPECT_EQ(stored(list), "empty=\nk=a\\,b\n\xC3\xA9=\xE2\x82\xAC\n[\xE9]\nx=1\n");
+    // Four bytes for U+1F600; nothing for a code point beyond Unicode.
+    list.putString("z", String(L"\U0001F600,") + static_cast<wchar_t>(0x110000));
+    EXPECT_EQ(stored(list),
+              "empty=\nk=a\\,b\nz=\xF0\x9F\x98\x80\\,\n\xC3\xA9=\xE2\x82\xAC\n[\xE9]\nx=1\n");
 
     AttrMap plain(false);
     plain.putIDs("k", {ID("a,b"), ID("c")});
@@ -122,7 +126,25 @@ TEST(AttrMapLoad, RepeatedKeysListsAndClearing) {
     // A header alone creates no category; load replaces what was there.
     std::istringstream in("[only]\n");
     list.load(in);
-    EXPECT_TRUE(list.categories().empty());
+    const AttrMap::CategoryMap& held = list.categories();
+    EXPECT_TRUE(held.empty());
+    // What categories() handed out sees every later load and assignment.
+    std::istringstream again("k=v\n[c]\nx=y\n");
+    list.load(again);
+    EXPECT_EQ(held.size(), 2u);
+    list = loaded("a=b\n", true);
+    EXPECT_EQ(held.size(), 1u);
+    // Const calls on several threads at once, the first of them building the map form.
+    const AttrMap shared = loaded("a=1\n[c]\nb=2\n", false);
+    std::vector<std::thread> readers;
+    std::vector<std::string> seen(4);
+    for (int i = 0; i < 4; ++i)
+        readers.emplace_back([&shared, &seen, i] {
+            seen[i] = i % 2 ? stored(shared) : ID(shared.getString("b", L"", nullptr, "c"));
+        });
+    for (std::thread& reader : readers)
+        reader.join();
+    EXPECT_EQ(seen, (std::vector<std::string>{"2", "a=1\n[c]\nb=2\n", "2", "a=1\n[c]\nb=2\n"}));
 }
 
 TEST(AttrMapLoad, KeysOfAnyLengthOrderAndScript) {
@@ -150,25 +172,60 @@ TEST(AttrMapLoad, KeysOfAnyLengthOrderAndScript) {
 
 TEST(AttrMapLoad, AnyBytesAreAccepted) {
     // NUL kept, stray continuation bytes skipped, a sequence cut off at the end read byte by
-    // byte.
-    AttrMap map = loaded(std::string("k=v\0w\n", 6) + "\x80\x80k2=x\n" + "k3=\xC3", false);
+    // byte, forms beyond Unicode read as the numbers they spell.
+    AttrMap map =
+        loaded(std::string("k=v\0w\n", 6) + "\x80\x80k2=x\n" +
+                   "big=\xF4\x90\x80\x80\xF8\x88\x80\x80\x80\xFD\xBF\xBF\xBF\xBF\xBF\n" + "k3=\xC3",
+               false);
     EXPECT_EQ(map.getString("k"), String(std::wstring(L"v\0w", 3)));
     EXPECT_EQ(map.getString("k2"), L"x");
+    EXPECT_EQ(map.getString("big"),
+              String(std::wstring{static_cast<wchar_t>(0x110000), static_cast<wchar_t>(0x200000),
+                                  static_cast<wchar_t>(0x7FFFFFFF)}));
     bool found = false;
     EXPECT_EQ(map.getString("k3", L"def", &found), L"\u00C3");
     EXPECT_TRUE(found);
 
+    // Loaded text is kept packed until the map form is asked for: the getters read both
+    // alike, and loading never leaves a key without a string.
     std::mt19937 random(7);
+    const ID probes[] = {"", "a", "a.", "k", "_default_", "\xE9"};
     for (int round = 0; round < 300; ++round) {
         std::string bytes(random() % 400, '\0');
         for (char& c : bytes)
-            c = static_cast<char>(random() % 6 == 0 ? "\n=[],\\"[random() % 6] : random());
+            c = static_cast<char>(random() % 4 == 0 ? "\n=[],\\a.k# "[random() % 11] : random());
         for (bool listMode : {false, true}) {
-            AttrMap map = loaded(bytes, listMode);
-            // Loading never leaves a key without a string.
-            for (const auto& category : map.categories())
-                for (const auto& entry : category.second)
+            const AttrMap packed = loaded(bytes, listMode);
+            AttrMap map = packed;
+            std::vector<std::pair<ID, ID>> lookups;
+            for (const auto& category : map.categories()) {
+                for (const auto& entry : category.second) {
                     EXPECT_FALSE(entry.second.empty());
+                    lookups.emplace_back(category.first, entry.first);
+                }
+                for (const ID& probe : probes)
+                    lookups.emplace_back(category.first, probe);
+            }
+            for (const ID& probe : probes)
+                lookups.emplace_back(probe, "k");
+            for (const auto& at : lookups) {
+                bool inMap = false, inPacked = false;
+                EXPECT_EQ(packed.getString(at.second, L"-", &inPacked, at.first),
+                          map.getString(at.second, L"-", &inMap, at.first));
+                EXPECT_EQ(inPacked, inMap);
+                EXPECT_EQ(packed.getInt(at.second, -1, nullptr, at.first),
+                          map.getInt(at.second, -1, nullptr, at.first));
+                std::vector<ID> fromPacked, fromMap;
+                packed.getIDs(at.second, fromPacked, nullptr, at.first);
+                map.getIDs(at.second, fromMap, nullptr, at.first);
+                EXPECT_EQ(fromPacked, fromMap);
+                AttrMap nestedPacked(listMode), nestedMap(listMode);
+                packed.getAttrMap(at.second, nestedPacked, &inPacked, at.first);
+                map.getAttrMap(at.second, nestedMap, &inMap, at.first);
+                EXPECT_EQ(inPacked, inMap);
+                EXPECT_EQ(nestedPacked.categories(), nestedMap.categories());
+            }
+            EXPECT_EQ(stored(packed), stored(map));
         }
     }
 }

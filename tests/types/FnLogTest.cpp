@@ -35,4 +35,25 @@ TEST(FnLog, LineShapesCarryTheSourceBaseName) {
     EXPECT_EQ(capture.text(), expected);
 }
 
+// The prefix is put together by hand and the message formatted apart: the line must be what one
+// fprintf of the whole would write, whatever the message holds or however long it is.
+TEST(FnLog, LinesAreWhatOnePrintfOfTheWholeWrites) {
+    const std::string longText(3000, 'x');
+    ovtest::StderrCapture capture;
+    int line = __LINE__ + 1;
+    OV_LOG(5, "plain\n\n");
+    OV_LOG(-12, "100%% sure\n");
+    OV_LOG(2, "%s=%d, char %c, empty '%s'\n", "key", -7, 'q', "");
+    OV_LOG(4, "%s|%c|\n", longText.c_str(), '\0');
+    OV_LOG_NOFUNC(3, "%05.1f %x\n", 2.25, 255u);
+    std::string at = "FnLogTest.cpp:";
+    std::string expected =
+        "{5} " + at + std::to_string(line) + ", TestBody()\tplain\n\n" + "{-12} " + at +
+        std::to_string(line + 1) + ", TestBody()\t100% sure\n" + "{2} " + at +
+        std::to_string(line + 2) + ", TestBody()\tkey=-7, char q, empty ''\n" + "{4} " + at +
+        std::to_string(line + 3) + ", TestBody()\t" + longText + "|" + std::string(1, '\0') +
+        "|\n" + "{3} " + at + std::to_string(line + 4) + "\t002.2 ff\n";
+    EXPECT_EQ(capture.text(), expected);
+}
+
 } // namespace

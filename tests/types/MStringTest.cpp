@@ -65,20 +65,16 @@ TEST(MStringUtf8, ToWideRoundTripsAndSkipsStrayBytes) {
     EXPECT_EQ(MString(std::string("a\0b", 3)).toWide(), std::wstring(L"a\0b", 3));
 }
 
-TEST(MStringConvert, HexInt) {
-    EXPECT_EQ(MString("1fz").toHexInt(), 31);
-    EXPECT_EQ(MString("z1").toHexInt(), 0);
-    EXPECT_EQ(MString("1z").toHexInt(), 1);
-    EXPECT_EQ(MString("ff  ").toHexInt(), 255);
-    EXPECT_EQ(MString(" ff").toHexInt(), 0);
-    EXPECT_EQ(MString("").toHexInt(), 0);
-    EXPECT_EQ(MString(" \t").toHexInt(), 0);
-    EXPECT_EQ(MString("0x1f").toHexInt(), 0);
-    EXPECT_EQ(MString("FF00ff").toHexInt(), 0xFF00FF);
-    EXPECT_EQ(MString("1f 2").toHexInt(), 31);
+TEST(MStringConvert, HexIntReadsLeadingHexDigitsOnly) {
+    const std::pair<const char*, int> rows[] = {
+        {"1fz", 31}, {"z1", 0},  {"1z", 1},   {"ff  ", 255},        {" ff", 0},
+        {"", 0},     {" \t", 0}, {"0x1f", 0}, {"FF00ff", 0xFF00FF}, {"1f 2", 31},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.second, MString(row.first).toHexInt()) << row.first;
 }
 
-TEST(MStringConvert, NumbersAndBools) {
+TEST(MStringConvert, NumbersBoolsAndAssignments) {
     EXPECT_EQ(MString("123abc").toInt(), 123);
     EXPECT_EQ(MString("007").toInt(), 7);
     EXPECT_DOUBLE_EQ(MString("2.5").toDouble(), 2.5);
@@ -97,9 +93,7 @@ TEST(MStringConvert, NumbersAndBools) {
     double d = 1;
     EXPECT_TRUE(toTypeValue(MString("0.25"), d));
     EXPECT_DOUBLE_EQ(d, 0.25);
-}
 
-TEST(MStringConvert, Assignments) {
     MString s;
     s = 1.5;
     EXPECT_EQ(s, "1.500000");
@@ -109,15 +103,13 @@ TEST(MStringConvert, Assignments) {
     EXPECT_EQ(s.size(), 62u);
 }
 
-TEST(MStringQuery, CharacterClassesAndPrefixes) {
+TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
     EXPECT_FALSE(MString::isSpace('\v'));
     EXPECT_FALSE(MString::isDigit('\0'));
     EXPECT_FALSE(MString::isHexDigit('g'));
     EXPECT_TRUE(MString::isHexDigit('F'));
     EXPECT_FALSE(MString("abcab").startsWith("b"));
-}
 
-TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
     MString text("abc def");
     EXPECT_TRUE(text.hasToken("def"));
     EXPECT_FALSE(text.hasToken("de"));
@@ -140,7 +132,7 @@ TEST(MStringQuery, CompareLikeStrncmpAndStrcmp) {
     EXPECT_NE(MString("ABCx").comparei("abcy", all), 0);
 }
 
-TEST(MStringEdit, SplitReplaceQuote) {
+TEST(MStringEdit, SplitReplaceQuoteTrim) {
     std::string left, right;
     EXPECT_FALSE(MString("abc").split('=', left, right));
     EXPECT_TRUE(MString("k=v=w").split('=', left, right));
@@ -155,9 +147,7 @@ TEST(MStringEdit, SplitReplaceQuote) {
 
     std::string a = "1", b = "2";
     EXPECT_EQ(MString("0").add(a, b).add('3').add("45", 1), "01234");
-}
 
-TEST(MStringEdit, Trimming) {
     EXPECT_EQ(MString("\t a b \r\n").ltrim(), "a b \r\n");
     EXPECT_EQ(MString("\t a b \r\n").rtrim(), "\t a b");
     EXPECT_EQ(MString(" \t\n").atrim(), "");

@@ -1,9 +1,11 @@
 #include "types/UTF_8Util.h"
 
 #include "support/ChunkedBuffer.h"
+#include "types/MString.h"
 
 #include <gtest/gtest.h>
 
+#include <random>
 #include <sstream>
 #include <streambuf>
 #include <vector>
@@ -54,64 +56,57 @@ TEST(LineReader, EndProtocol) {
     EXPECT_TRUE(end);
     EXPECT_EQ(reader.readLine(end), L"");
     EXPECT_TRUE(end);
-
-    // A final line feed leaves one empty line before the end.
-    EXPECT_EQ(readAll("a\n"), (std::vector<String>{L"a", L""}));
-    EXPECT_EQ(readAll(""), (std::vector<String>{L""}));
 }
 
-TEST(LineReader, StartSkipsWhiteSpaceAndByteOrderMark) {
-    EXPECT_EQ(readAll("\xEF\xBB\xBFk=v\n")[0], L"k=v");
-    EXPECT_EQ(readAll("\n\n  \tk=v\nx")[0], L"k=v");
-    // The two bytes after EF are dropped unchecked.
-    EXPECT_EQ(readAll("\xEF"
-                      "abk=v")[0],
-              L"k=v");
-    // Later blank lines are kept.
-    EXPECT_EQ(readAll("a\n\nb"), (std::vector<String>{L"a", L"", L"b"}));
-}
+// Lines as read whole and a byte at a time, joined by '|'.
+TEST(LineReader, LinesOfAnyBytes) {
+    const struct {
+        std::string bytes;
+        String lines;
+    } rows[] = {
+        {"a\n", L"a|"}, // a final line feed leaves one empty line before the end
+        {"", L""},
+        // The start skips white space and a byte-order mark, whose two bytes after EF are
+        // dropped unchecked; later blank lines are kept.
+        {"\xEF\xBB\xBFk=v\n", L"k=v|"},
+        {"\n\n  \tk=v\nx", L"k=v|x"},
+        {"\xEF"
+         "abk=v",
+         L"k=v"},
+        {"a\n\nb", L"a||b"},
+        {"a\rb\r\nc\r", L"ab|c"}, // carriage returns are dropped anywhere
+        {"caf\xC3\xA9\r\n\xE4\xB8\xAD\xE6\x96\x87\n\xF0\x9F\x98\x80 end",
+         L"caf\u00E9|\u4E2D\u6587|\U0001F600 end"},
+        // Stray continuation bytes are skipped, NUL is kept, a sequence the end cuts short
+        // gives each of its bytes.
+        {std::string("a\x80\xBF"
+                     "b\0c\n\xE2\x82",
+                     9),
+         String(L"ab\0c|\u00E2\u0082", 7)},
+        // Lines end at the line feed code point: an overlong one ends a line. A byte below 0x80
+        // is never a continuation byte: a sequence it cuts short gives each of its bytes (bytes
+        // of 0x80 and above inside it are taken unchecked), and it is read afresh.
+        {"a\xC0\x8A"
+         "b\nc\xE2\n\x41"
+         "d\n\xF0\xC3\xA9x\xFF\xFE\ne\xC3\xA9",
+         L"a|b|c\u00E2|Ad|\u00F0\u00C3\u00A9x\u00FF\u00FE|e\u00E9"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.bytes);
+        for (std::size_t burst : {row.bytes.size() + 1, std::size_t(1)}) {
+            ovtest::ChunkedBuffer buffer(row.bytes, burst);
+            std::istream in(&buffer);
+            bool ended = false;
+            std::vector<String> lines = readAll(in, &ended);
+            String joined;
+            for (size_t i = 0; i < lines.size(); ++i)
+                joined += (i ? L"|" : L"") + lines[i];
+            EXPECT_EQ(row.lines, joined);
+            EXPECT_TRUE(ended);
+        }
+    }
 
-TEST(LineReader, CarriageReturnsDroppedAnywhere) {
-    EXPECT_EQ(readAll("a\rb\r\nc\r"), (std::vector<String>{L"ab", L"c"}));
-}
-
-TEST(LineReader, DecodesMultiByteAcrossBufferBoundaries) {
-    std::string text = "caf\xC3\xA9\r\n\xE4\xB8\xAD\xE6\x96\x87\n\xF0\x9F\x98\x80 end";
-    std::vector<String> expected{L"caf\u00E9", L"\u4E2D\u6587", L"\U0001F600 end"};
-    EXPECT_EQ(readAll(text), expected);
-    ovtest::ChunkedBuffer trickle(text, 1);
-    std::istream in(&trickle);
-    bool ended = false;
-    EXPECT_EQ(readAll(in, &ended), expected);
-    EXPECT_TRUE(ended);
-}
-
-TEST(LineReader, AcceptsAnyBytes) {
-    // Stray continuation bytes are skipped, NUL is kept, a sequence the end cuts short gives
-    // each of its bytes.
-    std::vector<String> lines = readAll(std::string("a\x80\xBF"
-                                                    "b\0c\n\xE2\x82",
-                                                    9));
-    ASSERT_EQ(lines.size(), 2u);
-    EXPECT_EQ(lines[0], String(std::wstring(L"ab\0c", 4)));
-    EXPECT_EQ(lines[1], L"\u00E2\u0082");
-
-    // Lines end at the line feed code point: an overlong one ends a line. A byte below 0x80
-    // is never a continuation byte: a sequence it cuts short gives each of its bytes (bytes of
-    // 0x80 and above inside it are taken unchecked), and it is read afresh.
-    const std::string tricky = "a\xC0\x8A"
-                               "b\n"
-                               "c\xE2\n\x41"
-                               "d\n"
-                               "\xF0\xC3\xA9x\xFF\xFE\n"
-                               "e\xC3\xA9";
-    const std::vector<String> expected{
-        L"a", L"b", L"c\u00E2", L"Ad", L"\u00F0\u00C3\u00A9x\u00FF\u00FE", L"e\u00E9"};
-    EXPECT_EQ(readAll(tricky), expected);
-    ovtest::ChunkedBuffer trickle(tricky, 1);
-    std::istream trickleIn(&trickle);
-    EXPECT_EQ(readAll(trickleIn), expected);
-    std::istringstream bytes(tricky);
+    std::istringstream bytes(rows[9].bytes);
     UTF_8Util::LineReader reader(bytes);
     std::vector<int> read;
     for (int cp; (cp = reader.read()) != -1;)
@@ -127,6 +122,49 @@ TEST(LineReader, AcceptsAnyBytes) {
     ASSERT_EQ(big.size(), 1u);
     EXPECT_EQ(big[0].size(), huge.size() - 1);
     EXPECT_EQ(big[0][1000], L'\u00E9');
+}
+
+// Lines are the whole text decoded at once, split at line feeds (overlong ones included),
+// without carriage returns: the reader's fast paths over the buffer (ASCII words, inline two-
+// and three-byte units) must give exactly that, wherever the buffer's ends fall.
+TEST(LineReader, LinesAreTheWholeTextDecodedAndSplit) {
+    const char* const pieces[] = {"a",
+                                  "plain ascii text",
+                                  "\r",
+                                  "\n",
+                                  "\r\n",
+                                  "\xC3\xA9",
+                                  "\xD0\x96",
+                                  "\xE4\xB8\xAD",
+                                  "\xF0\x9F\x98\x80",
+                                  "\xC0\x8A",
+                                  "\xC0\x8D",
+                                  "\xE0\x80\x8A",
+                                  "\xC1\xBF",
+                                  "\x80",
+                                  "\xBF",
+                                  "\xC3",
+                                  "\xE2\x82",
+                                  "\xF0\x9F",
+                                  "\xFF\xFE",
+                                  "\xFC\x80\x80\x80\x80\x81"};
+    std::mt19937 random(20);
+    for (int round = 0; round < 400; ++round) {
+        std::string bytes = "x"; // nothing for the constructor to skip
+        for (int n = random() % 40; n > 0; --n)
+            bytes += pieces[random() % (sizeof pieces / sizeof pieces[0])];
+        std::vector<String> expected(1);
+        for (wchar_t c : MString(bytes).toWide()) {
+            if (c == L'\n')
+                expected.emplace_back();
+            else if (c != L'\r')
+                expected.back().push_back(c);
+        }
+        EXPECT_EQ(readAll(bytes), expected) << round;
+        ovtest::ChunkedBuffer chunks(bytes, 1 + random() % 12);
+        std::istream in(&chunks);
+        EXPECT_EQ(readAll(in), expected) << round;
+    }
 }
 
 TEST(LineReader, ReadGivesCodePointsThenMinusOne) {
