@@ -25,8 +25,8 @@ int32_t fitTime32(time_t t) {
     return static_cast<int32_t>(t);
 }
 
-// Sums and differences of 32-bit counts wrap as the phone's do. They are taken in 64 bits,
-// since a long may be 32 bits, where overflowing it is undefined.
+// Sums and differences of counts wrap at 32 bits in every build. They are taken in 64 bits:
+// in a long, which is 32 bits on the phone, an overflow would be undefined.
 int32_t wrap32(int64_t value) {
     return static_cast<int32_t>(value);
 }
