@@ -23,28 +23,34 @@ namespace {
 
 typedef OV_WBEventStatusAdapter Adapter;
 
-// Keeps what the adapter notifies (from whichever thread).
+// Keeps what the adapter notifies (from whichever thread) as "topic=value", the platform
+// topics' shared beginning left out, with the content type after a space where there is one.
 class RecordingCallback : public OV_EventAdapterCallback {
 public:
     void notify(OV_Event& event) override {
-        std::lock_guard<std::mutex> lock(mMutex);
-        mTopics.push_back(event.mEventType);
-        mValues.push_back(event.mValue);
+        const std::string platform = "/kestrix/orvel/platform/";
+        std::string text = event.mEventType;
+        if (text.compare(0, platform.size(), platform) == 0)
+            text.erase(0, platform.size());
+        text += "=" + std::to_string(event.mValue);
         std::string type;
-        mContentTypes.push_back(event.getProperty("Content-Type", &type) ? type : "<none>");
-    }
-    size_t count() {
+        if (event.getProperty("Content-Type", &type))
+            text += " " + type;
         std::lock_guard<std::mutex> lock(mMutex);
-        return mTopics.size();
+        mEvents.push_back(text);
     }
+    std::vector<std::string> events() {
+        std::lock_guard<std::mutex> lock(mMutex);
+        return mEvents;
+    }
+    size_t count() { return events().size(); }
     bool waitFor(size_t n) {
         return ovtest::runQtUntil([&] { return count() >= n; });
     }
 
+private:
     std::mutex mMutex;
-    std::vector<std::string> mTopics;
-    std::vector<int> mValues;
-    std::vector<std::string> mContentTypes;
+    std::vector<std::string> mEvents;
 };
 
 class AdapterTest : public ::testing::Test {
@@ -101,9 +107,8 @@ TEST_F(AdapterTest, SourcesAreSharedByTopicsAndGoWithTheLast) {
         ovplatform::setChargerAttached(true);
         ASSERT_TRUE(mCallback.waitFor(2));
         ovtest::runQtFor(50);
-        EXPECT_EQ(mCallback.mTopics,
-                  (std::vector<std::string>{Adapter::EVENT_BACKLIGHT_STATUS_CHANGED,
-                                            Adapter::EVENT_CHARGER_STATUS_CHANGED}));
+        EXPECT_EQ(mCallback.events(), (std::vector<std::string>{"backlight_status_changed=2",
+                                                                "charger_status_changed=1"}));
         adapter.unsubscribe(Adapter::EVENT_BACKLIGHT_STATUS_CHANGED);
         EXPECT_FALSE(QCopChannel::isRegistered(SYSTEM_CHANNEL));
         adapter.unsubscribe(Adapter::EVENT_BACKLIGHT_STATUS_CHANGED); // once too often
@@ -159,12 +164,10 @@ TEST_F(AdapterTest, DimmedBacklightGivesTwoEventsAndRestoredTheOpposite) {
     QCopChannel::send(SYSTEM_CHANNEL, "DPL_BKLGT_DIMMED");
     QCopChannel::send(SYSTEM_CHANNEL, "DPL_BKLGT_RESTORED");
     ASSERT_TRUE(mCallback.waitFor(4));
-    EXPECT_EQ(mCallback.mTopics,
-              (std::vector<std::string>{Adapter::EVENT_BACKLIGHT_STATUS_CHANGED,
-                                        Adapter::EVENT_USER_ACTIVITY_STATUS_CHANGED,
-                                        Adapter::EVENT_BACKLIGHT_STATUS_CHANGED,
-                                        Adapter::EVENT_USER_ACTIVITY_STATUS_CHANGED}));
-    EXPECT_EQ(mCallback.mValues, (std::vector<int>{0, 0, 2, 1}));
+    EXPECT_EQ(
+        mCallback.events(),
+        (std::vector<std::string>{"backlight_status_changed=0", "user_activity_status_changed=0",
+                                  "backlight_status_changed=2", "user_activity_status_changed=1"}));
 }
 
 TEST_F(AdapterTest, SystemMessagesWithDataAndGarbage) {
@@ -192,10 +195,9 @@ TEST_F(AdapterTest, SystemMessagesWithDataAndGarbage) {
     ovplatform::sendMasterClear();
     ASSERT_TRUE(mCallback.waitFor(3));
     ovtest::runQtFor(50);
-    EXPECT_EQ(mCallback.mTopics, (std::vector<std::string>{Adapter::EVENT_SYSTEM_TIME_CHANGED,
-                                                           Adapter::EVENT_SYSTEM_SHUTDOWN,
-                                                           Adapter::EVENT_MASTER_CLEAR}));
-    EXPECT_EQ(mCallback.mValues[0], -90);
+    EXPECT_EQ(mCallback.events(),
+              (std::vector<std::string>{"system_time_changed=-90", "system_shutdown=0",
+                                        "master_clear=0"}));
 }
 
 TEST_F(AdapterTest, PhoneClientSignalsBecomeStatusEvents) {
@@ -208,11 +210,9 @@ TEST_F(AdapterTest, PhoneClientSignalsBecomeStatusEvents) {
     ovplatform::setChargerAttached(true);
     ovplatform::setLowBattery(true);
     ASSERT_TRUE(mCallback.waitFor(3));
-    EXPECT_EQ(mCallback.mTopics,
-              (std::vector<std::string>{Adapter::EVENT_ROAMING_STATUS_CHANGED,
-                                        Adapter::EVENT_CHARGER_STATUS_CHANGED,
-                                        Adapter::EVENT_LOW_BATTERY_STATUS_CHANGED}));
-    EXPECT_EQ(mCallback.mValues, (std::vector<int>{1, 1, 0}));
+    EXPECT_EQ(mCallback.events(),
+              (std::vector<std::string>{"roaming_status_changed=1", "charger_status_changed=1",
+                                        "low_battery_status_changed=0"}));
     EXPECT_TRUE(capture.has("slotHandleRoamingState()\tOV_WBEventStatusAdapter::"
                             "slotHandleRoamingState ROAMING\n\n"));
     EXPECT_TRUE(
@@ -260,13 +260,9 @@ TEST_F(AdapterTest, PushEventsAreRenamedWithADefaultContentType) {
     ES_Event other("/t/not-a-push");
     other.setProperty("__OV_Event__mValue", "12");
     adapter.handleEvent(other);
-    EXPECT_EQ(mCallback.mTopics,
-              (std::vector<std::string>{Adapter::EVENT_SMS_PUSH, Adapter::EVENT_SMS_PUSH,
-                                        "/t/not-a-push"}));
-    EXPECT_EQ(
-        mCallback.mContentTypes,
-        (std::vector<std::string>{"application/vnd.kestrix.orvel+xml", "text/plain", "<none>"}));
-    EXPECT_EQ(mCallback.mValues, (std::vector<int>{0, 0, 12}));
+    EXPECT_EQ(mCallback.events(),
+              (std::vector<std::string>{"sms_push=0 application/vnd.kestrix.orvel+xml",
+                                        "sms_push=0 text/plain", "/t/not-a-push=12"}));
     EXPECT_TRUE(
         capture.has("Not find Content-Type, set to default:application/vnd.kestrix.orvel+xml\n\n"));
     EXPECT_TRUE(capture.has("WapPushMsg Type:text/plain\n\n"));

@@ -193,18 +193,20 @@ TEST_F(FacadeTest, LastHandlerLeavingEvenFromItsOwnCallUnsubscribesTheAdapterOnc
     EXPECT_EQ(mAdapter.subscribes[kTopic], 2);
 }
 
-// A handler deleting itself does not break the delivery; one added during it waits for the
-// next event.
-TEST_F(FacadeTest, HandlersMayDeleteThemselvesOrAddOthersWhileHandling) {
+// A handler deleting itself does not break the delivery, one it deletes is not called after,
+// and one added during it waits for the next event.
+TEST_F(FacadeTest, HandlersMayDeleteThemselvesOrOthersOrAddOthersWhileHandling) {
     auto* self = new Named(kTopic, &mCalls, "self");
     self->mThen = [](Named* handler) { delete handler; };
-    std::unique_ptr<Named> recruit;
+    std::unique_ptr<Named> recruit, doomed;
     Named recruiter(kTopic, &mCalls, "recruiter");
     recruiter.mThen = [&](Named*) {
+        doomed.reset();
         if (!recruit)
             recruit.reset(new Named(kTopic, &mCalls, "recruit"));
     };
     Named after(kTopic, &mCalls, "after");
+    doomed.reset(new Named(kTopic, &mCalls, "doomed"));
     deliver(kTopic);
     deliver(kTopic, 5);
     EXPECT_EQ(mCalls, (std::vector<std::string>{"self:0", "recruiter:1", "after:2", "recruiter:5",
