@@ -112,21 +112,27 @@ TEST(ThreadTimerSlow, EqualDelaysFireInRegistrationOrderInOnePassAfterTheSleep) 
     EXPECT_EQ(firings.waitFor(3, std::chrono::seconds(0)).size(), 2u);
 }
 
-// Runs on the timer thread with the list locked, and registers follow-ups from there: one
-// due within the five-second window of the current pass and one beyond it.
+// Runs on the timer thread with the list locked, and registers follow-ups from there: "soon"
+// after SOON seconds and, unless LATE is 0, "late" after LATE; *RESULT is 0 when both were set.
 struct ChainingHandler : IHandler {
-    ChainingHandler(Firings* firings, std::atomic<int>* result)
-        : mpFirings(firings), mpResult(result) {}
+    ChainingHandler(Firings* firings, const char* tag, unsigned soon, unsigned late,
+                    std::atomic<int>* result)
+        : mpFirings(firings), mpTag(tag), mSoon(soon), mLate(late), mpResult(result) {}
     void handle() override {
-        mpFirings->add("outer");
-        int soon = TimerMgr::addTimer(1, new RecordingHandler(mpFirings, "soon"));
-        int late = TimerMgr::addTimer(7, new RecordingHandler(mpFirings, "late"));
-        *mpResult = soon == 0 && late == 0 ? 0 : -1;
+        mpFirings->add(mpTag);
+        int rc = TimerMgr::addTimer(mSoon, new RecordingHandler(mpFirings, "soon"));
+        if (mLate)
+            rc |= TimerMgr::addTimer(mLate, new RecordingHandler(mpFirings, "late"));
+        *mpResult = rc;
     }
     Firings* mpFirings;
+    const char* mpTag;
+    unsigned mSoon, mLate;
     std::atomic<int>* mpResult;
 };
 
+// Follow-ups due within the five-second window of the current pass fire in it; later ones
+// after the next sleep.
 TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
     Firings firings;
     std::atomic<int> result(-2);
@@ -134,7 +140,7 @@ TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
     {
         ovtest::StderrCapture quiet;
         ovtest::StdoutCapture quietOut;
-        ASSERT_EQ(TimerMgr::addTimer(1, new ChainingHandler(&firings, &result)), 0);
+        ASSERT_EQ(TimerMgr::addTimer(1, new ChainingHandler(&firings, "outer", 1, 7, &result)), 0);
         fired = firings.waitFor(3, std::chrono::seconds(25));
     }
     ASSERT_EQ(fired.size(), 3u);
@@ -150,25 +156,17 @@ TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
     EXPECT_LT(late, 9.0);
 }
 
-// Fired early (due within the five-second window), it registers a two-second follow-up that
-// sorts before its own seed.
-struct EarlyChainingHandler : IHandler {
-    explicit EarlyChainingHandler(Firings* firings) : mpFirings(firings) {}
-    void handle() override {
-        mpFirings->add("early");
-        TimerMgr::addTimer(2, new RecordingHandler(mpFirings, "follow-up"));
-    }
-    Firings* mpFirings;
-};
-
-// After each firing the head of the list is removed, whichever seed it is: the follow-up
-// goes in place of the early seed, which then fires again and finds no handler.
+// After each firing the head of the list is removed, whichever seed it is. Fired early (due
+// within the five-second window), a handler registers a two-second follow-up that sorts before
+// its own seed: the follow-up goes in its place, and the early seed fires again and finds no
+// handler.
 TEST(ThreadTimerSlow, FiringRemovesTheHeadEvenWhenTheHandlerAddedIt) {
     Firings firings;
+    std::atomic<int> result(-2);
     ovtest::StderrCapture capture;
     ovtest::StdoutCapture quietOut;
     ASSERT_EQ(TimerMgr::addTimer(1, new RecordingHandler(&firings, "first")), 0);
-    ASSERT_EQ(TimerMgr::addTimer(9, new EarlyChainingHandler(&firings)), 0);
+    ASSERT_EQ(TimerMgr::addTimer(9, new ChainingHandler(&firings, "early", 2, 0, &result)), 0);
     ASSERT_EQ(firings.waitFor(2, std::chrono::seconds(15)).size(), 2u);
 
     std::string early;
