@@ -1,8 +1,9 @@
 // ovsettings run as a user runs it, on a device root of its own: exit codes, messages, and what
 // the settings files hold afterwards.
+#include "ToolCheck.h"
+
 #include "support/Files.h"
 #include "support/TempDir.h"
-#include "support/ToolProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -27,14 +28,17 @@ protected:
     std::string menuFile() const {
         return mRoot.file("/qbxlocal/download/appwrite/setup/wb_ovmenu_lang.cfg");
     }
-    void init() { ASSERT_EQ(0, run({"init"}).exitCode); }
+    // Creates the files and sets K to VALUE in group 9 (OVCore.UI).
+    void init(const char* value = "v") {
+        ASSERT_EQ(0, run({"init"}).exitCode);
+        ASSERT_EQ(0, run({"set", "9", "K", value}).exitCode);
+    }
 
     ovtest::TempDir mRoot;
 };
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using tooltest::contains;
+using tooltest::exits;
 
 } // namespace
 
@@ -91,19 +95,17 @@ TEST_F(OvSettings, InitCreatesBothFilesOnceAndNeverClobbers) {
 TEST_F(OvSettings, ADirectoryWhereAFileBelongsIsNamedWithTheReason) {
     std::filesystem::create_directories(settingsFile());
     ovtest::ToolResult init = run({"init"});
-    EXPECT_EQ(74, init.exitCode);
-    EXPECT_TRUE(contains(init.err, "init: cannot create " + settingsFile() + ": Is a directory"))
-        << init.err;
-    // The menu file is still made.
-    EXPECT_TRUE(contains(init.out, "created " + menuFile()));
-
+    EXPECT_TRUE(exits(init, 74, "init: cannot create " + settingsFile() + ": Is a directory"));
+    EXPECT_TRUE(contains(init.out, "created " + menuFile())) << "the menu file is still made";
     ovtest::ToolResult get = run({"get", "9", "K"});
     EXPECT_EQ(8, get.exitCode);
     EXPECT_EQ("ovsettings: get: settings file not loaded: " + settingsFile() + ": Is a directory\n",
               get.err);
 }
 
-TEST_F(OvSettings, IntegerValuesAreDecimalAnd32Bits) {
+// Integers are decimal and 32 bits when set; a typed get of text of another type exits 65,
+// while what the library itself reads as a number or a boolean is one.
+TEST_F(OvSettings, TypedValuesAreCheckedBothWays) {
     init();
     ASSERT_EQ(0, run({"set", "9", "N", "7", "--int"}).exitCode);
     const std::string before = ovtest::readFile(settingsFile());
@@ -120,28 +122,24 @@ TEST_F(OvSettings, IntegerValuesAreDecimalAnd32Bits) {
         EXPECT_EQ(std::string(value) + "\n", run({"get", "9", "N", "--int"}).out);
     }
     EXPECT_EQ(64, run({"set", "9", "B", "yes", "--bool"}).exitCode);
-}
 
-TEST_F(OvSettings, TypedGetOfTextOfAnotherTypeExits65) {
-    init();
-    ASSERT_EQ(0, run({"set", "9", "Word", "abc"}).exitCode);
-    ASSERT_EQ(0, run({"set", "9", "Big", "99999999999"}).exitCode);
-    ASSERT_EQ(0, run({"set", "9", "Hex", "0x1f"}).exitCode);
-    ASSERT_EQ(0, run({"set", "9", "Yes", "yes"}).exitCode);
-    ASSERT_EQ(0, run({"set", "9", "Flag", "true", "--bool"}).exitCode);
-
+    const std::vector<std::vector<std::string>> sets = {{"Word", "abc"},
+                                                        {"Big", "99999999999"},
+                                                        {"Hex", "0x1f"},
+                                                        {"Yes", "yes"},
+                                                        {"Flag", "true", "--bool"}};
+    for (std::vector<std::string> args : sets) {
+        args.insert(args.begin(), {"set", "9"});
+        ASSERT_EQ(0, run(args).exitCode) << args[2];
+    }
     ovtest::ToolResult word = run({"get", "9", "Word", "--int"});
     EXPECT_EQ(65, word.exitCode);
     EXPECT_EQ("ovsettings: get: OVCore.UI: Word holds \"abc\", which is not an integer\n",
               word.err);
     EXPECT_EQ("", word.out);
     EXPECT_EQ(65, run({"get", "9", "Big", "--int"}).exitCode);
-    ovtest::ToolResult yes = run({"get", "9", "Yes", "--bool"});
-    EXPECT_EQ(65, yes.exitCode);
-    EXPECT_TRUE(contains(yes.err, "neither true nor false")) << yes.err;
+    EXPECT_TRUE(exits(run({"get", "9", "Yes", "--bool"}), 65, "neither true nor false"));
     EXPECT_EQ(65, run({"get", "9", "Word", "--bool"}).exitCode);
-
-    // What the library itself reads as a number or a boolean is one.
     ovtest::ToolResult hex = run({"get", "9", "Hex", "--int"});
     EXPECT_EQ(0, hex.exitCode);
     EXPECT_EQ("31\n", hex.out);
@@ -149,26 +147,10 @@ TEST_F(OvSettings, TypedGetOfTextOfAnotherTypeExits65) {
     EXPECT_EQ(3, run({"get", "9", "Nothing", "--int"}).exitCode);
 }
 
-TEST_F(OvSettings, ASetWhoseWriteNeverReachesTheFileExits74) {
-    init();
-    ASSERT_EQ(0, run({"set", "9", "K", "old"}).exitCode);
-    // Any file write fails (EFBIG), as on a full file system.
-    ovtest::ToolOptions full;
-    full.fileSizeLimit = 0;
-    ovtest::ToolResult set = run({"set", "9", "K", "new"}, full);
-    EXPECT_EQ(74, set.exitCode);
-    EXPECT_EQ(
-        "ovsettings: set: " + settingsFile() +
-            ": [OVCore.UI] K now holds \"old\", not \"new\": the write did not reach the file\n",
-        set.err);
-    EXPECT_EQ("old\n", run({"get", "9", "K"}).out);
-}
-
 // What would not read back as given is refused before anything is written, naming why; what
-// would is stored and read back exactly.
+// would is stored and read back exactly; a write that never reaches the file exits 74.
 TEST_F(OvSettings, SetStoresWhatItWasGivenOrRefuses) {
-    init();
-    ASSERT_EQ(0, run({"set", "9", "K", "old"}).exitCode);
+    init("old");
     const std::string before = ovtest::readFile(settingsFile());
     struct Refused {
         const char* key;
@@ -191,6 +173,18 @@ TEST_F(OvSettings, SetStoresWhatItWasGivenOrRefuses) {
         EXPECT_EQ(std::string("ovsettings: set: OVCore.UI: refused: ") + r.reason + "\n", set.err);
     }
     EXPECT_EQ(before, ovtest::readFile(settingsFile()));
+
+    // Any file write fails (EFBIG), as on a full file system.
+    ovtest::ToolOptions full;
+    full.fileSizeLimit = 0;
+    ovtest::ToolResult set = run({"set", "9", "K", "new"}, full);
+    EXPECT_EQ(74, set.exitCode);
+    EXPECT_EQ(
+        "ovsettings: set: " + settingsFile() +
+            ": [OVCore.UI] K now holds \"old\", not \"new\": the write did not reach the file\n",
+        set.err);
+    EXPECT_EQ("old\n", run({"get", "9", "K"}).out);
+
     for (const char* value : {"caf\xc3\xa9", "tab\there", "trailing  ", "", "a=b"}) {
         ASSERT_EQ(0, run({"set", "9", "K", value}).exitCode) << value;
         EXPECT_EQ(std::string(value) + "\n", run({"get", "9", "K"}).out);
@@ -201,7 +195,6 @@ TEST_F(OvSettings, SetStoresWhatItWasGivenOrRefuses) {
 // reading command works; a set finds the file not loaded, as the library opens it for writing.
 TEST_F(OvSettings, ReadingNeedsOnlyReadAccess) {
     init();
-    ASSERT_EQ(0, run({"set", "9", "K", "v"}).exitCode);
     ovtest::Immutable frozen(settingsFile());
     if (!frozen.ok())
         GTEST_SKIP() << "the immutable flag cannot be set here";
@@ -216,9 +209,9 @@ TEST_F(OvSettings, ReadingNeedsOnlyReadAccess) {
               set.err);
 }
 
-TEST_F(OvSettings, AFailedWriteOnStandardOutputExits74) {
+TEST_F(OvSettings, OutputAndDiagnostics) {
     init();
-    ASSERT_EQ(0, run({"set", "9", "K", "v"}).exitCode);
+    // A failed write on standard output exits 74 whatever the command.
     ovtest::ToolOptions full;
     full.stdoutFile = "/dev/full";
     ovtest::ToolOptions closed;
@@ -234,15 +227,13 @@ TEST_F(OvSettings, AFailedWriteOnStandardOutputExits74) {
         EXPECT_EQ(74, toClosed.exitCode) << args[0];
         EXPECT_EQ("ovsettings: cannot write standard output: Broken pipe\n", toClosed.err);
     }
-}
 
-TEST_F(OvSettings, LibraryDiagnosticsOnlyWithVerbose) {
-    init();
-    ovtest::ToolResult quiet = run({"set", "9", "K", "v"});
+    // The library's diagnostics only with --verbose.
+    ovtest::ToolResult quiet = run({"set", "9", "K", "w"});
     EXPECT_EQ(0, quiet.exitCode);
     EXPECT_EQ("", quiet.err);
     ovtest::ToolResult verbose =
-        ovtest::runTool(OVSETTINGS, {"--verbose", mRoot.path(), "set", "9", "K", "w"});
+        ovtest::runTool(OVSETTINGS, {"--verbose", mRoot.path(), "set", "9", "K", "x"});
     EXPECT_EQ(0, verbose.exitCode);
     EXPECT_TRUE(ovtest::hasDiagnostics(verbose.err));
     EXPECT_TRUE(contains(verbose.err, "OrvelSetting publish setting change event")) << verbose.err;
