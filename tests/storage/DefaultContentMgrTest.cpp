@@ -121,7 +121,7 @@ TEST_F(DefaultContentMgrTest, PlainFilesServeWhatNoIndexHoldsInsideTheFolder) {
     EXPECT_FALSE(NR_DefaultContentMgr::get("dc:icon.png", failed));
 }
 
-TEST_F(DefaultContentMgrTest, ProfileAndLanguageFilesComeFirst) {
+TEST_F(DefaultContentMgrTest, TheCurrentProfileAndLanguageFilesComeFirst) {
     settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
     index("profiles/op1/de/dynport.dc", {{"x", "op1 de"}, {"a", "A"}});
     index("profiles/op1/dynport.dc", {{"x", "op1"}, {"b", "B"}});
@@ -143,6 +143,17 @@ TEST_F(DefaultContentMgrTest, ProfileAndLanguageFilesComeFirst) {
     EXPECT_NE(std::string::npos,
               log.find("\tSet sProfileSpecificFilePath to " + mRoot + "/profiles\n"))
         << log;
+
+    // The profile setting is read at each look-up, so no event needs to arrive first.
+    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
+                                ovTypes::String(L"op2")));
+    EXPECT_EQ("other profile", fetch("dc:e"));
+    EXPECT_EQ("<none>", fetch("dc:b"));
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
+                                ovTypes::String(L"")));
+    EXPECT_EQ("<none>", fetch("dc:e"));
+    EXPECT_EQ("de", fetch("dc:x"));
 }
 
 TEST_F(DefaultContentMgrTest, DynportdcNamesTheProfileFolder) {
@@ -160,11 +171,12 @@ TEST_F(DefaultContentMgrTest, DynportdcNamesTheProfileFolder) {
     EXPECT_EQ("absolute", fetch("dc:x"));
 }
 
-TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndEnUsStandsIn) {
+TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndAReplacedIndexIsReadAgain) {
     settings("");
     index("de/dynport.dc", {{"hello", "Hallo"}});
     index("fr/dynport.dc", {{"hello", "Bonjour"}});
     index("en-us/dynport.dc", {{"hello", "Hello"}});
+    index("dynport.dc", {{"logo", "before"}, {"other", "OTHER"}});
 
     EXPECT_EQ("Hallo", fetch("dc:hello"));
     ovplatform::setLanguageCode("fr");
@@ -177,30 +189,10 @@ TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndEnUsStandsIn) {
     // A language code that would climb out of the folder names no file.
     ovplatform::setLanguageCode("..");
     EXPECT_EQ("<none>", fetch("dc:hello"));
-}
 
-TEST_F(DefaultContentMgrTest, AChangedProfileIsReadAtTheNextLookUp) {
-    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
-    index("profiles/op1/dynport.dc", {{"logo", "op1"}});
-    index("profiles/op2/dynport.dc", {{"logo", "op2"}});
-    index("dynport.dc", {{"logo", "neutral"}});
-    EXPECT_EQ("op1", fetch("dc:logo"));
-
-    // The setting is read at each look-up, so no event needs to arrive first.
-    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
-                                ovTypes::String(L"op2")));
-    EXPECT_EQ("op2", fetch("dc:logo"));
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
-                                ovTypes::String(L"")));
-    EXPECT_EQ("neutral", fetch("dc:logo"));
-}
-
-// A content update replaces an index file (a new one renamed over it, its resources at other
-// offsets): the next look-up reads the new directory and serves the new bytes.
-TEST_F(DefaultContentMgrTest, AReplacedIndexFileIsReadAgain) {
-    settings("");
-    index("dynport.dc", {{"logo", "before"}, {"other", "OTHER"}});
+    // A content update replaces an index file (a new one renamed over it, its resources at
+    // other offsets): the next look-up reads the new directory and serves the new bytes.
+    ovplatform::setLanguageCode("de");
     EXPECT_EQ("before", fetch("dc:logo"));
     ASSERT_TRUE(
         ovtest::writeFile(mRoot + "/new.dc", dctest::index({{"a", "A"}, {"logo", "after"}})));

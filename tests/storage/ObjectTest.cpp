@@ -45,7 +45,9 @@ protected:
     void TearDown() override { OV_EventAndStatusFacade::destroy(); }
 };
 
-TEST_F(ObjectTest, SavedObjectsReadBackFromTheirFiles) {
+// An item listed by a channel listed by the root container: saved, read back, removed, and
+// everything cleared.
+TEST_F(ObjectTest, ObjectsAreSavedReadBackRemovedAndCleared) {
     ovtest::EventRecorder status(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS);
     std::unique_ptr<Item> item = makeItem("x", "tpl", "img");
     item->currentDisplayCount = 3;
@@ -70,8 +72,11 @@ TEST_F(ObjectTest, SavedObjectsReadBackFromTheirFiles) {
     Channel notAChannel("x");
     EXPECT_EQ(-1, cache()->get("x", notAChannel));
 
+    ASSERT_EQ(0, putResource("img", "i"));
     Channel channel("ch"), channelBack("ch");
     channel.itemIDs = {"x", "y"};
+    setContent(channel.contentMap, "image", "chimg");
+    setContent(channel.excerptContentMap, "primaryxhtml", "page", "application/xhtml+xml");
     Container news("news"), newsBack("news");
     news.channelIDs = {"ch"};
     ASSERT_EQ(0, cache()->save("ch", channel));
@@ -83,16 +88,44 @@ TEST_F(ObjectTest, SavedObjectsReadBackFromTheirFiles) {
     EXPECT_EQ(0, queueOf("news.cnt"));
     EXPECT_TRUE(referenced("ch.chn")) << "listed by the container";
     EXPECT_TRUE(referenced("x.itm")) << "listed by its channel";
+    EXPECT_TRUE(referenced("img.gif"));
+    long before = policy()->blocksUsed();
+
+    EXPECT_EQ(0, cache()->remove("x", *item));
+    EXPECT_FALSE(exists("x.itm"));
+    EXPECT_FALSE(referenced("img.gif"));
+    EXPECT_EQ(before - 1, policy()->blocksUsed());
+    EXPECT_EQ(-1, cache()->remove("x", *item)) << "already gone";
+    // The excerpt's references alone.
+    EXPECT_EQ(0, cache()->removeChannelExcerptRefs("ch", channel));
+    EXPECT_TRUE(policy()->parentsOf("page").empty());
+    EXPECT_FALSE(policy()->parentsOf("chimg").empty());
+    // A container goes with its file only; what it lists stays referenced until a sync.
+    EXPECT_EQ(0, cache()->remove("news", news));
+    EXPECT_FALSE(exists("news.cnt"));
+    EXPECT_TRUE(referenced("ch.chn"));
+    EXPECT_EQ(0, cache()->remove("ch", channel));
+    EXPECT_EQ(before - 3, policy()->blocksUsed());
 
     // A stream of exactly one block counts two.
     Item exact("exact");
     while (exact.getStreamLength() < 4096)
         exact.title += L'a';
     ASSERT_EQ(4096u, exact.getStreamLength());
-    long before = policy()->blocksUsed();
     ASSERT_EQ(0, cache()->save("exact", exact));
     EXPECT_NE(std::string::npos, capture.text().find("Size of exact is 2\n\n"));
-    EXPECT_EQ(before + 2, policy()->blocksUsed());
+    EXPECT_EQ(before - 3 + 2, policy()->blocksUsed());
+
+    ASSERT_EQ(0, cache()->save("x", *item));
+    ASSERT_EQ(6, cache()->getType("tpl"));
+    ASSERT_TRUE(ovtest::writeFile(path("foreign.bin"), "f"));
+    EXPECT_EQ(0, cache()->clear());
+    EXPECT_TRUE(std::filesystem::is_empty(mDir));
+    EXPECT_EQ(0, policy()->blocksUsed());
+    EXPECT_EQ(0, policy()->referencedUsed());
+    EXPECT_EQ(9, cache()->getType("tpl"));
+    std::string name;
+    EXPECT_EQ(-1, cache()->getFileName("img", name));
 }
 
 TEST_F(ObjectTest, ReferencesGiveTheClassesOfResources) {
@@ -274,53 +307,6 @@ TEST_F(ObjectTest, EverySaveRewritesTheRefFile) {
     ASSERT_EQ(0, std::remove(refFile.c_str()));
     EXPECT_EQ(-1, cache()->save("..", Item("y")));
     EXPECT_EQ("2\n", ovtest::readFile(refFile));
-}
-
-TEST_F(ObjectTest, RemovingObjectsWithdrawsWhatTheyReference) {
-    std::unique_ptr<Item> item = makeItem("x", "tpl", "img");
-    ASSERT_EQ(0, cache()->save("x", *item));
-    ASSERT_EQ(0, putResource("img", "i"));
-    Channel channel("ch");
-    channel.itemIDs = {"x"};
-    setContent(channel.contentMap, "image", "chimg");
-    setContent(channel.excerptContentMap, "primaryxhtml", "page", "application/xhtml+xml");
-    ASSERT_EQ(0, cache()->save("ch", channel));
-    Container news("news");
-    news.channelIDs = {"ch"};
-    ASSERT_EQ(0, cache()->save("news", news));
-    EXPECT_TRUE(referenced("img.gif"));
-    long before = policy()->blocksUsed();
-
-    EXPECT_EQ(0, cache()->remove("x", *item));
-    EXPECT_FALSE(exists("x.itm"));
-    EXPECT_FALSE(referenced("img.gif"));
-    EXPECT_EQ(before - 1, policy()->blocksUsed());
-    EXPECT_EQ(-1, cache()->remove("x", *item)) << "already gone";
-
-    // The excerpt's references alone.
-    EXPECT_EQ(0, cache()->removeChannelExcerptRefs("ch", channel));
-    EXPECT_TRUE(policy()->parentsOf("page").empty());
-    EXPECT_FALSE(policy()->parentsOf("chimg").empty());
-
-    // A container goes with its file only; what it lists stays referenced until a sync.
-    EXPECT_EQ(0, cache()->remove("news", news));
-    EXPECT_FALSE(exists("news.cnt"));
-    EXPECT_TRUE(referenced("ch.chn"));
-    EXPECT_EQ(0, cache()->remove("ch", channel));
-    EXPECT_EQ(before - 3, policy()->blocksUsed());
-}
-
-TEST_F(ObjectTest, ClearDeletesEveryFileAndStartsAfresh) {
-    ASSERT_EQ(0, cache()->save("x", *makeItem("x", "tpl", "img")));
-    ASSERT_EQ(0, putResource("img", "i"));
-    ASSERT_TRUE(ovtest::writeFile(path("foreign.bin"), "f"));
-    EXPECT_EQ(0, cache()->clear());
-    EXPECT_TRUE(std::filesystem::is_empty(mDir));
-    EXPECT_EQ(0, policy()->blocksUsed());
-    EXPECT_EQ(0, policy()->referencedUsed());
-    EXPECT_EQ(9, cache()->getType("tpl"));
-    std::string name;
-    EXPECT_EQ(-1, cache()->getFileName("img", name));
 }
 
 // A cache as a previous run left it: the feed reachable from "news", an item no channel lists
