@@ -83,7 +83,9 @@ TEST(OvCacheUsage, AMissingCacheDirectoryIsNotMade) {
     EXPECT_FALSE(ovtest::fileExists(missing));
 }
 
+// Odd bytes in names are escaped.
 TEST_F(OvCache, ListShowsQueuesAndReferencesAndDeletesNothing) {
+    ASSERT_TRUE(ovtest::writeFile(mDir + "odd\x1b[2J\xff.gif", "bytes"));
     ovtest::ToolResult list = ovcache({"list"});
     ASSERT_EQ(0, list.exitCode) << list.err;
     EXPECT_EQ("", list.err) << "the library's diagnostics stay off the terminal";
@@ -94,61 +96,42 @@ TEST_F(OvCache, ListShowsQueuesAndReferencesAndDeletesNothing) {
         {"chimg.gif", "queue  5  referenced by ch.chn"},
         {"img.gif", "queue  9  referenced by x.itm"},
         {"orphan.gif", "queue  9  unreferenced"},
-        {"half.tmp", "not accounted"}};
+        {"half.tmp", "not accounted"},
+        {"odd\\x1B[2J\\xFF.gif", "queue  9  unreferenced"}};
     for (const auto& line : lines)
         EXPECT_TRUE(contains(lineOf(list.out, line.first), line.second)) << list.out;
-    EXPECT_TRUE(contains(list.out, "7 files, 6 blocks of 4096 bytes, 4 referenced, limit 100\n"))
+    EXPECT_FALSE(contains(list.out, "\x1b")) << list.out;
+    EXPECT_TRUE(contains(list.out, "8 files, 7 blocks of 4096 bytes, 4 referenced, limit 100\n"))
         << list.out;
     EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp")) << "list leaves unfinished writes alone";
-
-    ovtest::ToolResult verbose = ovtest::runTool(OVCACHE, {"-v", mRoot.path(), "list"});
-    EXPECT_EQ(0, verbose.exitCode);
-    EXPECT_TRUE(ovtest::hasDiagnostics(verbose.err)) << verbose.err;
+    EXPECT_TRUE(ovtest::hasDiagnostics(ovtest::runTool(OVCACHE, {"-v", mRoot.path(), "list"}).err));
 }
 
-TEST_F(OvCache, ShowPrintsTheStoredFormOrNamesWhatIsMissing) {
+// Show prints the stored form or names what is missing, and a file that holds no object key is
+// said to be none. Used is the referenced use: the channel, the item and their two images, a
+// block each; sync sweeps unfinished writes and reports the same figures.
+TEST_F(OvCache, ShowUsageAndSync) {
     ovtest::ToolResult shown = ovcache({"show", "x"});
     ASSERT_EQ(0, shown.exitCode) << shown.err;
     EXPECT_EQ(0u, shown.out.find("== x.itm\n")) << shown.out;
     EXPECT_TRUE(contains(shown.out, "title=Tram line approved\n")) << shown.out;
 
-    EXPECT_TRUE(exits(ovcache({"show", "nothere"}), 1,
-                      "nothere: no container, channel or item in " + mDir));
-    EXPECT_TRUE(exits(ovcache({"show", "../ovcache/x"}), 64,
-                      "../ovcache/x: not a content ID of the cache"));
-}
-
-// Used is the referenced use: the channel, the item and their two images, a block each.
-TEST_F(OvCache, UsageAndSyncReportTheStatusFigures) {
-    const std::string figures = "total 400 K\nused 16 K\nfree 384 K\n";
-    ovtest::ToolResult usage = ovcache({"usage"});
-    ASSERT_EQ(0, usage.exitCode) << usage.err;
-    EXPECT_EQ(figures, usage.out);
-    EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp"));
-
-    ovtest::ToolResult sync = ovcache({"sync"});
-    ASSERT_EQ(0, sync.exitCode) << sync.err;
-    EXPECT_EQ(figures, sync.out);
-    EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp")) << "sync sweeps unfinished writes";
-    EXPECT_EQ("4\n", ovtest::readFile(mRoot.file("/tmp/ref.txt")));
-}
-
-// Odd bytes in names are escaped in list; a file that holds no object key is said to be none.
-TEST_F(OvCache, OddNamesAreEscapedAndNonObjectsNamed) {
-    ASSERT_TRUE(ovtest::writeFile(mDir + "odd\x1b[2J\xff.gif", "bytes"));
-    ovtest::ToolResult list = ovcache({"list"});
-    ASSERT_EQ(0, list.exitCode) << list.err;
-    EXPECT_TRUE(contains(list.out, "odd\\x1B[2J\\xFF.gif ")) << list.out;
-    EXPECT_FALSE(contains(list.out, "\x1b")) << list.out;
-
     ASSERT_TRUE(ovtest::writeFile(mDir + "pic.itm", "GIF89a\x01\x02 not an item\n"));
-    ovtest::ToolResult show = ovcache({"show", "pic"});
-    EXPECT_EQ(65, show.exitCode);
-    EXPECT_EQ("ovcache: " + mDir +
-                  "pic.itm: does not look like a stored object: it holds none of "
-                  "its keys\n",
-              show.err);
-    EXPECT_EQ("", show.out);
+    const std::string figures = "total 400 K\nused 16 K\nfree 384 K\n";
+    tooltest::expectRuns(
+        OVCACHE, {mRoot.path()},
+        {{{"show", "nothere"}, 1, "", "nothere: no container, channel or item in " + mDir},
+         {{"show", "../ovcache/x"}, 64, "", "../ovcache/x: not a content ID of the cache"},
+         {{"show", "pic"},
+          65,
+          "",
+          "ovcache: " + mDir +
+              "pic.itm: does not look like a stored object: it holds none of its keys\n"},
+         {{"usage"}, 0, figures, ""}});
+    EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp"));
+    tooltest::expectRuns(OVCACHE, {mRoot.path()}, {{{"sync"}, 0, figures, ""}});
+    EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp"));
+    EXPECT_EQ("4\n", ovtest::readFile(mRoot.file("/tmp/ref.txt")));
 }
 
 // A download this process has under way survives ovcache sync in another process; a leftover

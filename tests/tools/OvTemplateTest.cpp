@@ -13,7 +13,7 @@
 
 namespace {
 
-using tooltest::exits;
+using tooltest::Step;
 
 const char* const OVTEMPLATE = OVTOOL_OVTEMPLATE;
 
@@ -54,110 +54,84 @@ TEST_F(OvTemplate, AcceptedTemplateAndItsTreeWithDecodedValues) {
     EXPECT_NE(std::string::npos, run.out.find("uses stylesheet \"s\"")) << run.out;
 }
 
-TEST_F(OvTemplate, DocumentsThatAreNotWellFormedExitOneWithLibxml2sMessageAndLine) {
-    struct Case {
-        std::string name;
-        std::string text;
-        std::string expected; // in the message, after "not well formed: "
+// A document that is not well formed exits 1 with libxml2's message and line; so does an element
+// where it may not stand, named with its line, and a file that cannot be read exits 66 with
+// the reason. Endless or stalled input ends at the first fatal error.
+TEST_F(OvTemplate, EveryRefusalNamesTheFileTheLineAndTheReason) {
+    const std::string wf = ": not well formed: ";
+    auto broken = [&](const std::string& name, const std::string& text, const std::string& err) {
+        const std::string path = write(name, text);
+        return Step{{"check", path}, 1, "", "ovtemplate: " + path + err};
     };
-    const Case cases[] = {
-        {"empty", "", ": not well formed: the file is empty"},
-        {"random", std::string("\x89\x13\xfe\x00\x7f garbage \x01\x02", 16),
-         ":1: not well formed: "},
-        {"truncated", "<template>\n<layout>\n<image/>",
-         ":3: not well formed: Extra content at the end of the document (the file ends inside "
-         "<layout>)"},
-        {"mismatch", "<template>\n<layout>\n</template>\n",
-         ":3: not well formed: Opening and ending tag mismatch"},
-        {"two-roots", "<template/>\n<template/>\n", ":2: not well formed: Extra content"},
-        {"undeclared", "<template>\n<layout id=\"&x;\"/>\n</template>\n",
-         ":2: not well formed: Entity 'x' not defined"},
-    };
-    for (const Case& c : cases) {
-        std::string path = write(c.name + ".xml", c.text);
-        ovtest::ToolResult run = check(path);
-        EXPECT_EQ(1, run.exitCode) << c.name;
-        EXPECT_EQ("", run.out) << c.name;
-        EXPECT_EQ(0u, run.err.find("ovtemplate: " + path + c.expected)) << run.err;
-        EXPECT_EQ(std::string::npos, run.err.find("accepted")) << c.name;
-    }
-}
-
-TEST_F(OvTemplate, NestingErrorsNameTheElementAndTheLine) {
-    struct Case {
-        std::string text;
-        std::string expected;
-    };
-    const Case cases[] = {
-        {"<template>\n  <layout>\n    <row><row/></row>\n  </layout>\n</template>\n",
-         ":3: <row> may not stand inside <row> (error state 2)"},
-        {"<template>\n\n<style/>\n</template>\n",
-         ":3: <style> may not stand inside <template> (error state 2)"},
-        {"<template><layout>\n<scrooler/></layout></template>",
-         ":2: unknown element <scrooler> (error state 2)"},
-        {"<layout/>", ":1: <layout> stands outside a <template> element (error state 2)"},
-    };
-    for (const Case& c : cases) {
-        std::string path = write("nesting.xml", c.text);
-        ovtest::ToolResult run = check(path);
-        EXPECT_EQ(1, run.exitCode) << c.text;
-        EXPECT_EQ("ovtemplate: " + path + c.expected + "\n", run.err);
-        EXPECT_EQ("", run.out);
-    }
-    // Too deep: the element at which the limit was reached.
     std::string deep = "<template><layout>";
     for (int i = 0; i < 300; ++i)
         deep += "<box>";
-    EXPECT_TRUE(
-        exits(check(write("deep.xml", deep)), 1, ":1: <box> is nested deeper than 256 elements"));
-}
-
-TEST_F(OvTemplate, UnreadableFilesExit66WithTheReason) {
-    std::vector<std::pair<std::string, std::string>> cases = {
-        {mDir.file("missing.xml"), "No such file or directory"}, {mDir.path(), "Is a directory"}};
-    if (::geteuid() != 0) { // root reads a file without read permission all the same
-        cases.emplace_back(write("locked.xml", GOOD), "Permission denied");
-        ASSERT_EQ(0, ::chmod(cases.back().first.c_str(), 0));
-    }
-    for (const auto& c : cases) {
-        ovtest::ToolResult run = check(c.first);
-        EXPECT_EQ(66, run.exitCode) << c.first;
-        EXPECT_EQ("ovtemplate: cannot read " + c.first + ": " + c.second + "\n", run.err);
-        EXPECT_EQ("", run.out);
-    }
-}
-
-TEST_F(OvTemplate, EndlessOrStalledInputEndsAtTheFirstFatalError) {
-    EXPECT_TRUE(exits(check("/dev/zero"), 1, "ovtemplate: /dev/zero:1: not well formed: "));
-
-    // A writer that sent a broken start and then keeps the pipe open without writing more.
-    ovtest::ToolOptions stalled;
+    ovtest::ToolOptions stalled; // a writer that sent a start and keeps the pipe open
     stalled.input = "<template>\n<layout></row>";
     stalled.holdInput = true;
     stalled.timeoutSeconds = 30;
-    EXPECT_TRUE(
-        exits(check("/dev/stdin", stalled), 1, ":2: not well formed: Opening and ending tag"));
-    // The same once an element is refused: the rest cannot change the verdict.
-    stalled.input = "<template>\n<style/>\n";
-    ovtest::ToolResult refused = check("/dev/stdin", stalled);
-    EXPECT_EQ(1, refused.exitCode);
-    EXPECT_EQ("ovtemplate: /dev/stdin:2: <style> may not stand inside <template> (error state 2)\n",
-              refused.err);
+    ovtest::ToolOptions refused = stalled; // the rest cannot change the verdict
+    refused.input = "<template>\n<style/>\n";
+    std::vector<Step> steps = {
+        broken("empty.xml", "", ": not well formed: the file is empty"),
+        broken("random.xml", std::string("\x89\x13\xfe\x00\x7f garbage \x01\x02", 16), ":1" + wf),
+        broken("truncated.xml", "<template>\n<layout>\n<image/>",
+               ":3" + wf +
+                   "Extra content at the end of the document (the file ends inside <layout>)"),
+        broken("mismatch.xml", "<template>\n<layout>\n</template>\n",
+               ":3" + wf + "Opening and ending tag mismatch"),
+        broken("two-roots.xml", "<template/>\n<template/>\n", ":2" + wf + "Extra content"),
+        broken("undeclared.xml", "<template>\n<layout id=\"&x;\"/>\n</template>\n",
+               ":2" + wf + "Entity 'x' not defined"),
+        broken("row.xml",
+               "<template>\n  <layout>\n    <row><row/></row>\n  </layout>\n</template>\n",
+               ":3: <row> may not stand inside <row> (error state 2)\n"),
+        broken("style.xml", "<template>\n\n<style/>\n</template>\n",
+               ":3: <style> may not stand inside <template> (error state 2)\n"),
+        broken("unknown.xml", "<template><layout>\n<scrooler/></layout></template>",
+               ":2: unknown element <scrooler> (error state 2)\n"),
+        broken("outside.xml", "<layout/>",
+               ":1: <layout> stands outside a <template> element (error state 2)\n"),
+        // Too deep: the element at which the limit was reached.
+        broken("deep.xml", deep, ":1: <box> is nested deeper than 256 elements"),
+        {{"check", "/dev/zero"}, 1, "", "ovtemplate: /dev/zero:1" + wf},
+        {{"check", "/dev/stdin"}, 1, "", ":2" + wf + "Opening and ending tag", stalled},
+        {{"check", "/dev/stdin"},
+         1,
+         "",
+         "ovtemplate: /dev/stdin:2: <style> may not stand inside <template> (error state 2)\n",
+         refused},
+        {{"check", mDir.file("missing.xml")},
+         66,
+         "",
+         "ovtemplate: cannot read " + mDir.file("missing.xml") + ": No such file or directory\n"},
+        {{"check", mDir.path()},
+         66,
+         "",
+         "ovtemplate: cannot read " + mDir.path() + ": Is a directory\n"},
+    };
+    if (::geteuid() != 0) { // root reads a file without read permission all the same
+        const std::string locked = write("locked.xml", GOOD);
+        ASSERT_EQ(0, ::chmod(locked.c_str(), 0));
+        steps.push_back({{"check", locked},
+                         66,
+                         "",
+                         "ovtemplate: cannot read " + locked + ": Permission denied\n"});
+    }
+    tooltest::expectRuns(OVTEMPLATE, {}, steps);
 }
 
 TEST_F(OvTemplate, AFailedWriteOnStandardOutputExits74) {
     ovtest::ToolOptions full;
     full.stdoutFile = "/dev/full";
-    ovtest::ToolResult run = check(write("good.xml", GOOD), full);
-    EXPECT_EQ(74, run.exitCode);
-    EXPECT_EQ("ovtemplate: cannot write standard output: No space left on device\n", run.err);
-
     ovtest::ToolOptions closed;
     closed.closedStdout = true;
     closed.ignoreSigpipe = true;
-    run = ovtest::runTool(OVTEMPLATE, {"font", "bold 12pt serif"}, closed);
-    EXPECT_EQ(74, run.exitCode);
-    EXPECT_EQ("ovtemplate: cannot write standard output: Broken pipe\n", run.err);
+    const std::string cannot = "ovtemplate: cannot write standard output: ";
+    tooltest::expectRuns(
+        OVTEMPLATE, {},
+        {{{"check", write("good.xml", GOOD)}, 74, "", cannot + "No space left on device\n", full},
+         {{"font", "bold 12pt serif"}, 74, "", cannot + "Broken pipe\n", closed}});
 }
 
 TEST_F(OvTemplate, LibraryDiagnosticsOnlyWithVerbose) {
