@@ -108,8 +108,9 @@ protected:
         ASSERT_EQ(0, policy()->addDiskUsage(name, type, fresh));
     }
 
-    // Evicts the next file for a caller of class TYPE: "referenced" or "unreferenced" for
-    // the file that went, "none" when none could.
+    // Evicts the next file for a caller of class TYPE: "unreferenced" when it went as an
+    // unreferenced queue top (key 0), "referenced" when it went as the top of a class, "none"
+    // when none could.
     std::string evict(int type = 0) {
         bool referenced = false;
         if (policy()->removeNext(type, referenced) != 0)

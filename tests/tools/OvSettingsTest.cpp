@@ -32,22 +32,17 @@ protected:
 };
 
 TEST_F(OvSettings, OnAFreshRootEveryCommandNamesTheMissingFileAndSuggestsInit) {
-    const std::string missing =
-        ": No such file or directory (create it with: ovsettings " + mRoot.path() + " init)\n";
-    const std::string get = "ovsettings: get: settings file not loaded: ";
-    const std::string cat = "ovsettings: cat: settings file not loaded: ";
-    runs({{{"get", "OVCore.UI", "K"}, 8, "", get + mSettings + missing},
-          {{"set", "9", "K", "v"},
-           8,
-           "",
-           "ovsettings: set: settings file not loaded: " + mSettings + missing},
-          {{"list", "9"},
-           8,
-           "",
-           "ovsettings: list: settings file not loaded: " + mSettings + missing},
-          {{"cat"}, 8, "", cat + mSettings + missing},
-          {{"get", "5", "K"}, 8, "", get + mMenu + missing},
-          {{"cat", "--menu"}, 8, "", cat + mMenu + missing}});
+    auto missing = [this](const std::string& command, const std::string& file) {
+        return "ovsettings: " + command + ": settings file not loaded: " + file +
+               ": No such file or directory (create it with: ovsettings " + mRoot.path() +
+               " init)\n";
+    };
+    runs({{{"get", "OVCore.UI", "K"}, 8, "", missing("get", mSettings)},
+          {{"set", "9", "K", "v"}, 8, "", missing("set", mSettings)},
+          {{"list", "9"}, 8, "", missing("list", mSettings)},
+          {{"cat"}, 8, "", missing("cat", mSettings)},
+          {{"get", "5", "K"}, 8, "", missing("get", mMenu)},
+          {{"cat", "--menu"}, 8, "", missing("cat", mMenu)}});
     EXPECT_FALSE(ovtest::fileExists(mSettings)) << "a set did not create the file";
 }
 

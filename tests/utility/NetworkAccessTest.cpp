@@ -116,12 +116,9 @@ TEST(FriendlyListTest, ItemsMatchWholeAndByteForByte) {
         {"a,b", "a,b", 0},
         {"abc", "ABC", 0},
     };
-    for (const Case& c : cases) {
-        std::string list = c.list;
-        std::string plmn = c.plmn;
-        EXPECT_EQ(c.found, NR_EngineUtils::isPLMNInFriendlyList(plmn, list))
+    for (const Case& c : cases)
+        EXPECT_EQ(c.found, NR_EngineUtils::isPLMNInFriendlyList(c.plmn, c.list))
             << "'" << c.plmn << "' in '" << c.list << "'";
-    }
 }
 
 TEST_F(NetworkAccessTest, MissingDownloadOptionFailsWithItsDiagnostic) {
