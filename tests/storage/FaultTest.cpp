@@ -1,7 +1,7 @@
 // The cache against what a phone's storage does to it: a directory that refuses changes for a
 // while, a file that cannot be deleted, a size that cannot be measured yet, another process's
-// files stamped within the same clock tick, a sync while a download is under way, and junk
-// under the names of stored objects.
+// files stamped within the same clock tick (as on a file system that stamps whole seconds), a
+// sync while a download is under way, and junk under the names of stored objects.
 #include "CacheFixture.h"
 
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <set>
 #include <sys/stat.h>
@@ -22,9 +21,7 @@ namespace {
 
 using storagetest::CacheTest;
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using storagetest::contains;
 
 class FaultTest : public CacheTest {
 protected:
@@ -43,11 +40,12 @@ protected:
     int feed(int from, int to) {
         int failed = 0;
         for (int i = from; i < to; ++i) {
-            Item item("it" + std::to_string(i));
+            const std::string n = std::to_string(i);
+            Item item("it" + n);
             item.contentMap.reset(new NewsObject::ContentMap);
-            (*item.contentMap)["image"].contextId = "im" + std::to_string(i);
+            (*item.contentMap)["image"].contextId = "im" + n;
             bool ok = cache()->save(item.id, item) == 0;
-            ok = putResource("im" + std::to_string(i), std::string(5000, 'i')) == 0 && ok;
+            ok = putResource("im" + n, std::string(5000, 'i')) == 0 && ok;
             if (i % 10 == 9) {
                 Channel channel("ch");
                 for (int j = i - 9; j <= i; ++j)
@@ -90,22 +88,21 @@ TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
     account("stuck.gif", 9);
     account("next.gif", 9);
     ASSERT_EQ("stuck.gif", p->queue(9).top()->name);
-    bool evictedReferenced = true;
     {
         ovtest::Immutable frozen(path("stuck.gif"));
         if (!frozen.ok())
             GTEST_SKIP() << "the immutable flag cannot be set here";
         p->beginRoomMaking();
-        ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+        ASSERT_EQ("unreferenced", evict());
         EXPECT_FALSE(exists("next.gif"));
-        EXPECT_EQ(-1, p->removeNext(0, evictedReferenced));
+        EXPECT_EQ("none", evict());
         EXPECT_TRUE(p->roomMakingStuck());
     }
     EXPECT_TRUE(exists("stuck.gif"));
     EXPECT_EQ(1, p->blocksUsed());
     EXPECT_EQ("stuck.gif", p->queue(9).top()->name);
     p->beginRoomMaking();
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    ASSERT_EQ("unreferenced", evict());
     EXPECT_FALSE(exists("stuck.gif"));
     EXPECT_EQ(0, p->blocksUsed());
 }
@@ -149,45 +146,6 @@ TEST_F(FaultTest, AnotherProcesssFileStampedInTheSameTickIsFound) {
     ASSERT_EQ(0, ::utimensat(AT_FDCWD, mDir.c_str(), times, 0));
     ASSERT_EQ(0, cache()->getFileName("theirs", name));
     EXPECT_EQ("theirs.gif", name);
-}
-
-// An ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on DIR
-// for as long as it lives, where this machine lets it be.
-class Ext2Mount {
-public:
-    Ext2Mount(const std::string& image, const std::string& dir) : mDir(dir) {
-        std::string command = "PATH=$PATH:/sbin:/usr/sbin; mkfs.ext2 -q -F -I 128 '" + image +
-                              "' 1024 >/dev/null 2>&1 && mount -o loop '" + image + "' '" + dir +
-                              "' >/dev/null 2>&1";
-        mMounted = std::system(command.c_str()) == 0;
-    }
-    ~Ext2Mount() {
-        if (mMounted)
-            // Lazily: the cache keeps its directory open until the process ends.
-            std::system(("umount -l '" + mDir + "' >/dev/null 2>&1").c_str());
-    }
-    bool mounted() const { return mMounted; }
-
-private:
-    std::string mDir;
-    bool mMounted = false;
-};
-
-TEST_F(FaultTest, AnotherProcesssFilesAreFoundOnAWholeSecondFileSystem) {
-    Ext2Mount ext2(mRoot.file("/ext2.img"), mDir);
-    if (!ext2.mounted())
-        GTEST_SKIP() << "a loop-mounted ext2 image needs root, loop devices and mkfs.ext2";
-    int missed = 0;
-    for (int i = 0; i < 10; ++i) {
-        const std::string id = "f" + std::to_string(i);
-        ASSERT_EQ(0, cache()->save("own" + id, Item("own" + id)));
-        std::string name;
-        cache()->getFileName("own" + id, name);
-        ASSERT_TRUE(ovtest::writeFile(path(id + ".tmp"), "GIF89a"));
-        ASSERT_EQ(0, std::rename(path(id + ".tmp").c_str(), path(id + ".gif").c_str()));
-        missed += cache()->getFileName(id, name) == 0 ? 0 : 1;
-    }
-    EXPECT_EQ(0, missed);
 }
 
 // A download under way survives sync; what a killed writer left is swept; a leftover that
