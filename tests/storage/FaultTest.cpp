@@ -148,6 +148,45 @@ TEST_F(FaultTest, AnotherProcesssFileStampedInTheSameTickIsFound) {
     EXPECT_EQ("theirs.gif", name);
 }
 
+// An ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on DIR
+// for as long as it lives, where this machine lets it be.
+class Ext2Mount {
+public:
+    Ext2Mount(const std::string& image, const std::string& dir) : mDir(dir) {
+        std::string command = "PATH=$PATH:/sbin:/usr/sbin; mkfs.ext2 -q -F -I 128 '" + image +
+                              "' 1024 >/dev/null 2>&1 && mount -o loop '" + image + "' '" + dir +
+                              "' >/dev/null 2>&1";
+        mMounted = std::system(command.c_str()) == 0;
+    }
+    ~Ext2Mount() {
+        if (mMounted)
+            // Lazily: the cache keeps its directory open until the process ends.
+            std::system(("umount -l '" + mDir + "' >/dev/null 2>&1").c_str());
+    }
+    bool mounted() const { return mMounted; }
+
+private:
+    std::string mDir;
+    bool mMounted = false;
+};
+
+TEST_F(FaultTest, AnotherProcesssFilesAreFoundOnAWholeSecondFileSystem) {
+    Ext2Mount ext2(mRoot.file("/ext2.img"), mDir);
+    if (!ext2.mounted())
+        GTEST_SKIP() << "a loop-mounted ext2 image needs root, loop devices and mkfs.ext2";
+    int missed = 0;
+    for (int i = 0; i < 10; ++i) {
+        const std::string id = "f" + std::to_string(i);
+        ASSERT_EQ(0, cache()->save("own" + id, Item("own" + id)));
+        std::string name;
+        cache()->getFileName("own" + id, name);
+        ASSERT_TRUE(ovtest::writeFile(path(id + ".tmp"), "GIF89a"));
+        ASSERT_EQ(0, std::rename(path(id + ".tmp").c_str(), path(id + ".gif").c_str()));
+        missed += cache()->getFileName(id, name) == 0 ? 0 : 1;
+    }
+    EXPECT_EQ(0, missed);
+}
+
 // A download under way survives sync; what a killed writer left is swept; a leftover that
 // cannot be deleted makes sync fail and is named.
 TEST_F(FaultTest, SyncKeepsDownloadsInProgressAndNamesWhatItCannotDelete) {
