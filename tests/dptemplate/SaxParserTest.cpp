@@ -199,8 +199,9 @@ TEST(SaxParser, ErrorsAreReportedToTheParserAndNothingIsPrinted) {
         EXPECT_NE(std::string::npos, joined(parser.mErrors).find(row.error));
         EXPECT_EQ(row.line, parser.mErrorLines.front());
         EXPECT_EQ(row.fatal, !parser.mFatalErrors.empty());
-        if (row.fatal)
+        if (row.fatal) {
             EXPECT_EQ(parser.mErrors.front(), parser.mFatalErrors.front());
+        }
         EXPECT_EQ(row.lastEvent, parser.mEvents.back());
     }
     RecordingParser parser;

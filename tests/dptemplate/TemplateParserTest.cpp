@@ -175,8 +175,9 @@ TEST(TemplateParser, StatesAndWhatIsBuilt) {
         SCOPED_TRACE(row.text);
         Template target;
         EXPECT_EQ(row.state, parseText(row.text, target));
-        if (!row.built.empty() || row.text.empty())
+        if (!row.built.empty() || row.text.empty()) {
             EXPECT_EQ(row.built, describe(target));
+        }
     }
     EXPECT_EQ("", engineOutput(capture.text()));
 }

@@ -138,8 +138,9 @@ class GroupSettingsTest : public modeltest::CacheTest,
 
 TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     const GroupSettings& row = GetParam();
-    if (row.settings)
+    if (row.settings) {
         ASSERT_TRUE(ovtest::writeMainSettings(std::string("[OVNewsReader.UI]\n") + row.settings));
+    }
     std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
     ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
     ovtest::StderrCapture err;
@@ -171,8 +172,9 @@ TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     EXPECT_FALSE(item.isExcerptLaunchable());
 
     EXPECT_EQ(row.readFailures, readFailures(err.text()));
-    if (*row.readFailures)
+    if (*row.readFailures) {
         EXPECT_THAT(err.text(), HasSubstr("{2} NewsObject.cpp:"));
+    }
 }
 
 const GroupSettings kRows[] = {

@@ -16,10 +16,14 @@
 
 namespace {
 
+using settingstest::boolOf;
+using settingstest::intOf;
+using settingstest::textOf;
+
 const char* const kMenuFile = "[en-us]\n"
                               "Title=News\n"
                               "Count=3\n"
-                              "Shown=true\n"
+                              "Shown=false\n"
                               "[fr-fr]\n"
                               "Title=Actualit\xc3\xa9s\n";
 
@@ -43,27 +47,18 @@ TEST_F(MenuCFGSettingTest, LanguageSelectsTheSectionWithEnglishAsFallback) {
     ASSERT_TRUE(ovtest::writeMenuSettings(kMenuFile));
     ovtest::StderrCapture err;
     MenuCFGOrvelSetting& m = menu("fr-fr");
-    EXPECT_NE(std::string::npos, err.text().find("OS current language code fr-fr"));
+    EXPECT_TRUE(err.has("OS current language code fr-fr"));
     EXPECT_EQ(ovTypes::String(L"fr-fr"), m.languageCode());
 
-    ovTypes::String text;
-    EXPECT_EQ(0, m.getString("ignored", "Title", text));
-    EXPECT_EQ(ovTypes::String(L"Actualit\u00e9s"), text);
+    EXPECT_EQ(L"0 Actualit\u00e9s", textOf(m, "ignored", "Title"));
     // Absent in fr-fr: looked up again in en-us, for every getter.
-    int count = 0;
-    EXPECT_EQ(0, m.getInt(nullptr, "Count", count));
-    EXPECT_EQ(3, count);
-    bool shown = false;
-    EXPECT_EQ(0, m.getBoolean("OVCore.Menu", "Shown", shown));
-    EXPECT_TRUE(shown);
+    EXPECT_EQ("0 3", intOf(m, nullptr, "Count"));
+    EXPECT_EQ("0 0", boolOf(m, "OVCore.Menu", "Shown"));
     char* narrow = nullptr;
     ASSERT_EQ(0, m.getString("OVCore.Menu", "Count", &narrow));
     EXPECT_STREQ("3", narrow);
     delete[] narrow;
-
-    text = L"keep";
-    EXPECT_EQ(3, m.getString("OVCore.Menu", "Nowhere", text));
-    EXPECT_EQ(ovTypes::String(L"keep"), text);
+    EXPECT_EQ(L"3 -", textOf(m, "OVCore.Menu", "Nowhere"));
 }
 
 TEST_F(MenuCFGSettingTest, FailingLanguageQueryUsesEnglish) {
@@ -71,21 +66,16 @@ TEST_F(MenuCFGSettingTest, FailingLanguageQueryUsesEnglish) {
     ovplatform::setCallFails("UTIL_Language_getSystemLanguageCode", true);
     ovtest::StderrCapture err;
     MenuCFGOrvelSetting& m = menu("fr-fr");
-    EXPECT_NE(std::string::npos, err.text().find("get OS currLang fail, use default en-us"));
-    ovTypes::String text;
-    EXPECT_EQ(0, m.getString("OVCore.Menu", "Title", text));
-    EXPECT_EQ(ovTypes::String(L"News"), text);
+    EXPECT_TRUE(err.has("get OS currLang fail, use default en-us"));
+    EXPECT_EQ(L"0 News", textOf(m, "OVCore.Menu", "Title"));
 }
 
 TEST_F(MenuCFGSettingTest, MissingFileGives8) {
     ovtest::StderrCapture err;
     MenuCFGOrvelSetting& m = menu("en-us");
-    EXPECT_NE(std::string::npos,
-              err.text().find("No menu language config file exist " + ovtest::menuSettingsPath()));
-    int count = 1;
-    EXPECT_EQ(8, m.getInt("OVCore.Menu", "Count", count));
+    EXPECT_TRUE(err.has("No menu language config file exist " + ovtest::menuSettingsPath()));
+    EXPECT_EQ("8 -1", intOf(m, "OVCore.Menu", "Count"));
     EXPECT_EQ(8, m.setInt("OVCore.Menu", "Count", 2));
-    EXPECT_EQ(1, count);
     EXPECT_EQ(1, m.init());
     EXPECT_FALSE(ovtest::fileExists(ovtest::menuSettingsPath()));
 }
@@ -93,47 +83,38 @@ TEST_F(MenuCFGSettingTest, MissingFileGives8) {
 TEST_F(MenuCFGSettingTest, WritesGoToTheLanguageAndAreAnnouncedAsMenu) {
     ASSERT_TRUE(ovtest::writeMenuSettings(kMenuFile));
     MenuCFGOrvelSetting& m = menu("fr-fr");
-    settingstest::SettingRecorder& recorder = this->recorder();
+    recorder();
     ovtest::StderrCapture err;
     ASSERT_EQ(0, m.setInt("OVCore.UI", "Count", 5));
-    EXPECT_NE(std::string::npos,
-              err.text().find("Publish OV setting change event OVCore.Menu.Count, 5"));
-
-    ASSERT_TRUE(recorder.drain());
-    auto changes = recorder.changes();
-    ASSERT_EQ(1u, changes.size());
-    EXPECT_EQ("OVCore.Menu.Count", changes[0].name);
-    EXPECT_EQ("5", changes[0].value);
-    EXPECT_EQ("[en-us]\nCount=3\nShown=true\nTitle=News\n"
+    EXPECT_TRUE(err.has("Publish OV setting change event OVCore.Menu.Count, 5"));
+    ASSERT_TRUE(recorder().drain());
+    EXPECT_EQ(std::vector<std::string>{"OVCore.Menu.Count=5"}, recorder().texts());
+    EXPECT_EQ("[en-us]\nCount=3\nShown=false\nTitle=News\n"
               "[fr-fr]\nCount=5\nTitle=Actualit\xc3\xa9s\n",
               ovtest::readFile(ovtest::menuSettingsPath()));
-    int count = 0;
-    EXPECT_EQ(0, m.getInt("OVCore.UI", "Count", count));
-    EXPECT_EQ(5, count);
+    EXPECT_EQ("0 5", intOf(m, "OVCore.UI", "Count"));
 }
 
 TEST_F(MenuCFGSettingTest, ReceivedChangesAreKeptUnderTheirGroupNotTheLanguage) {
     ASSERT_TRUE(ovtest::writeMenuSettings(kMenuFile));
     MenuCFGOrvelSetting& m = menu("fr-fr");
-    settingstest::SettingRecorder& recorder = this->recorder();
+    recorder();
     ovtest::StderrCapture err;
     settingstest::publishChange("OVCore.Menu.Title", "Infos");
     settingstest::publishChange("OVCore.UI.Theme", "dark");
-    ASSERT_TRUE(recorder.drain());
+    ASSERT_TRUE(recorder().drain());
 
-    EXPECT_NE(std::string::npos, err.text().find("MenuCFGOrvelSetting:handleEvent called."));
+    EXPECT_TRUE(err.has("MenuCFGOrvelSetting:handleEvent called."));
     // The section of a received change is its group, so the language's value stands.
-    ovTypes::String text;
-    EXPECT_EQ(0, m.getString("OVCore.Menu", "Title", text));
-    EXPECT_EQ(ovTypes::String(L"Actualit\u00e9s"), text);
+    EXPECT_EQ(L"0 Actualit\u00e9s", textOf(m, "OVCore.Menu", "Title"));
     EXPECT_EQ(kMenuFile, ovtest::readFile(ovtest::menuSettingsPath())) << "memory only";
-    EXPECT_EQ(2u, recorder.changes().size()) << "received changes must not be announced again";
+    EXPECT_EQ(2u, recorder().changes().size()) << "received changes must not be announced again";
 
     // The next write stores the whole map, received sections included.
     ASSERT_EQ(0, m.setString("OVCore.Menu", "Title", "Titre"));
     EXPECT_EQ("[OVCore.Menu]\nTitle=Infos\n"
               "[OVCore.UI]\nTheme=dark\n"
-              "[en-us]\nCount=3\nShown=true\nTitle=News\n"
+              "[en-us]\nCount=3\nShown=false\nTitle=News\n"
               "[fr-fr]\nTitle=Titre\n",
               ovtest::readFile(ovtest::menuSettingsPath()));
 }

@@ -1,7 +1,6 @@
 #include "SettingEvents.h"
 
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
-#include "settings/NR_Setting.h"
 
 #include <cstdint>
 
@@ -69,6 +68,15 @@ std::vector<Change> SettingRecorder::changes() {
     return mChanges;
 }
 
+std::vector<std::string> SettingRecorder::texts() {
+    std::vector<std::string> texts;
+    for (const Change& change : changes())
+        texts.push_back(
+            change.name + "=" + change.value +
+            (change.propertyCount == 1 ? "" : " +" + std::to_string(change.propertyCount - 1)));
+    return texts;
+}
+
 void SettingsTest::SetUp() {
     mFirst = std::make_unique<SettingRecorder>();
 }
@@ -104,6 +112,24 @@ void publishChange(const std::string& name, const std::string& value) {
     OV_Event event(OrvelSetting::SETTING_CHANGED_TOPIC);
     event.setProperty(name, value);
     OV_EventAndStatusFacade::instance()->publish(event);
+}
+
+std::string intOf(OrvelSetting& s, const char* group, const char* key) {
+    int value = -1;
+    int rc = s.getInt(group, key, value);
+    return std::to_string(rc) + " " + std::to_string(value);
+}
+
+std::string boolOf(OrvelSetting& s, const char* group, const char* key) {
+    bool value = true;
+    int rc = s.getBoolean(group, key, value);
+    return std::to_string(rc) + " " + std::to_string(value);
+}
+
+std::wstring textOf(OrvelSetting& s, const char* group, const char* key) {
+    ovTypes::String value(L"-");
+    int rc = s.getString(group, key, value);
+    return std::to_wstring(rc) + L" " + value;
 }
 
 } // namespace settingstest

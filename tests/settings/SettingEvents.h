@@ -5,6 +5,7 @@
 
 #include "eventstatuslib/OV_Event.h"
 #include "eventstatuslib/OV_EventHandler.h"
+#include "settings/NR_Setting.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
@@ -44,6 +45,8 @@ public:
     // Waits until at least COUNT changes (markers excluded) were seen; false on time-out.
     bool waitForChanges(size_t count);
     std::vector<Change> changes();
+    // The changes as "name=value", with " +N" for N more properties than the one.
+    std::vector<std::string> texts();
 
     // Runs on the delivery thread, under the recorder's lock, as each change is recorded.
     std::function<void(const Change&)> onChange;
@@ -91,6 +94,12 @@ private:
 
 // Publishes a setting-changed event NAME = VALUE through the facade, as another process would.
 void publishChange(const std::string& name, const std::string& value);
+
+// A getter's result code and the value it leaves, in one text ("0 256"; "3 -1" where the key
+// is absent: the value starts as -1, true or "-"), so that one check covers both.
+std::string intOf(OrvelSetting& s, const char* group, const char* key);
+std::string boolOf(OrvelSetting& s, const char* group, const char* key);
+std::wstring textOf(OrvelSetting& s, const char* group, const char* key);
 
 } // namespace settingstest
 

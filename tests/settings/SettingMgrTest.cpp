@@ -2,6 +2,7 @@
 // name, and the name helpers.
 #include "SettingEvents.h"
 
+#include "OVPlatform.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "settings/NR_CFGSetting.h"
 #include "settings/NR_MenuCFGSetting.h"
@@ -95,18 +96,14 @@ TEST_F(SettingMgrTest, MissingSettingsFileGives8) {
 
 TEST_F(SettingMgrTest, WriteIsAnnouncedOnceUnderGroupDotKey) {
     ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nMax=1\n"));
-    settingstest::SettingRecorder& recorder = this->recorder();
+    recorder();
     ASSERT_EQ(0, mgr().setInt(OrvelSettingMgr::GROUP_STORAGE, "Max", 500));
     ASSERT_EQ(
         0, mgr().setString(OrvelSettingMgr::GROUP_SYSTEM, "MSISDN", ovTypes::String(L"+15550100")));
-    ASSERT_TRUE(recorder.drain());
-    auto changes = recorder.changes();
-    ASSERT_EQ(2u, changes.size());
-    EXPECT_EQ("OVCore.Storage.Max", changes[0].name);
-    EXPECT_EQ("500", changes[0].value);
-    EXPECT_EQ(1u, changes[0].propertyCount);
-    EXPECT_EQ("OVCore.System.MSISDN", changes[1].name);
-    EXPECT_EQ("+15550100", changes[1].value);
+    ASSERT_TRUE(recorder().drain());
+    EXPECT_EQ(
+        (std::vector<std::string>{"OVCore.Storage.Max=500", "OVCore.System.MSISDN=+15550100"}),
+        recorder().texts());
     EXPECT_EQ("[OVCore.Storage]\nMax=500\n[OVCore.System]\nMSISDN=+15550100\n",
               ovtest::readFile(ovtest::mainSettingsPath()));
 }
@@ -162,8 +159,8 @@ TEST_F(SettingMgrTest, ProcessNameIsTheProgramPath) {
     const char* name = mgr().getProcessName();
     ASSERT_NE(nullptr, name);
     EXPECT_STREQ(program_invocation_name, name);
-    EXPECT_NE(std::string::npos, err.text().find(std::string("Process full path is ") + name));
-    EXPECT_NE(std::string::npos, err.text().find("getpid() returns "));
+    EXPECT_TRUE(err.has(std::string("Process full path is ") + name));
+    EXPECT_TRUE(err.has("getpid() returns "));
     delete[] name;
     EXPECT_FALSE(mgr().isPhoneProcess());
 }
@@ -176,6 +173,20 @@ TEST_F(SettingMgrTest, SingletonIsCreatedOnceOnTheDeviceRoot) {
     int number = 0;
     EXPECT_EQ(0, first->getInt(OrvelSettingMgr::GROUP_UI, "A", number));
     EXPECT_EQ(3, number);
+}
+
+// The phone number comes from the settings first and from the SIM only when there is none.
+TEST_F(SettingMgrTest, StoredMsisdnWinsOverTheOwnNumberEntry) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.System]\nOther=1\n"));
+    ASSERT_TRUE(ovplatform::setOwnNumber("+15550001"));
+    ovTypes::String msisdn;
+    ASSERT_EQ(0, OV_EventAndStatusFacade::instance()->getMSISDN(msisdn));
+    EXPECT_EQ(ovTypes::String(L"+15550001"), msisdn) << "no stored number: the SIM's";
+
+    ASSERT_EQ(0, OrvelSettingMgr::getSettingMgrInstance()->setString(
+                     OrvelSettingMgr::GROUP_SYSTEM, "MSISDN", ovTypes::String(L"+15550002")));
+    ASSERT_EQ(0, OV_EventAndStatusFacade::instance()->getMSISDN(msisdn));
+    EXPECT_EQ(ovTypes::String(L"+15550002"), msisdn);
 }
 
 } // namespace

@@ -47,14 +47,9 @@ bool textFormCarries(const std::string& group, const std::string& key) {
     return back.categories() == map.categories();
 }
 
+// The text with its odd bytes escaped, for the traces.
 std::string printable(const std::string& text) {
-    std::string out;
-    for (unsigned char c : text) {
-        char hex[8];
-        std::snprintf(hex, sizeof hex, c < 0x20 || c > 0x7E ? "\\x%02x" : "%c", c);
-        out += hex;
-    }
-    return "\"" + out + "\"";
+    return ::testing::PrintToString(text);
 }
 
 class SettingNamesTest : public settingstest::SettingsTest {

@@ -6,10 +6,13 @@
 #define OVBASE_TESTS_STORAGE_CACHEFIXTURE_H
 
 #include "OVPlatform.h"
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "model/Streamable.h"
 #include "storage/NR_CacheDirectory.h"
 #include "storage/NR_ContentCache.h"
 #include "storage/NR_ContentCachePolicy.h"
+#include "support/EventRecorder.h"
 #include "support/Files.h"
 #include "support/TempDir.h"
 #include "utility/NR_Constants.h"
@@ -19,6 +22,7 @@
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 namespace storagetest {
 
@@ -29,6 +33,36 @@ inline std::string streamOf(const Streamable& object) {
     std::ostringstream out;
     object.store(out);
     return out.str();
+}
+
+inline bool contains(const std::string& text, const std::string& part) {
+    return text.find(part) != std::string::npos;
+}
+
+// TEXT holds LINES in their order, each found after the one before.
+inline ::testing::AssertionResult inOrder(const std::string& text,
+                                          const std::vector<std::string>& lines) {
+    size_t at = 0;
+    for (const std::string& line : lines) {
+        size_t found = text.find(line, at);
+        if (found == std::string::npos)
+            return ::testing::AssertionFailure() << "missing or out of order: " << line << "\n"
+                                                 << text;
+        at = found + line.size();
+    }
+    return ::testing::AssertionSuccess();
+}
+
+// ERRORS received exactly one storage-full event (value 1): a marker published behind it
+// arrives next.
+inline void expectOneFullEvent(ovtest::EventRecorder& errors) {
+    OV_Event marker(NR_Constants::EVENT_NOTIFY_STORAGE_ERROR);
+    marker.mValue = 99;
+    OV_EventAndStatusFacade::instance()->publish(marker);
+    ASSERT_TRUE(errors.waitFor(2));
+    std::vector<ovtest::RecordedEvent> events = errors.events();
+    EXPECT_EQ(1, events[0].value);
+    EXPECT_EQ(99, events[1].value);
 }
 
 // The cache directory under the current device root, without its final '/'.
@@ -72,6 +106,31 @@ protected:
     void account(const std::string& name, int type, size_t size = 100, bool fresh = false) {
         ASSERT_TRUE(ovtest::writeFile(path(name), std::string(size, 'x')));
         ASSERT_EQ(0, policy()->addDiskUsage(name, type, fresh));
+    }
+
+    // Evicts the next file for a caller of class TYPE: "unreferenced" when it went as an
+    // unreferenced queue top (key 0), "referenced" when it went as the top of a class, "none"
+    // when none could.
+    std::string evict(int type = 0) {
+        bool referenced = false;
+        if (policy()->removeNext(type, referenced) != 0)
+            return "none";
+        return referenced ? "referenced" : "unreferenced";
+    }
+
+    // The queue of NAME in the policy and whether it is referenced, or -1.
+    int queueOf(const std::string& name, bool* referenced = nullptr) {
+        int type = -1;
+        bool isReferenced = false;
+        if (!policy()->queueOf(name, type, isReferenced))
+            return -1;
+        if (referenced)
+            *referenced = isReferenced;
+        return type;
+    }
+    bool referenced(const std::string& name) {
+        bool isReferenced = false;
+        return queueOf(name, &isReferenced) >= 0 && isReferenced;
     }
 
     // The key of NAME in queue TYPE of the policy, or -1 when it is not there.

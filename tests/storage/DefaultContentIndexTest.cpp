@@ -88,23 +88,16 @@ TEST_F(DefaultContentIndexTest, WhiteSpaceBeforeTheMagicIsSkipped) {
 }
 
 TEST_F(DefaultContentIndexTest, UnreadableOrWrongFilesGiveAnEmptyIndexAndOneLine) {
-    {
+    const std::pair<const char*, std::string> cases[] = {
+        {"Couldn't open  def content", ""}, // no file
+        {"magic error(d,C)", "dC" + be16(0) + be32(0) + be16(1) + entry("a", 0, 0)},
+        {"magic error(?,?)", ""}};
+    for (size_t i = 0; i < 3; ++i) {
         ovtest::StderrCapture capture;
-        DefaultContentIndex index(mDir.file("missing.dc"));
+        DefaultContentIndex index =
+            i == 0 ? DefaultContentIndex(mDir.file("missing.dc")) : load(cases[i].second);
         EXPECT_TRUE(index.getItems().empty());
-        expectReaderLine(capture.text(), "Couldn't open  def content");
-    }
-    {
-        ovtest::StderrCapture capture;
-        DefaultContentIndex index = load("dC" + be16(0) + be32(0) + be16(1) + entry("a", 0, 0));
-        EXPECT_TRUE(index.getItems().empty());
-        expectReaderLine(capture.text(), "magic error(d,C)");
-    }
-    {
-        ovtest::StderrCapture capture;
-        DefaultContentIndex index = load("");
-        EXPECT_TRUE(index.getItems().empty());
-        expectReaderLine(capture.text(), "magic error(?,?)");
+        expectReaderLine(capture.text(), cases[i].first);
     }
 }
 

@@ -66,27 +66,62 @@ protected:
     std::string mRoot;
 };
 
-TEST_F(DefaultContentMgrTest, PlainFilesServeWhatNoIndexHolds) {
+// Plain files serve what no index holds, under names that stay inside the folder; nothing
+// outside, no folder, no FIFO (in place of a file or of a language's index), and no failed
+// stream counts as a delivery.
+TEST_F(DefaultContentMgrTest, PlainFilesServeWhatNoIndexHoldsInsideTheFolder) {
     settings("");
     plain("icon.png", "plain icon");
     plain("both.png", "plain both");
+    plain("icons/news.png", "one level down");
+    plain("a", "the file a");
+    ASSERT_TRUE(ovtest::writeFile(mRoot + "/../secret", "outside"));
     ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/folder"));
-    index("dynport.dc", {{"both.png", "packed both"}, {"packed.png", "packed"}});
+    ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/de"));
+    ASSERT_EQ(0, mkfifo((mRoot + "/pipe").c_str(), 0600));
+    ASSERT_EQ(0, mkfifo((mRoot + "/de/dynport.dc").c_str(), 0600));
+    index("dynport.dc", {{"both.png", "packed both"},
+                         {"packed.png", "packed"},
+                         {"packed/name", "from the index"},
+                         {"", "nameless"}});
 
-    EXPECT_EQ("plain icon", fetch("dc:icon.png"));
-    EXPECT_EQ("packed both", fetch("dc:both.png"));
-    EXPECT_EQ("packed", fetch("dc:packed.png"));
-    EXPECT_EQ("plain icon", fetch("icon.png")) << "an ID without the prefix is the name";
-    EXPECT_EQ("<none>", fetch("dc:missing.png"));
-    EXPECT_EQ("<none>", fetch("dc:folder"));
-
-    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:icon.png"));
-    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:packed.png"));
-    EXPECT_FALSE(NR_DefaultContentMgr::exists("dc:missing.png"));
-    EXPECT_FALSE(NR_DefaultContentMgr::exists("dc:folder"));
+    const std::pair<ovTypes::ID, std::string> served[] = {
+        {"dc:icon.png", "plain icon"},
+        {"dc:both.png", "packed both"},
+        {"dc:packed.png", "packed"},
+        {"icon.png", "plain icon"}, // an ID without the prefix is the name
+        {"dc:a", "the file a"},
+        {"dc:icons/news.png", "one level down"},
+        {"dc:packed/name", "from the index"}, // a slash inside an index's own name
+    };
+    for (const auto& s : served) {
+        EXPECT_EQ(s.second, fetch(s.first)) << s.first;
+        EXPECT_TRUE(NR_DefaultContentMgr::exists(s.first)) << s.first;
+    }
+    const std::vector<ovTypes::ID> refused = {"dc:missing.png",
+                                              "dc:folder",
+                                              "dc:pipe",
+                                              "dc:../secret",
+                                              "dc:icons/../../secret",
+                                              "dc:icons/..",
+                                              "dc:/etc/hostname",
+                                              "dc:..",
+                                              "dc:.",
+                                              "dc:icons",
+                                              "dc:",
+                                              "",
+                                              ovTypes::ID(std::string("dc:a\0b", 6)),
+                                              ovTypes::ID(std::string("a\0", 2))};
+    for (const ovTypes::ID& id : refused) {
+        EXPECT_FALSE(NR_DefaultContentMgr::exists(id)) << id;
+        EXPECT_EQ("<none>", fetch(id)) << id;
+    }
+    std::stringstream failed;
+    failed.setstate(std::ios::badbit);
+    EXPECT_FALSE(NR_DefaultContentMgr::get("dc:icon.png", failed));
 }
 
-TEST_F(DefaultContentMgrTest, ProfileAndLanguageFilesComeFirst) {
+TEST_F(DefaultContentMgrTest, TheCurrentProfileAndLanguageFilesComeFirst) {
     settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
     index("profiles/op1/de/dynport.dc", {{"x", "op1 de"}, {"a", "A"}});
     index("profiles/op1/dynport.dc", {{"x", "op1"}, {"b", "B"}});
@@ -108,6 +143,17 @@ TEST_F(DefaultContentMgrTest, ProfileAndLanguageFilesComeFirst) {
     EXPECT_NE(std::string::npos,
               log.find("\tSet sProfileSpecificFilePath to " + mRoot + "/profiles\n"))
         << log;
+
+    // The profile setting is read at each look-up, so no event needs to arrive first.
+    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
+                                ovTypes::String(L"op2")));
+    EXPECT_EQ("other profile", fetch("dc:e"));
+    EXPECT_EQ("<none>", fetch("dc:b"));
+    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
+                                ovTypes::String(L"")));
+    EXPECT_EQ("<none>", fetch("dc:e"));
+    EXPECT_EQ("de", fetch("dc:x"));
 }
 
 TEST_F(DefaultContentMgrTest, DynportdcNamesTheProfileFolder) {
@@ -125,11 +171,12 @@ TEST_F(DefaultContentMgrTest, DynportdcNamesTheProfileFolder) {
     EXPECT_EQ("absolute", fetch("dc:x"));
 }
 
-TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndEnUsStandsIn) {
+TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndAReplacedIndexIsReadAgain) {
     settings("");
     index("de/dynport.dc", {{"hello", "Hallo"}});
     index("fr/dynport.dc", {{"hello", "Bonjour"}});
     index("en-us/dynport.dc", {{"hello", "Hello"}});
+    index("dynport.dc", {{"logo", "before"}, {"other", "OTHER"}});
 
     EXPECT_EQ("Hallo", fetch("dc:hello"));
     ovplatform::setLanguageCode("fr");
@@ -142,30 +189,10 @@ TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndEnUsStandsIn) {
     // A language code that would climb out of the folder names no file.
     ovplatform::setLanguageCode("..");
     EXPECT_EQ("<none>", fetch("dc:hello"));
-}
 
-TEST_F(DefaultContentMgrTest, AChangedProfileIsReadAtTheNextLookUp) {
-    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
-    index("profiles/op1/dynport.dc", {{"logo", "op1"}});
-    index("profiles/op2/dynport.dc", {{"logo", "op2"}});
-    index("dynport.dc", {{"logo", "neutral"}});
-    EXPECT_EQ("op1", fetch("dc:logo"));
-
-    // The setting is read at each look-up, so no event needs to arrive first.
-    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
-                                ovTypes::String(L"op2")));
-    EXPECT_EQ("op2", fetch("dc:logo"));
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
-                                ovTypes::String(L"")));
-    EXPECT_EQ("neutral", fetch("dc:logo"));
-}
-
-// A content update replaces an index file (a new one renamed over it, its resources at other
-// offsets): the next look-up reads the new directory and serves the new bytes.
-TEST_F(DefaultContentMgrTest, AReplacedIndexFileIsReadAgain) {
-    settings("");
-    index("dynport.dc", {{"logo", "before"}, {"other", "OTHER"}});
+    // A content update replaces an index file (a new one renamed over it, its resources at
+    // other offsets): the next look-up reads the new directory and serves the new bytes.
+    ovplatform::setLanguageCode("de");
     EXPECT_EQ("before", fetch("dc:logo"));
     ASSERT_TRUE(
         ovtest::writeFile(mRoot + "/new.dc", dctest::index({{"a", "A"}, {"logo", "after"}})));
@@ -242,36 +269,6 @@ TEST_F(DefaultContentMgrTest, AShortResourceDeliversNothingAndHidesThePlainFile)
     EXPECT_EQ("<none>", fetch("dc:logo"));
 }
 
-TEST_F(DefaultContentMgrTest, NamesThatLeaveTheFolderAreNeverServedFromPlainFiles) {
-    settings("");
-    ASSERT_TRUE(ovtest::writeFile(mRoot + "/../secret", "outside"));
-    plain("icons/news.png", "one level down");
-    plain("a", "the file a");
-    index("dynport.dc", {{"packed/name", "from the index"}, {"", "nameless"}});
-
-    const std::vector<ovTypes::ID> refused = {"dc:../secret",
-                                              "dc:icons/../../secret",
-                                              "dc:icons/..",
-                                              "dc:/etc/hostname",
-                                              "dc:..",
-                                              "dc:.",
-                                              "dc:icons",
-                                              "dc:",
-                                              "",
-                                              ovTypes::ID(std::string("dc:a\0b", 6)),
-                                              ovTypes::ID(std::string("a\0", 2))};
-    for (const ovTypes::ID& id : refused) {
-        EXPECT_FALSE(NR_DefaultContentMgr::exists(id)) << id;
-        EXPECT_EQ("<none>", fetch(id)) << id;
-    }
-    // The same files under names that stay inside, folders included, and a slash inside an
-    // index's own name.
-    EXPECT_EQ("the file a", fetch("dc:a"));
-    EXPECT_EQ("one level down", fetch("dc:icons/news.png"));
-    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:icons/news.png"));
-    EXPECT_EQ("from the index", fetch("dc:packed/name"));
-}
-
 TEST_F(DefaultContentMgrTest, TheResourcePathSettingIsUsedWhenItsFolderOpens) {
     ovtest::TempDir configured;
     ASSERT_TRUE(ovtest::writeFile(configured.file("icon.png"), "configured"));
@@ -290,26 +287,6 @@ TEST_F(DefaultContentMgrTest, TheResourcePathSettingIsUsedWhenItsFolderOpens) {
     EXPECT_EQ("configured", fetch("dc:icon.png"));
     NR_DefaultContentMgr::dispose();
     EXPECT_EQ("built in", fetch("dc:icon.png"));
-}
-
-TEST_F(DefaultContentMgrTest, AFifoInTheFolderNeitherHangsNorServes) {
-    settings("");
-    ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/de"));
-    ASSERT_EQ(0, mkfifo((mRoot + "/pipe").c_str(), 0600));
-    ASSERT_EQ(0, mkfifo((mRoot + "/de/dynport.dc").c_str(), 0600));
-    index("dynport.dc", {{"packed", "from the index"}});
-
-    EXPECT_FALSE(NR_DefaultContentMgr::exists("dc:pipe"));
-    EXPECT_EQ("<none>", fetch("dc:pipe"));
-    EXPECT_EQ("from the index", fetch("dc:packed"));
-}
-
-TEST_F(DefaultContentMgrTest, AFailedStreamIsNotADelivery) {
-    settings("");
-    plain("icon.png", "bytes");
-    std::stringstream out;
-    out.setstate(std::ios::badbit);
-    EXPECT_FALSE(NR_DefaultContentMgr::get("dc:icon.png", out));
 }
 
 } // namespace

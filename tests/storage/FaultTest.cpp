@@ -1,7 +1,7 @@
 // The cache against what a phone's storage does to it: a directory that refuses changes for a
 // while, a file that cannot be deleted, a size that cannot be measured yet, another process's
-// files stamped within the same clock tick, a sync while a download is under way, and junk
-// under the names of stored objects.
+// files stamped within the same clock tick (as on a file system that stamps whole seconds), a
+// sync while a download is under way, and junk under the names of stored objects.
 #include "CacheFixture.h"
 
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
@@ -12,7 +12,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstdlib>
 #include <fcntl.h>
 #include <set>
 #include <sys/stat.h>
@@ -22,9 +21,7 @@ namespace {
 
 using storagetest::CacheTest;
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using storagetest::contains;
 
 class FaultTest : public CacheTest {
 protected:
@@ -43,11 +40,12 @@ protected:
     int feed(int from, int to) {
         int failed = 0;
         for (int i = from; i < to; ++i) {
-            Item item("it" + std::to_string(i));
+            const std::string n = std::to_string(i);
+            Item item("it" + n);
             item.contentMap.reset(new NewsObject::ContentMap);
-            (*item.contentMap)["image"].contextId = "im" + std::to_string(i);
+            (*item.contentMap)["image"].contextId = "im" + n;
             bool ok = cache()->save(item.id, item) == 0;
-            ok = putResource("im" + std::to_string(i), std::string(5000, 'i')) == 0 && ok;
+            ok = putResource("im" + n, std::string(5000, 'i')) == 0 && ok;
             if (i % 10 == 9) {
                 Channel channel("ch");
                 for (int j = i - 9; j <= i; ++j)
@@ -90,22 +88,21 @@ TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
     account("stuck.gif", 9);
     account("next.gif", 9);
     ASSERT_EQ("stuck.gif", p->queue(9).top()->name);
-    bool evictedReferenced = true;
     {
         ovtest::Immutable frozen(path("stuck.gif"));
         if (!frozen.ok())
             GTEST_SKIP() << "the immutable flag cannot be set here";
         p->beginRoomMaking();
-        ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+        ASSERT_EQ("unreferenced", evict());
         EXPECT_FALSE(exists("next.gif"));
-        EXPECT_EQ(-1, p->removeNext(0, evictedReferenced));
+        EXPECT_EQ("none", evict());
         EXPECT_TRUE(p->roomMakingStuck());
     }
     EXPECT_TRUE(exists("stuck.gif"));
     EXPECT_EQ(1, p->blocksUsed());
     EXPECT_EQ("stuck.gif", p->queue(9).top()->name);
     p->beginRoomMaking();
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    ASSERT_EQ("unreferenced", evict());
     EXPECT_FALSE(exists("stuck.gif"));
     EXPECT_EQ(0, p->blocksUsed());
 }

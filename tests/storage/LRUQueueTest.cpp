@@ -12,26 +12,23 @@ namespace {
 
 typedef NR_LRUQueue<std::string> Queue;
 
-std::string popTop(Queue& queue) {
-    std::string name = queue.top()->name;
-    queue.pop();
-    return name;
+// The names of QUEUE in the order pops take them, emptying it.
+std::string drain(Queue& queue) {
+    std::string names;
+    for (; !queue.empty(); queue.pop())
+        names += (names.empty() ? "" : " ") + queue.top()->name;
+    return names;
 }
 
 TEST(LRUQueue, LeastRecentlyAddedOrUsedComesFirst) {
     Queue queue;
-    EXPECT_TRUE(queue.empty());
     EXPECT_EQ(nullptr, queue.top());
-    queue.push("a");
-    queue.push("b");
-    queue.push("c");
+    for (const char* name : {"a", "b", "c"})
+        queue.push(name);
     EXPECT_TRUE(queue.touch("a"));
     EXPECT_FALSE(queue.touch("missing"));
     EXPECT_EQ(3u, queue.size());
-    EXPECT_EQ("b", popTop(queue));
-    EXPECT_EQ("c", popTop(queue));
-    EXPECT_EQ("a", popTop(queue));
-    EXPECT_TRUE(queue.empty());
+    EXPECT_EQ("b c a", drain(queue));
     queue.pop(); // popping an empty queue does nothing
     EXPECT_TRUE(queue.empty());
 }
@@ -43,31 +40,23 @@ TEST(LRUQueue, UnusedElementsGoBeforeUsedOnesUntilUsedAgain) {
     queue.push("stale", true);
     EXPECT_EQ(0, queue.find("stale")->key);
     EXPECT_EQ("stale", queue.top()->name);
-    // Pushing a name again only gives it the new key.
-    queue.push("stale");
+    queue.push("stale"); // pushing a name again only gives it the new key
     EXPECT_EQ(3u, queue.size());
     EXPECT_EQ("old", queue.top()->name);
     EXPECT_TRUE(queue.setUnused("new"));
-    EXPECT_EQ("new", popTop(queue));
-    EXPECT_EQ("old", popTop(queue));
-    EXPECT_EQ("stale", popTop(queue));
+    EXPECT_EQ("new old stale", drain(queue));
 }
 
 // Of equal keys, the element nearer the top stays there: a new one does not rise past an
 // equal parent, and the last element moved up by a pop does not sink below an equal child.
+// An eviction passes over names it could not delete: the element of smallest key among the
+// rest (nearer the top on equal keys), and the heap stays as it was.
 TEST(LRUQueue, OnEqualKeysTheElementOnTopStays) {
     Queue queue;
     for (const char* name : {"first", "second", "third"})
         queue.push(name, true);
-    EXPECT_EQ("first", popTop(queue));
-    EXPECT_EQ("third", popTop(queue));
-    EXPECT_EQ("second", popTop(queue));
-}
+    EXPECT_EQ("first third second", drain(queue));
 
-// An eviction passes over names it could not delete: the element of smallest key among the
-// rest (nearer the top on equal keys), and the heap stays as it was.
-TEST(LRUQueue, TopExceptPassesOverSkippedNames) {
-    Queue queue;
     for (const char* name : {"a", "b", "c", "d"})
         queue.push(name, true);
     queue.touch("a");

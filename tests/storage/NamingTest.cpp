@@ -12,60 +12,54 @@ namespace {
 using storagetest::CacheTest;
 
 TEST(CacheNaming, SplitsAZExtensionOnlyWhenTheTableHasIt) {
-    std::string stem, ext;
-    EXPECT_TRUE(NR_CacheDirectory::splitExtension("logoZpng", stem, ext));
-    EXPECT_EQ("logo", stem);
-    EXPECT_EQ("png", ext);
-    EXPECT_TRUE(NR_CacheDirectory::splitExtension("aZbZgif", stem, ext));
-    EXPECT_EQ("aZb", stem);
-    EXPECT_EQ("gif", ext);
-    EXPECT_TRUE(NR_CacheDirectory::splitExtension("Zmpa2", stem, ext));
-    EXPECT_EQ("", stem);
-    EXPECT_EQ("mpa2", ext);
     // Only the text after the last Z counts, and it must be a table extension as it stands.
-    EXPECT_FALSE(NR_CacheDirectory::splitExtension("logoZpngZ", stem, ext));
-    EXPECT_FALSE(NR_CacheDirectory::splitExtension("logoZPNG", stem, ext));
-    EXPECT_FALSE(NR_CacheDirectory::splitExtension("logozpng", stem, ext));
-    EXPECT_FALSE(NR_CacheDirectory::splitExtension("logoZdat", stem, ext));
-    EXPECT_FALSE(NR_CacheDirectory::splitExtension("logo.png", stem, ext));
-}
-
-TEST(CacheNaming, MimeTableInOrderWithoutImagePng) {
-    ASSERT_EQ(35u, NR_CacheDirectory::MIME_TABLE_SIZE);
-    EXPECT_STREQ("application/xhtml+xml", NR_CacheDirectory::MIME_TABLE[0].type);
-    EXPECT_STREQ("xhtml", NR_CacheDirectory::MIME_TABLE[0].extension);
-    EXPECT_STREQ("image/x-png", NR_CacheDirectory::MIME_TABLE[8].type);
-    EXPECT_STREQ("application/x-tcl", NR_CacheDirectory::MIME_TABLE[34].type);
-    for (size_t i = 0; i < NR_CacheDirectory::MIME_TABLE_SIZE; ++i)
-        EXPECT_STRNE("image/png", NR_CacheDirectory::MIME_TABLE[i].type);
+    const struct {
+        const char* id;
+        const char* split; // "stem ext", or null when the ID has no Z extension
+    } cases[] = {{"logoZpng", "logo png"}, {"aZbZgif", "aZb gif"}, {"Zmpa2", " mpa2"},
+                 {"logoZpngZ", nullptr},   {"logoZPNG", nullptr},  {"logozpng", nullptr},
+                 {"logoZdat", nullptr},    {"logo.png", nullptr}};
+    for (const auto& c : cases) {
+        std::string stem, ext;
+        bool split = NR_CacheDirectory::splitExtension(c.id, stem, ext);
+        EXPECT_EQ(c.split != nullptr, split) << c.id;
+        if (split && c.split) {
+            EXPECT_EQ(c.split, stem + " " + ext);
+        }
+    }
     EXPECT_TRUE(NR_CacheDirectory::isTableExtension("png"));
     EXPECT_FALSE(NR_CacheDirectory::isTableExtension("dat"));
     EXPECT_FALSE(NR_CacheDirectory::isTableExtension("itm"));
 }
 
 TEST(CacheNaming, LookupsIgnoreTheExtensionUnlessTheIDNamesOne) {
-    EXPECT_TRUE(NR_CacheDirectory::names("logo", "logo.png"));
-    EXPECT_TRUE(NR_CacheDirectory::names("logoZpng", "logo.png"));
-    EXPECT_TRUE(NR_CacheDirectory::names("logoZpng", "logoZpng.png"));
-    EXPECT_FALSE(NR_CacheDirectory::names("logoZgif", "logo.png"));
-    EXPECT_FALSE(NR_CacheDirectory::names("logoZpng", "logo.dat"));
-    EXPECT_TRUE(NR_CacheDirectory::names("logo", "logo.dat"));
-    EXPECT_TRUE(NR_CacheDirectory::names("x", "x.itm"));
-    EXPECT_TRUE(NR_CacheDirectory::names("noext", "noext"));
-    EXPECT_FALSE(NR_CacheDirectory::names("logo", "logo2.png"));
-    // The name is cut at its last dot only.
-    EXPECT_TRUE(NR_CacheDirectory::names("a.b", "a.b.png"));
-    EXPECT_FALSE(NR_CacheDirectory::names("a", "a.b.png"));
-    EXPECT_FALSE(NR_CacheDirectory::names("pic.gif", "pic.gif"));
-    // A file still being written is never an answer.
-    EXPECT_FALSE(NR_CacheDirectory::names("x", "x.tmp"));
+    const struct {
+        const char* id;
+        const char* name;
+        bool matches;
+    } cases[] = {
+        {"logo", "logo.png", true},
+        {"logoZpng", "logo.png", true},
+        {"logoZpng", "logoZpng.png", true},
+        {"logoZgif", "logo.png", false},
+        {"logoZpng", "logo.dat", false},
+        {"logo", "logo.dat", true},
+        {"x", "x.itm", true},
+        {"noext", "noext", true},
+        {"logo", "logo2.png", false},
+        {"a.b", "a.b.png", true}, // the name is cut at its last dot only
+        {"a", "a.b.png", false},
+        {"pic.gif", "pic.gif", false},
+        {"x", "x.tmp", false}, // a file still being written is never an answer
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.matches, NR_CacheDirectory::names(c.id, c.name)) << c.id << " " << c.name;
 
-    std::vector<std::string> expected{"logo.png", "logo", "logoZpng"};
-    EXPECT_EQ(expected, NR_CacheDirectory::namesOf("logo.png"));
-    expected = {"x.itm", "x"};
-    EXPECT_EQ(expected, NR_CacheDirectory::namesOf("x.itm"));
-    expected = {"aZgif.png", "aZgifZpng"}; // the ID aZgif names only .gif files
-    EXPECT_EQ(expected, NR_CacheDirectory::namesOf("aZgif.png"));
+    typedef std::vector<std::string> Names;
+    EXPECT_EQ(Names({"logo.png", "logo", "logoZpng"}), NR_CacheDirectory::namesOf("logo.png"));
+    EXPECT_EQ(Names({"x.itm", "x"}), NR_CacheDirectory::namesOf("x.itm"));
+    // The ID aZgif names only .gif files.
+    EXPECT_EQ(Names({"aZgif.png", "aZgifZpng"}), NR_CacheDirectory::namesOf("aZgif.png"));
 }
 
 TEST(CacheNaming, IDsThatCouldLeaveTheDirectoryAreUnsafe) {
@@ -79,8 +73,24 @@ TEST(CacheNaming, IDsThatCouldLeaveTheDirectoryAreUnsafe) {
 
 class CacheNamingWithCache : public CacheTest {};
 
+// The table in its order without "image/png", as the constructor logs it, and the final name of
+// a stored resource.
 TEST_F(CacheNamingWithCache, FinalNameOfAStoredResource) {
-    struct Case {
+    ovtest::StderrCapture capture;
+    cache();
+    const std::string suffix = "NR_ContentCache: ";
+    std::string text = capture.text();
+    EXPECT_TRUE(storagetest::inOrder(
+        text, {suffix + "application/xhtml+xml type will have suffix of xhtml\n\n",
+               suffix + "image/x-png type will have suffix of png\n\n",
+               suffix + "application/x-tcl type will have suffix of tcl\n\n"}));
+    EXPECT_EQ(std::string::npos, text.find("image/png type"));
+    EXPECT_NE(std::string::npos, text.find("{5} NR_ContentCache.cpp:"));
+    ASSERT_EQ(35u, NR_CacheDirectory::MIME_TABLE_SIZE);
+    EXPECT_STREQ("xhtml", NR_CacheDirectory::MIME_TABLE[0].extension);
+    EXPECT_STREQ("image/x-png", NR_CacheDirectory::MIME_TABLE[8].type);
+
+    const struct {
         const char* id;
         const char* type;
         const char* name;
@@ -99,27 +109,10 @@ TEST_F(CacheNamingWithCache, FinalNameOfAStoredResource) {
         {"x", "", "x.dat"},
         {"tZtxt", "", "t.txt"},
     };
-    for (const Case& c : cases)
+    for (const auto& c : cases)
         EXPECT_EQ(c.name, cache()->finalName(c.id, c.type)) << c.id << " " << c.type;
     EXPECT_EQ("png", cache()->extensionOf("image/x-png"));
     EXPECT_EQ("", cache()->extensionOf("image/png"));
-}
-
-TEST_F(CacheNamingWithCache, ConstructorLogsTheTableInOrder) {
-    ovtest::StderrCapture capture;
-    cache();
-    std::string text = capture.text();
-    size_t first = text.find("NR_ContentCache: application/xhtml+xml type will have suffix of "
-                             "xhtml\n\n");
-    size_t png = text.find("NR_ContentCache: image/x-png type will have suffix of png\n\n");
-    size_t last = text.find("NR_ContentCache: application/x-tcl type will have suffix of tcl\n\n");
-    ASSERT_NE(std::string::npos, first);
-    ASSERT_NE(std::string::npos, png);
-    ASSERT_NE(std::string::npos, last);
-    EXPECT_LT(first, png);
-    EXPECT_LT(png, last);
-    EXPECT_EQ(std::string::npos, text.find("image/png type"));
-    EXPECT_NE(std::string::npos, text.find("{5} NR_ContentCache.cpp:"));
 }
 
 } // namespace

@@ -9,6 +9,7 @@
 namespace {
 
 using storagetest::CacheTest;
+using storagetest::inOrder;
 using storagetest::kBlockSize;
 
 class PolicySizing : public CacheTest {
@@ -28,20 +29,14 @@ TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
     EXPECT_EQ("0\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
     EXPECT_EQ(p, NR_ContentCachePolicy::mInstance);
     EXPECT_EQ(10, NR_ContentCachePolicy::mPercentSize);
-    EXPECT_EQ(kBlockSize, NR_ContentCachePolicy::mBlockSize);
-    EXPECT_EQ(1230, NR_ContentCachePolicy::mMaxCacheSize);
     EXPECT_EQ(8, NR_ContentCachePolicy::blockMultiplier);
-    EXPECT_EQ(0, NR_ContentCachePolicy::mCacheUsed);
-    EXPECT_EQ(0, NR_ContentCachePolicy::mReferencedUsed);
     EXPECT_EQ(mDir, NR_ContentCache::cache_dir);
     EXPECT_FALSE(NR_ContentCache::isFull);
-    std::string text = capture.text();
-    EXPECT_NE(std::string::npos,
-              text.find("\t[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write "
-                        "mReferencedUsed 0 to /tmp/ref.txt\n\n"));
-    EXPECT_NE(std::string::npos,
-              text.find("\tNR_ContentCachePolicy: Total size = 12345 blocks, Max cache size = "
-                        "1230 blocks, Block size = 4096 bytes\n\n"));
+    EXPECT_TRUE(inOrder(capture.text(),
+                        {"\t[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write "
+                         "mReferencedUsed 0 to /tmp/ref.txt\n\n",
+                         "\tNR_ContentCachePolicy: Total size = 12345 blocks, Max cache size = "
+                         "1230 blocks, Block size = 4096 bytes\n\n"}));
 }
 
 class Policy : public CacheTest {
@@ -51,11 +46,8 @@ protected:
 
 TEST_F(Policy, AFileCountsOneBlockMoreThanItsSizeFills) {
     NR_ContentCachePolicy* p = policy();
-    EXPECT_EQ(1, p->blocksFor(0));
-    EXPECT_EQ(1, p->blocksFor(4095));
-    EXPECT_EQ(2, p->blocksFor(4096));
-    EXPECT_EQ(3, p->blocksFor(2 * 4096 + 1));
-
+    for (auto c : {std::make_pair(0, 1), {4095, 1}, {4096, 2}, {2 * 4096 + 1, 3}})
+        EXPECT_EQ(c.second, p->blocksFor(c.first)) << c.first;
     account("exact", 9, 4096);
     EXPECT_EQ(2, p->blocksUsed());
     account("small", 9, 10);
@@ -106,35 +98,45 @@ TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
     EXPECT_EQ(-1, p->delDiskUsage("other", 9));
 }
 
-TEST_F(Policy, UnreferencedTopsGoFirstFromAnyQueue) {
+// While nothing references a file it carries key 0, whatever the third argument of
+// addDiskUsage said, so the first pass of eviction finds it on top of its queue (queue 0 too)
+// before any referenced file of a lower class. Its first parent gives it the counter.
+TEST_F(Policy, UnreferencedFilesCarryKeyZeroAndGoFirstFromAnyQueue) {
     NR_ContentCachePolicy* p = policy();
     p->addRef("x.itm", "ref1");
-    account("ref1.gif", 1);
-    account("loose.gif", 9);
-    bool evictedReferenced = true;
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(evictedReferenced);
+    account("ref1.gif", 1, 100, true);
+    account("loose.gif", 9, 100, true);
+    account("plain.gif", 9, 100, false);
+    EXPECT_GT(keyOf(1, "ref1.gif"), 0);
+    EXPECT_EQ(0, keyOf(9, "loose.gif"));
+    EXPECT_EQ(0, keyOf(9, "plain.gif"));
+
+    ovtest::StderrCapture capture;
+    EXPECT_EQ("unreferenced", evict());
     EXPECT_FALSE(exists("loose.gif"));
     EXPECT_TRUE(exists("ref1.gif"));
-    // Then the referenced one, though it sits in a lower queue.
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_TRUE(evictedReferenced);
-    EXPECT_FALSE(exists("ref1.gif"));
-    EXPECT_EQ(-1, p->removeNext(0, evictedReferenced));
-    EXPECT_TRUE(evictedReferenced);
+    account("zero.gif", 0, 100, true);
+    EXPECT_EQ("unreferenced", evict());
+    EXPECT_FALSE(exists("zero.gif"));
+    EXPECT_TRUE(inOrder(capture.text(), {"\tfound unreferenced object loose.gif on queue 9\n\n",
+                                         "\tfound unreferenced object zero.gif on queue 0\n\n"}));
+
+    p->addRef("y.itm", "plain");
+    EXPECT_GT(keyOf(9, "plain.gif"), 0);
+    EXPECT_EQ("referenced", evict()) << "nothing unreferenced is left";
+    EXPECT_FALSE(exists("plain.gif")) << "the highest class goes first";
+    EXPECT_TRUE(exists("ref1.gif"));
+    EXPECT_EQ("referenced", evict());
+    EXPECT_EQ("none", evict());
     EXPECT_EQ(0, p->blocksUsed());
     EXPECT_EQ(0, p->referencedUsed());
-}
 
-TEST_F(Policy, AnUnreferencedFileBelowTheTopIsNotFound) {
-    NR_ContentCachePolicy* p = policy();
+    // A used file no longer carries key 0: an older referenced one goes before it.
     p->addRef("x.itm", "kept");
     account("kept.gif", 9);
     account("used.gif", 9);
-    p->accessedCacheObj("used.gif"); // no longer key 0, and newer than kept.gif
-    bool evictedReferenced = false;
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_TRUE(evictedReferenced);
+    p->accessedCacheObj("used.gif");
+    EXPECT_EQ("referenced", evict());
     EXPECT_FALSE(exists("kept.gif"));
     EXPECT_TRUE(exists("used.gif"));
 }
@@ -144,15 +146,11 @@ TEST_F(Policy, AnUnreferencedFileBelowTheTopIsNotFound) {
 TEST_F(Policy, AVanishedFileLeavesTheAccountingWhenEvictionReachesIt) {
     NR_ContentCachePolicy* p = policy();
     p->addRef("gone.itm", "img");
-    account("gone.itm", 9);
-    account("img.gif", 9);
-    account("next.gif", 9);
-    EXPECT_EQ(3, p->blocksUsed());
+    for (const char* name : {"gone.itm", "img.gif", "next.gif"})
+        account(name, 9);
     EXPECT_EQ(1, p->referencedUsed());
     ASSERT_EQ(0, std::remove(path("gone.itm").c_str()));
-    bool evictedReferenced = true;
-    EXPECT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(evictedReferenced);
+    EXPECT_EQ("unreferenced", evict());
     EXPECT_EQ(2, p->blocksUsed());
     EXPECT_EQ(0, p->referencedUsed());
     EXPECT_TRUE(p->childrenOf("gone.itm").empty());
@@ -168,64 +166,24 @@ TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
     account("i5.gif", 5);
     account("t6.xhtml", 6);
     account("i7.gif", 7);
-    bool evictedReferenced = false;
-    EXPECT_EQ(-1, p->removeNext(9, evictedReferenced));
-    EXPECT_EQ(-1, p->removeNext(8, evictedReferenced));
-    EXPECT_EQ(-1, p->removeNext(11, evictedReferenced));
+    for (int type : {9, 8, 11})
+        EXPECT_EQ("none", evict(type)) << type;
     EXPECT_EQ(4, p->blocksUsed());
 
     // Highest class first, and no lower than the caller's.
-    ASSERT_EQ(0, p->removeNext(6, evictedReferenced));
+    EXPECT_EQ("referenced", evict(6));
     EXPECT_FALSE(exists("i7.gif"));
-    ASSERT_EQ(0, p->removeNext(6, evictedReferenced));
+    EXPECT_EQ("referenced", evict(6));
     EXPECT_FALSE(exists("t6.xhtml"));
-    EXPECT_EQ(-1, p->removeNext(6, evictedReferenced));
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_EQ("none", evict(6));
+    EXPECT_EQ("referenced", evict(0));
     EXPECT_FALSE(exists("i5.gif"));
     EXPECT_TRUE(exists("t4.xhtml"));
 
     // Any caller takes an unreferenced top, even one above 10.
     account("loose.gif", 9);
-    ASSERT_EQ(0, p->removeNext(11, evictedReferenced));
-    EXPECT_FALSE(evictedReferenced);
+    EXPECT_EQ("unreferenced", evict(11));
     EXPECT_FALSE(exists("loose.gif"));
-}
-
-// While nothing references a file it carries key 0, whatever the third argument of
-// addDiskUsage said, so the first pass of eviction finds it on top of its queue (queue 0 too)
-// before any referenced file of a lower class. Its first parent gives it the counter.
-TEST_F(Policy, UnreferencedFilesCarryKeyZeroHoweverTheyAreAccounted) {
-    NR_ContentCachePolicy* p = policy();
-    p->addRef("x.itm", "ref1");
-    account("ref1.gif", 1, 100, true);
-    account("loose.gif", 9, 100, true);
-    account("plain.gif", 9, 100, false);
-    EXPECT_GT(keyOf(1, "ref1.gif"), 0);
-    EXPECT_EQ(0, keyOf(9, "loose.gif"));
-    EXPECT_EQ(0, keyOf(9, "plain.gif"));
-
-    ovtest::StderrCapture capture;
-    bool evictedReferenced = true;
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(evictedReferenced);
-    EXPECT_FALSE(exists("loose.gif"));
-    EXPECT_TRUE(exists("ref1.gif"));
-    EXPECT_NE(std::string::npos,
-              capture.text().find("\tfound unreferenced object loose.gif on queue 9\n\n"));
-
-    account("zero.gif", 0, 100, true);
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(evictedReferenced);
-    EXPECT_FALSE(exists("zero.gif"));
-    EXPECT_NE(std::string::npos,
-              capture.text().find("\tfound unreferenced object zero.gif on queue 0\n\n"));
-
-    p->addRef("y.itm", "plain");
-    EXPECT_GT(keyOf(9, "plain.gif"), 0);
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_TRUE(evictedReferenced) << "nothing unreferenced is left";
-    EXPECT_FALSE(exists("plain.gif")) << "the highest class goes first";
-    EXPECT_TRUE(exists("ref1.gif"));
 }
 
 TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
@@ -246,17 +204,13 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
     EXPECT_EQ(2u, NR_ContentCachePolicy::references.at("pic").size());
     EXPECT_EQ(2u, NR_ContentCachePolicy::mQueueArr[9].size());
     EXPECT_EQ(4 * 1000 / 10 - 3 * 4, p->cacheRemaining());
+    EXPECT_TRUE(referenced("pic.gif"));
 
-    int type = -1;
-    bool referenced = false;
-    ASSERT_TRUE(p->queueOf("pic.gif", type, referenced));
-    EXPECT_TRUE(referenced);
     p->delRef("a.itm", "pic", 0);
     EXPECT_EQ(3, p->referencedUsed());
     p->delRef("b.itm", "pic", 0);
     EXPECT_EQ(2, p->referencedUsed());
-    ASSERT_TRUE(p->queueOf("pic.gif", type, referenced));
-    EXPECT_FALSE(referenced);
+    EXPECT_FALSE(referenced("pic.gif"));
     EXPECT_EQ(0, p->queue(9).top()->key) << "a file that lost its last parent goes first";
 
     p->delRefsOf("a.itm");
@@ -274,14 +228,12 @@ TEST_F(Policy, AnEvictedParentNoLongerProtectsWhatItReferenced) {
     account("tpl.xhtml", 6);
     account("img.gif", 7);
     EXPECT_EQ(2, p->referencedUsed());
-    bool evictedReferenced = true;
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced)); // a.itm, the only unreferenced file
+    EXPECT_EQ("unreferenced", evict()); // a.itm, the only unreferenced file
     EXPECT_FALSE(exists("a.itm"));
     EXPECT_TRUE(p->childrenOf("a.itm").empty());
     EXPECT_EQ(std::set<std::string>({"b.itm"}), p->parentsOf("img"));
     EXPECT_EQ(1, p->referencedUsed()) << "the template lost its only parent";
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
-    EXPECT_FALSE(evictedReferenced);
+    EXPECT_EQ("unreferenced", evict());
     EXPECT_FALSE(exists("tpl.xhtml"));
     EXPECT_TRUE(exists("img.gif"));
 }
@@ -294,50 +246,34 @@ TEST_F(Policy, ReferenceTableLinesAndDumps) {
     p->addRef("b.itm", "img");
     EXPECT_TRUE(p->hasReferences("img", 0));
     EXPECT_FALSE(p->hasReferences("other", 0));
-    std::set<std::string> parents{"a.itm", "b.itm"};
-    EXPECT_EQ(parents, p->parentsOf("img"));
+    EXPECT_EQ(std::set<std::string>({"a.itm", "b.itm"}), p->parentsOf("img"));
     account("img.gif", 5);
     p->dump();
-    std::string text = capture.text();
-    const char* lines[] = {
-        "\taddRef(): Parent a.itm added\n\n",
-        "\taddRef(): Child img was referenced earlier\n\n",
-        "\taddRef(): Parent a.itm found\n\n",
-        "\taddRef(): Parent b.itm added\n\n",
-        "\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n",
-        "\tNR_ContentCachePolicy.addDiskUsage(): Target = img.gif, target used = 1\n\n",
-        "\tIn addDiskUsage(): Target = img.gif cache used = 1, referenced used = 1\n\n",
-        "\tCache usage, referenced = 1, total = 1\n\n",
-        "\t---Reference table---\n\n",
-        "\tParents of img:\n",
-        "\ta.itm \n",
-        "\tb.itm \n",
-        "\t---Priority queues---\n\n",
-        "\tQueue 0\n",
-        "\tQueue 5\n",
-        "\timg.gif key=",
-        "\tQueue 10\n",
-    };
-    size_t at = 0;
-    for (const char* line : lines) {
-        size_t found = text.find(line, at);
-        ASSERT_NE(std::string::npos, found) << "missing or out of order: " << line;
-        at = found;
-    }
+    EXPECT_TRUE(inOrder(
+        capture.text(),
+        {"\taddRef(): Parent a.itm added\n\n", "\taddRef(): Child img was referenced earlier\n\n",
+         "\taddRef(): Parent a.itm found\n\n", "\taddRef(): Parent b.itm added\n\n",
+         "\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n",
+         "\tNR_ContentCachePolicy.addDiskUsage(): Target = img.gif, target used = 1\n\n",
+         "\tIn addDiskUsage(): Target = img.gif cache used = 1, referenced used = 1\n\n",
+         "\tCache usage, referenced = 1, total = 1\n\n", "\t---Reference table---\n\n",
+         "\tParents of img:\n", "\ta.itm \n", "\tb.itm \n", "\t---Priority queues---\n\n",
+         "\tQueue 0\n", "\tQueue 5\n", "\timg.gif key=", "\tQueue 10\n"}));
 }
 
 TEST_F(Policy, UsedFigureIsReadBackFromTheRefFile) {
     NR_ContentCachePolicy* p = policy();
+    const std::string refFile = ovplatform::devicePath("/tmp/ref.txt");
     p->addRef("a.itm", "img");
     account("img.gif", 9, 3 * 4096); // 4 blocks
     EXPECT_EQ(0, p->cacheUsed()) << "nothing written to the file yet";
     ASSERT_EQ(0, p->writeRefUsed());
-    EXPECT_EQ("4\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
+    EXPECT_EQ("4\n", ovtest::readFile(refFile));
     EXPECT_EQ(16, p->cacheUsed());
     // Another process's larger figure is shown no larger than the limit.
-    ASSERT_TRUE(ovtest::writeFile(ovplatform::devicePath("/tmp/ref.txt"), "999999\n"));
+    ASSERT_TRUE(ovtest::writeFile(refFile, "999999\n"));
     EXPECT_EQ(400, p->cacheUsed());
-    ASSERT_TRUE(ovtest::writeFile(ovplatform::devicePath("/tmp/ref.txt"), "garbage"));
+    ASSERT_TRUE(ovtest::writeFile(refFile, "garbage"));
     EXPECT_EQ(0, p->cacheUsed());
 }
 

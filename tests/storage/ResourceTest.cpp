@@ -2,9 +2,6 @@
 // what was written, the class rule when room is made for a resource, and the events.
 #include "CacheFixture.h"
 
-#include "eventstatuslib/OV_Event.h"
-#include "eventstatuslib/OV_EventAndStatusFacade.h"
-#include "support/EventRecorder.h"
 #include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>
@@ -14,10 +11,8 @@
 namespace {
 
 using storagetest::CacheTest;
-
-std::string readAll(std::ifstream* in) {
-    return std::string(std::istreambuf_iterator<char>(*in), std::istreambuf_iterator<char>());
-}
+using storagetest::expectOneFullEvent;
+using storagetest::inOrder;
 
 class ResourceTest : public CacheTest {
 protected:
@@ -26,40 +21,35 @@ protected:
 };
 
 TEST_F(ResourceTest, StoredUnderTheirFinalNamesWithoutTemporaryFiles) {
+    const struct {
+        const char* id;
+        const char* type;
+        const char* name;
+    } cases[] = {{"logoZpng", "image/x-png", "logo.png"},
+                 {"pic.gif", "image/gif", "pic.gif"},
+                 {"raw", "image/png", "raw.dat"},
+                 {"iconZpng", "image/png", "icon.png"}};
     ovtest::StderrCapture capture;
-    ASSERT_EQ(0, putResource("logoZpng", "PNG", "image/x-png"));
-    ASSERT_EQ(0, putResource("pic.gif", "GIF", "image/gif"));
-    ASSERT_EQ(0, putResource("raw", "RAW", "image/png"));
-    ASSERT_EQ(0, putResource("iconZpng", "ICO", "image/png"));
-    EXPECT_TRUE(exists("logo.png"));
-    EXPECT_TRUE(exists("pic.gif"));
-    EXPECT_TRUE(exists("raw.dat"));
-    EXPECT_TRUE(exists("icon.png"));
-    for (const char* leftover : {"logoZpng.tmp", "pic.gif.tmp", "raw.tmp", "iconZpng.tmp"})
-        EXPECT_FALSE(exists(leftover)) << leftover;
-    std::string text = capture.text();
-    EXPECT_NE(std::string::npos,
-              text.find("{4} NR_ContentCache.cpp:")); // the stream lines are level 4
-    EXPECT_NE(std::string::npos,
-              text.find("\tCloseOutputStream : logoZpng, with type:image/x-png\n\n"));
-    EXPECT_NE(std::string::npos, text.find("\tNew path:" + path("logo.png") + "\n\n"));
-
-    // Every file written is accounted under its name on disk, so it can be evicted.
-    NR_ContentCachePolicy* p = policy();
-    EXPECT_EQ(4, p->blocksUsed());
-    for (const char* name : {"logo.png", "pic.gif", "raw.dat", "icon.png"}) {
-        int type = -1;
+    for (const auto& c : cases)
+        ASSERT_EQ(0, putResource(c.id, "bytes", c.type)) << c.id;
+    for (const auto& c : cases) {
+        EXPECT_TRUE(exists(c.name)) << c.name;
+        EXPECT_FALSE(exists(std::string(c.id) + ".tmp")) << c.id;
+        // Every file written is accounted under its name on disk, so it can be evicted.
         bool referenced = true;
-        EXPECT_TRUE(p->queueOf(name, type, referenced)) << name;
-        EXPECT_EQ(9, type);
+        EXPECT_EQ(9, queueOf(c.name, &referenced)) << c.name;
         EXPECT_FALSE(referenced);
     }
-    bool evictedReferenced = true;
+    std::string text = capture.text();
+    EXPECT_NE(std::string::npos, text.find("{4} NR_ContentCache.cpp:")); // stream lines: level 4
+    EXPECT_TRUE(inOrder(text, {"\tCloseOutputStream : logoZpng, with type:image/x-png\n\n",
+                               "\tNew path:" + path("logo.png") + "\n\n"}));
+    EXPECT_EQ(4, policy()->blocksUsed());
     for (int i = 0; i < 4; ++i)
-        EXPECT_EQ(0, p->removeNext(0, evictedReferenced));
+        EXPECT_EQ("unreferenced", evict());
     EXPECT_FALSE(exists("raw.dat"));
     EXPECT_FALSE(exists("icon.png"));
-    EXPECT_EQ(0, p->blocksUsed());
+    EXPECT_EQ(0, policy()->blocksUsed());
 }
 
 TEST_F(ResourceTest, LookupsFindTheFileWithOrWithoutItsExtension) {
@@ -67,6 +57,7 @@ TEST_F(ResourceTest, LookupsFindTheFileWithOrWithoutItsExtension) {
     std::string name, where;
     EXPECT_EQ(0, cache()->getFileName("logo", name));
     EXPECT_EQ("logo.png", name);
+    name.clear();
     EXPECT_EQ(0, cache()->getFileName("logoZpng", name));
     EXPECT_EQ("logo.png", name);
     EXPECT_EQ(-1, cache()->getFileName("logoZgif", name));
@@ -80,21 +71,16 @@ TEST_F(ResourceTest, LookupsFindTheFileWithOrWithoutItsExtension) {
 
     std::ifstream* in = cache()->getInputStream("logo");
     ASSERT_NE(nullptr, in);
-    EXPECT_EQ("PNG-BYTES", readAll(in));
+    EXPECT_EQ("PNG-BYTES", std::string(std::istreambuf_iterator<char>(*in), {}));
     EXPECT_EQ(0, cache()->closeInputStream(in));
     EXPECT_EQ(nullptr, cache()->getInputStream("missing"));
-}
 
-TEST_F(ResourceTest, LookupsSeeFilesChangedBehindTheCachesBack) {
-    ASSERT_EQ(0, putResource("a", "A"));
-    std::string name;
-    ASSERT_EQ(0, cache()->getFileName("a", name));
     // Another process adds and removes files; the directory's time tells the cache.
     ASSERT_TRUE(ovtest::writeFile(path("b.gif"), "B"));
-    ASSERT_EQ(0, std::remove(path("a.gif").c_str()));
+    ASSERT_EQ(0, std::remove(path("logo.png").c_str()));
     EXPECT_EQ(0, cache()->getFileName("b", name));
     EXPECT_EQ("b.gif", name);
-    EXPECT_EQ(-1, cache()->getFileName("a", name));
+    EXPECT_EQ(-1, cache()->getFileName("logo", name));
     // The cache's own writes keep the index in step without reading the directory.
     ASSERT_EQ(0, putResource("c", "C", "text/css"));
     EXPECT_EQ(0, cache()->getFileName("c", name));
@@ -104,55 +90,42 @@ TEST_F(ResourceTest, LookupsSeeFilesChangedBehindTheCachesBack) {
 TEST_F(ResourceTest, AnInputStreamCountsAsAUse) {
     ASSERT_EQ(0, putResource("first", "1"));
     ASSERT_EQ(0, putResource("second", "2"));
-    NR_ContentCachePolicy* p = policy();
-    p->addRef("x.itm", "first");
-    p->addRef("x.itm", "second");
+    policy()->addRef("x.itm", "first");
+    policy()->addRef("x.itm", "second");
     // first is the older; reading it makes second the least recently used.
     cache()->closeInputStream(cache()->getInputStream("first"));
-    bool evictedReferenced = false;
-    ASSERT_EQ(0, p->removeNext(0, evictedReferenced));
+    EXPECT_EQ("referenced", evict());
     EXPECT_TRUE(exists("first.gif"));
     EXPECT_FALSE(exists("second.gif"));
 }
 
 TEST_F(ResourceTest, StatusEventCarriesKilobyteFigures) {
     ovtest::EventRecorder status(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS);
-    NR_ContentCachePolicy* p = policy();
-    p->addRef("x.itm", "img");
+    policy()->addRef("x.itm", "img");
     ASSERT_EQ(0, putResource("img", std::string(5000, 'i'))); // 2 referenced blocks
     ASSERT_EQ(0, putResource("loose", "l"));                  // 1 unreferenced block
     cache()->saveRefUsed();
     ovtest::StderrCapture capture;
     cache()->sendStorageStatus();
     ASSERT_TRUE(status.waitFor(1));
-    ovtest::RecordedEvent event = status.events()[0];
-    EXPECT_EQ("400 K", event.properties.at("total"));
-    EXPECT_EQ("8 K", event.properties.at("used"));
-    EXPECT_EQ("392 K", event.properties.at("free"));
-    EXPECT_EQ(3u, event.properties.size());
-    EXPECT_EQ(388, p->cacheFree());
-    std::string text = capture.text();
-    size_t begin = text.find("\tsend Storage Status\n\n");
-    size_t sent = text.find("\tsend event\n\n");
-    size_t end = text.find("\tsend Storage Status Finished\n\n");
-    ASSERT_NE(std::string::npos, begin);
-    ASSERT_NE(std::string::npos, sent);
-    ASSERT_NE(std::string::npos, end);
-    EXPECT_LT(begin, sent);
-    EXPECT_LT(sent, end);
+    const std::map<std::string, std::string> figures = {
+        {"total", "400 K"}, {"used", "8 K"}, {"free", "392 K"}};
+    EXPECT_EQ(figures, status.events()[0].properties);
+    EXPECT_EQ(388, policy()->cacheFree());
+    EXPECT_TRUE(inOrder(capture.text(), {"\tsend Storage Status\n\n", "\tsend event\n\n",
+                                         "\tsend Storage Status Finished\n\n"}));
 }
 
 // A cache full of referenced files: making room for more evicts referenced ones, and the first
 // such eviction sends the storage-full event, once.
 TEST_F(ResourceTest, StorageFullIsSentOnce) {
     ovtest::EventRecorder errors(NR_Constants::EVENT_NOTIFY_STORAGE_ERROR);
-    NR_ContentCachePolicy* p = policy();
     for (int i = 0; i < 49; ++i) {
         std::string id = "img" + std::to_string(i);
-        p->addRef("c.chn", id);
+        policy()->addRef("c.chn", id);
         ASSERT_EQ(0, putResource(id, std::string(5000, 'c'))); // 2 blocks each
     }
-    EXPECT_EQ(98, p->blocksUsed());
+    EXPECT_EQ(98, policy()->blocksUsed());
     EXPECT_FALSE(cache()->isStorageFull());
 
     // Room for a 2-block file means more than 2 free blocks: the first took an image, each
@@ -161,26 +134,17 @@ TEST_F(ResourceTest, StorageFullIsSentOnce) {
     for (int i = 0; i < 3; ++i)
         ASSERT_EQ(0, putResource("late" + std::to_string(i), std::string(5000, 'l')));
     EXPECT_TRUE(cache()->isStorageFull());
-    EXPECT_FALSE(exists("img0.gif"));
+    for (const char* gone : {"img0.gif", "late0.gif", "late1.gif"})
+        EXPECT_FALSE(exists(gone)) << gone;
     EXPECT_TRUE(exists("img1.gif"));
-    EXPECT_FALSE(exists("late0.gif"));
-    EXPECT_FALSE(exists("late1.gif"));
     EXPECT_TRUE(exists("late2.gif"));
-    EXPECT_EQ(98, p->blocksUsed());
+    EXPECT_EQ(98, policy()->blocksUsed());
     std::string text = capture.text();
     const std::string line = "\tContent cache just filled up by storing image\n\n";
     size_t first = text.find(line);
     ASSERT_NE(std::string::npos, first);
     EXPECT_EQ(std::string::npos, text.find("filled up", first + line.size())) << "sent once";
-
-    // A marker behind the event shows that no second one was published.
-    OV_Event marker(NR_Constants::EVENT_NOTIFY_STORAGE_ERROR);
-    marker.mValue = 99;
-    OV_EventAndStatusFacade::instance()->publish(marker);
-    ASSERT_TRUE(errors.waitFor(2));
-    std::vector<ovtest::RecordedEvent> events = errors.events();
-    EXPECT_EQ(1, events[0].value);
-    EXPECT_EQ(99, events[1].value);
+    expectOneFullEvent(errors);
 }
 
 TEST_F(ResourceTest, AFailedStreamLeavesNoFile) {

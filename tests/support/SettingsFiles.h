@@ -1,20 +1,31 @@
-// Settings files for tests: writes the main settings file or the menu-language file at its
-// place under the current device root.
+// Settings files for tests: where the main settings file and the menu-language file lie under
+// the current device root, and writing them there (the text form as it is, the directories
+// created; false on failure).
 #ifndef OVBASE_TESTS_SUPPORT_SETTINGSFILES_H
 #define OVBASE_TESTS_SUPPORT_SETTINGSFILES_H
+
+#include "OVPlatform.h"
+#include "support/Files.h"
 
 #include <string>
 
 namespace ovtest {
 
-// Where the built-in settings files lie under the current device root.
-std::string mainSettingsPath();
-std::string menuSettingsPath();
+inline std::string mainSettingsPath() {
+    return ovplatform::devicePath("/qbxlocal/download/appwrite/setup/wb_orvel_setting.cfg");
+}
 
-// Writes CONTENT (the file's text form, as it is) there, creating the directories; false on
-// failure.
-bool writeMainSettings(const std::string& content);
-bool writeMenuSettings(const std::string& content);
+inline std::string menuSettingsPath() {
+    return ovplatform::devicePath("/qbxlocal/download/appwrite/setup/wb_ovmenu_lang.cfg");
+}
+
+inline bool writeMainSettings(const std::string& content) {
+    return writeFile(mainSettingsPath(), content);
+}
+
+inline bool writeMenuSettings(const std::string& content) {
+    return writeFile(menuSettingsPath(), content);
+}
 
 } // namespace ovtest
 

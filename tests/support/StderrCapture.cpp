@@ -36,6 +36,14 @@ std::string FdCapture::text() {
     return readFile(mFile);
 }
 
+size_t FdCapture::count(const std::string& part) {
+    const std::string all = text();
+    size_t n = 0;
+    for (size_t at = all.find(part); at != std::string::npos; at = all.find(part, at + 1))
+        ++n;
+    return n;
+}
+
 StderrCapture::StderrCapture() : FdCapture(STDERR_FILENO) {}
 
 StdoutCapture::StdoutCapture() : FdCapture(STDOUT_FILENO) {}

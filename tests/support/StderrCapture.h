@@ -16,6 +16,9 @@ public:
 
     // Everything written so far; capture goes on.
     std::string text();
+    // Whether, and how many times, PART occurs in text().
+    bool has(const std::string& part) { return count(part) != 0; }
+    size_t count(const std::string& part);
 
 private:
     int mFd;

@@ -39,17 +39,12 @@ TEST(PtrRef, CopiesShareOneCountAndTheLastReleaseDeletes) {
     EXPECT_EQ(deathsB, 0);
     a = PtrRef<Tracked>();
     EXPECT_EQ(deathsB, 1);
-}
 
-TEST(PtrRef, NullHandlesCarryNoCount) {
-    PtrRef<Tracked> empty(nullptr);
-    PtrRef<Tracked> copy(empty);
-    PtrRef<Tracked> assigned;
-    assigned = empty;
-    EXPECT_FALSE(empty.hasCount());
-    EXPECT_FALSE(copy.hasCount());
-    EXPECT_FALSE(assigned.hasCount());
-    EXPECT_TRUE(assigned == nullptr);
+    // Null handles carry no count, copied or assigned.
+    PtrRef<Tracked> empty(nullptr), copy(empty);
+    a = empty;
+    EXPECT_FALSE(empty.hasCount() || copy.hasCount() || a.hasCount());
+    EXPECT_TRUE(a == nullptr);
 }
 
 TEST(PtrRef, MovingHandsTheReferenceOverWithoutCounting) {

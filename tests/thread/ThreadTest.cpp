@@ -2,6 +2,7 @@
 #include "thread/Handler.h"
 
 #include "support/StderrCapture.h"
+#include "support/Wait.h"
 
 #include <gtest/gtest.h>
 
@@ -34,29 +35,25 @@ struct SpecialWorker : Worker {
     std::atomic<bool> mFinished{false};
 };
 
-TEST(Thread, RunsTheHandlerOnANewThreadThatCanBeJoined) {
-    Worker worker;
+TEST(Thread, RunsTheHandlerOnANewThreadJoinedOrDetached) {
+    Worker joined;
     PtrRef<Thread> thread = Thread::createThread();
-    ASSERT_TRUE(thread->create(new Handler<Worker>(&worker, &Worker::work), false));
+    ASSERT_TRUE(thread->create(new Handler<Worker>(&joined, &Worker::work), false));
     thread->join();
-    EXPECT_EQ(worker.mRuns, 1);
-    EXPECT_FALSE(pthread_equal(worker.mThread, pthread_self()));
-}
+    EXPECT_EQ(joined.mRuns, 1);
+    EXPECT_FALSE(pthread_equal(joined.mThread, pthread_self()));
 
-TEST(Thread, DetachedThreadRunsAndVirtualTargetsDispatchToTheObject) {
+    // Virtual targets dispatch to the object. The thread runs the handler the PThread holds, so
+    // the caller keeps its own handle to it while it may still run; the thread handle itself
+    // may go at once.
     SpecialWorker worker;
-    // The thread runs the handler the PThread holds, so the caller keeps its own handle to
-    // it while it may still run; the thread handle itself may go at once.
     PtrRef<IHandler> handler(new Handler<Worker>(&worker, &Worker::work));
     {
-        PtrRef<Thread> thread = Thread::createThread();
-        ASSERT_TRUE(thread->create(handler, true));
+        PtrRef<Thread> detached = Thread::createThread();
+        ASSERT_TRUE(detached->create(handler, true));
         EXPECT_EQ(handler.refCount(), 2);
     }
-    auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-    while (!worker.mFinished && std::chrono::steady_clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(5));
-    ASSERT_TRUE(worker.mFinished);
+    ASSERT_TRUE(ovtest::waitUntil([&] { return worker.mFinished.load(); }));
     EXPECT_TRUE(worker.mSpecial);
     EXPECT_EQ(worker.mRuns, 1);
     EXPECT_EQ(handler.refCount(), 1);

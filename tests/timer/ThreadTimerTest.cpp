@@ -69,13 +69,19 @@ int registeredNumber(const std::string& text, unsigned int delay) {
     return number;
 }
 
+// A removed timer still wakes the thread but finds no handler; a zero delay is never set.
 TEST(ThreadTimerSlow, EqualDelaysFireInRegistrationOrderInOnePassAfterTheSleep) {
     Firings firings;
     ovtest::StderrCapture capture;
     Clock::time_point start = Clock::now();
     ASSERT_EQ(TimerMgr::addTimer(3, new RecordingHandler(&firings, "first")), 0);
     ASSERT_EQ(TimerMgr::addTimer(3, new RecordingHandler(&firings, "second")), 0);
+    ASSERT_EQ(TimerMgr::addTimer(2, new RecordingHandler(&firings, "removed")), 0);
     ASSERT_EQ(TimerMgr::addTimer(0, new RecordingHandler(&firings, "never")), 0);
+    int removed = registeredNumber(capture.text(), 2);
+    ASSERT_GT(removed, 0);
+    EXPECT_EQ(TimerMgr::removeTimer(removed), 1);
+    EXPECT_EQ(TimerMgr::removeTimer(removed), 0);
 
     std::vector<Firing> fired = firings.waitFor(2, std::chrono::seconds(15));
     ASSERT_EQ(fired.size(), 2u);
@@ -97,47 +103,36 @@ TEST(ThreadTimerSlow, EqualDelaysFireInRegistrationOrderInOnePassAfterTheSleep) 
     ASSERT_NE(one, std::string::npos) << text;
     ASSERT_NE(two, std::string::npos) << text;
     EXPECT_EQ(text.find("Waiting", one), text.find("Waiting", two)) << text;
-    EXPECT_EQ(registeredNumber(text, 0), -1); // a zero delay is never registered
+    EXPECT_EQ(registeredNumber(text, 0), -1);
+    EXPECT_TRUE(capture.has("{3} ITimer.cpp:")) << text;
+    EXPECT_TRUE(capture.has("No file the handle:" + std::to_string(removed) + "\n")) << text;
 
     // The zero-delay timer stays stored but is never due.
     std::this_thread::sleep_for(std::chrono::seconds(1));
     EXPECT_EQ(firings.waitFor(3, std::chrono::seconds(0)).size(), 2u);
 }
 
-TEST(ThreadTimerSlow, RemovedTimerStillWakesTheThreadButFindsNoHandler) {
-    Firings firings;
-    ovtest::StderrCapture capture;
-    ASSERT_EQ(TimerMgr::addTimer(2, new RecordingHandler(&firings, "removed")), 0);
-    int id = registeredNumber(capture.text(), 2);
-    ASSERT_GT(id, 0);
-    EXPECT_EQ(TimerMgr::removeTimer(id), 1);
-    EXPECT_EQ(TimerMgr::removeTimer(id), 0);
-
-    std::string missing = "No file the handle:" + std::to_string(id) + "\n";
-    Clock::time_point deadline = Clock::now() + std::chrono::seconds(15);
-    while (capture.text().find(missing) == std::string::npos && Clock::now() < deadline)
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    std::string text = capture.text();
-    EXPECT_NE(text.find("{3} ITimer.cpp:"), std::string::npos);
-    EXPECT_NE(text.find(missing), std::string::npos) << text;
-    EXPECT_TRUE(firings.waitFor(1, std::chrono::seconds(0)).empty());
-}
-
-// Runs on the timer thread with the list locked, and registers follow-ups from there: one
-// due within the five-second window of the current pass and one beyond it.
+// Runs on the timer thread with the list locked, and registers follow-ups from there: "soon"
+// after SOON seconds and, unless LATE is 0, "late" after LATE; *RESULT is 0 when both were set.
 struct ChainingHandler : IHandler {
-    ChainingHandler(Firings* firings, std::atomic<int>* result)
-        : mpFirings(firings), mpResult(result) {}
+    ChainingHandler(Firings* firings, const char* tag, unsigned soon, unsigned late,
+                    std::atomic<int>* result)
+        : mpFirings(firings), mpTag(tag), mSoon(soon), mLate(late), mpResult(result) {}
     void handle() override {
-        mpFirings->add("outer");
-        int soon = TimerMgr::addTimer(1, new RecordingHandler(mpFirings, "soon"));
-        int late = TimerMgr::addTimer(7, new RecordingHandler(mpFirings, "late"));
-        *mpResult = soon == 0 && late == 0 ? 0 : -1;
+        mpFirings->add(mpTag);
+        int rc = TimerMgr::addTimer(mSoon, new RecordingHandler(mpFirings, "soon"));
+        if (mLate)
+            rc |= TimerMgr::addTimer(mLate, new RecordingHandler(mpFirings, "late"));
+        *mpResult = rc;
     }
     Firings* mpFirings;
+    const char* mpTag;
+    unsigned mSoon, mLate;
     std::atomic<int>* mpResult;
 };
 
+// Follow-ups due within the five-second window of the current pass fire in it; later ones
+// after the next sleep.
 TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
     Firings firings;
     std::atomic<int> result(-2);
@@ -145,7 +140,7 @@ TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
     {
         ovtest::StderrCapture quiet;
         ovtest::StdoutCapture quietOut;
-        ASSERT_EQ(TimerMgr::addTimer(1, new ChainingHandler(&firings, &result)), 0);
+        ASSERT_EQ(TimerMgr::addTimer(1, new ChainingHandler(&firings, "outer", 1, 7, &result)), 0);
         fired = firings.waitFor(3, std::chrono::seconds(25));
     }
     ASSERT_EQ(fired.size(), 3u);
@@ -161,25 +156,17 @@ TEST(ThreadTimerSlow, HandlerMayAddTimersThatThenFire) {
     EXPECT_LT(late, 9.0);
 }
 
-// Fired early (due within the five-second window), it registers a two-second follow-up that
-// sorts before its own seed.
-struct EarlyChainingHandler : IHandler {
-    explicit EarlyChainingHandler(Firings* firings) : mpFirings(firings) {}
-    void handle() override {
-        mpFirings->add("early");
-        TimerMgr::addTimer(2, new RecordingHandler(mpFirings, "follow-up"));
-    }
-    Firings* mpFirings;
-};
-
-// After each firing the head of the list is removed, whichever seed it is: the follow-up
-// goes in place of the early seed, which then fires again and finds no handler.
+// After each firing the head of the list is removed, whichever seed it is. Fired early (due
+// within the five-second window), a handler registers a two-second follow-up that sorts before
+// its own seed: the follow-up goes in its place, and the early seed fires again and finds no
+// handler.
 TEST(ThreadTimerSlow, FiringRemovesTheHeadEvenWhenTheHandlerAddedIt) {
     Firings firings;
+    std::atomic<int> result(-2);
     ovtest::StderrCapture capture;
     ovtest::StdoutCapture quietOut;
     ASSERT_EQ(TimerMgr::addTimer(1, new RecordingHandler(&firings, "first")), 0);
-    ASSERT_EQ(TimerMgr::addTimer(9, new EarlyChainingHandler(&firings)), 0);
+    ASSERT_EQ(TimerMgr::addTimer(9, new ChainingHandler(&firings, "early", 2, 0, &result)), 0);
     ASSERT_EQ(firings.waitFor(2, std::chrono::seconds(15)).size(), 2u);
 
     std::string early;
@@ -236,20 +223,6 @@ struct SlowHandler : IHandler {
     std::atomic<bool>* mpStarted;
 };
 
-// Exit while a handler runs on the timer thread: the teardown waits for it and ends.
-TEST(ThreadTimerSlow, ExitDuringAHandlerEndsCleanly) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    EXPECT_EXIT(
-        {
-            static std::atomic<bool> started(false);
-            TimerMgr::addTimer(1, new SlowHandler(&started));
-            while (!started)
-                std::this_thread::sleep_for(std::chrono::milliseconds(20));
-            std::exit(7);
-        },
-        testing::ExitedWithCode(7), "");
-}
-
 bool gForkedChild = false;
 
 } // namespace
@@ -263,7 +236,8 @@ extern "C" int __lsan_is_turned_off() {
 namespace {
 
 // A child forked while a handler runs has the list locked by a timer thread it does not have;
-// its exit must not wait for that lock. The child is ended by an alarm if it does.
+// its exit must not wait for that lock (the child is ended by an alarm if it does). The
+// parent then exits while the handler still runs: the teardown waits for it and ends.
 TEST(ThreadTimerSlow, ForkedChildExitsWhileTheParentsHandlerRuns) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(

@@ -41,42 +41,31 @@ TEST(TimerMgr, FirstTimerOfTheProcessIsNumberTwo) {
         testing::ExitedWithCode(0), "");
 }
 
-TEST(TimerMgr, ProcessRunsAHandlerOnceThenReportsItMissing) {
+TEST(TimerMgr, ProcessRunsAHandlerOnceAndARemovedOneNever) {
     FakeTimer fake;
     int runs = 0;
     ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
-    int id = fake.mCalls.back().second;
+    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
+    int id = fake.mCalls[0].second, removed = fake.mCalls[1].second;
+    EXPECT_EQ(TimerMgr::removeTimer(removed), 1);
+    EXPECT_EQ(TimerMgr::removeTimer(removed), 0);
+    EXPECT_EQ(TimerMgr::removeTimer(removed + 100), 0);
 
     ovtest::StderrCapture capture;
+    EXPECT_EQ(fake.process(removed), 0);
+    EXPECT_EQ(runs, 0);
     EXPECT_EQ(fake.process(id), 1);
     EXPECT_EQ(runs, 1);
     EXPECT_EQ(fake.process(id), 0);
     EXPECT_EQ(runs, 1);
 
-    std::regex lines("\\{4\\} ITimer\\.cpp:\\d+, process\\(\\)\tTimerMgr::process a time out!\n"
-                     "\\{4\\} ITimer\\.cpp:\\d+, process\\(\\)\tTimerMgr::process a time out!\n"
-                     "\\{3\\} ITimer\\.cpp:\\d+, process\\(\\)\tNo file the handle:" +
-                     std::to_string(id) + "\n");
+    const std::string timeOut =
+        "\\{4\\} ITimer\\.cpp:\\d+, process\\(\\)\tTimerMgr::process a time out!\n";
+    const std::string missing = "\\{3\\} ITimer\\.cpp:\\d+, process\\(\\)\tNo file the handle:";
+    std::regex lines(timeOut + missing + std::to_string(removed) + "\n" + timeOut + timeOut +
+                     missing + std::to_string(id) + "\n");
     std::string text = capture.text();
     EXPECT_TRUE(std::regex_match(text, lines)) << text;
-}
-
-TEST(TimerMgr, RemovedTimerNeverRuns) {
-    FakeTimer fake;
-    int runs = 0;
-    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
-    ASSERT_EQ(TimerMgr::addTimer(3, new CountingHandler(&runs)), 0);
-    int removed = fake.mCalls[0].second, kept = fake.mCalls[1].second;
-
-    EXPECT_EQ(TimerMgr::removeTimer(removed), 1);
-    EXPECT_EQ(TimerMgr::removeTimer(removed), 0);
-    EXPECT_EQ(TimerMgr::removeTimer(kept + 100), 0);
-
-    ovtest::StderrCapture quiet;
-    EXPECT_EQ(fake.process(removed), 0);
-    EXPECT_EQ(runs, 0);
-    EXPECT_EQ(fake.process(kept), 1);
-    EXPECT_EQ(runs, 1);
 }
 
 TEST(TimerMgr, NumbersFollowEachOtherAndNeedABackEnd) {

@@ -1,6 +1,6 @@
 // What every tool shares on its command line: help on standard output, a usage error told in one
-// line with the way to the help, and one answer for a device root that is no folder or is
-// missing.
+// line with the way to the help, one answer for a device root that is no folder or is missing,
+// and a failed write on standard output.
 #include "support/Files.h"
 #include "support/TempDir.h"
 #include "support/ToolProcess.h"
@@ -32,16 +32,33 @@ const char* pathOf(const std::string& name) {
     return nullptr;
 }
 
+// Help is help, not a device root: nothing is written in the working directory.
 TEST(CommandLine, HelpListsTheExitStatusesOnStandardOutput) {
+    ovtest::TempDir cwd;
+    ovtest::ToolOptions inCwd;
+    inCwd.workDir = cwd.path();
     for (const Tool& tool : kTools) {
-        for (const char* option : {"--help", "-h"}) {
-            ovtest::ToolResult help = ovtest::runTool(tool.path, {option});
-            EXPECT_EQ(0, help.exitCode) << tool.name;
+        for (const std::vector<std::string>& args :
+             {std::vector<std::string>{"--help"}, {"-h"}, {"-v", "--help"}}) {
+            SCOPED_TRACE(std::string(tool.name) + " " + args.back());
+            ovtest::ToolResult help = ovtest::runTool(tool.path, args, inCwd);
+            EXPECT_EQ(0, help.exitCode);
             EXPECT_EQ(0u, help.out.find(std::string("usage: ") + tool.name)) << help.out;
-            EXPECT_NE(std::string::npos, help.out.find("exit status")) << tool.name;
-            EXPECT_EQ("", help.err) << tool.name;
+            EXPECT_NE(std::string::npos, help.out.find("exit status"));
+            EXPECT_EQ(std::string::npos, help.out.find("device root:"));
+            if (args.size() == 1) {
+                EXPECT_EQ("", help.err);
+            }
         }
+        ovtest::ToolOptions full = inCwd;
+        full.stdoutFile = "/dev/full";
+        ovtest::ToolResult toFull = ovtest::runTool(tool.path, {"--help"}, full);
+        EXPECT_EQ(74, toFull.exitCode) << tool.name;
+        EXPECT_EQ(std::string(tool.name) +
+                      ": cannot write standard output: No space left on device\n",
+                  toFull.err);
     }
+    EXPECT_TRUE(std::filesystem::is_empty(cwd.path()));
 }
 
 // The reason in one line, then the way to the help; nothing on standard output. "ROOT" stands
@@ -119,33 +136,32 @@ TEST(CommandLine, ADeviceRootIsAFolderAndOnlyCreatingCommandsMakeIt) {
         {"ovphone", {"set", "flip", "open"}, true},
         {"ovcache", {"list"}, false},
         {"ovcache", {"sync"}, false},
+        {"ovdemo", {}, false},
     };
     for (const Case& c : cases) {
+        const std::string what = std::string(c.tool) + " " + (c.args.empty() ? "" : c.args[0]);
         std::vector<std::string> args = c.args;
         args.insert(args.begin(), file);
         ovtest::ToolResult onFile = ovtest::runTool(pathOf(c.tool), args);
-        EXPECT_EQ(66, onFile.exitCode) << c.tool << " " << c.args[0];
+        EXPECT_EQ(66, onFile.exitCode) << what;
         EXPECT_EQ(std::string(c.tool) + ": " + file +
                       ": not a directory; a device root is a folder\n",
                   onFile.err);
-        EXPECT_EQ("", onFile.out) << c.tool;
-
+        EXPECT_EQ("", onFile.out) << what;
+        if (c.args.empty())
+            continue; // the demo makes its root
         args[0] = missing;
         ovtest::ToolResult onMissing = ovtest::runTool(pathOf(c.tool), args);
-        EXPECT_EQ(c.creates, std::filesystem::is_directory(missing)) << c.tool << " " << c.args[0];
+        EXPECT_EQ(c.creates, std::filesystem::is_directory(missing)) << what;
         if (c.creates) {
-            EXPECT_NE(66, onMissing.exitCode)
-                << c.tool << " " << c.args[0] << ": " << onMissing.err;
+            EXPECT_NE(66, onMissing.exitCode) << what << ": " << onMissing.err;
         } else {
-            EXPECT_EQ(66, onMissing.exitCode) << c.tool << " " << c.args[0];
+            EXPECT_EQ(66, onMissing.exitCode) << what;
             EXPECT_NE(std::string::npos, onMissing.err.find(missing + ": no such device root"))
                 << onMissing.err;
         }
         std::filesystem::remove_all(missing);
     }
-    ovtest::ToolResult demo = ovtest::runTool(OVTOOL_OVDEMO, {file});
-    EXPECT_EQ(66, demo.exitCode);
-    EXPECT_NE(std::string::npos, demo.err.find(file + ": not a directory")) << demo.err;
 }
 
 } // namespace

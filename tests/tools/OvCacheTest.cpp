@@ -1,5 +1,7 @@
 // ovcache run on a device root as a developer runs it: what list, show, usage and sync report
 // for a cache a previous run left, what they leave on disk, and the exit statuses.
+#include "ToolCheck.h"
+
 #include "OVPlatform.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "model/Channel.h"
@@ -8,7 +10,6 @@
 #include "storage/NR_ContentCache.h"
 #include "support/Files.h"
 #include "support/TempDir.h"
-#include "support/ToolProcess.h"
 
 #include <gtest/gtest.h>
 
@@ -22,9 +23,8 @@ namespace {
 
 const char* const OVCACHE = OVTOOL_OVCACHE;
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using tooltest::contains;
+using tooltest::exits;
 
 // The line of TEXT that starts with NAME and a blank, or "".
 std::string lineOf(const std::string& text, const std::string& name) {
@@ -74,89 +74,64 @@ protected:
     std::string mDir;
 };
 
-TEST(OvCacheUsage, HelpAndUsageErrors) {
-    ovtest::ToolResult help = ovtest::runTool(OVCACHE, {"--help"});
-    EXPECT_EQ(0, help.exitCode);
-    EXPECT_EQ(0u, help.out.find("usage: ovcache")) << help.out;
-    EXPECT_EQ("", help.err);
-
+// A mistyped cache directory is named, not made.
+TEST(OvCacheUsage, AMissingCacheDirectoryIsNotMade) {
     ovtest::TempDir root;
     const std::string missing = root.file("missing");
-    ovtest::ToolResult noRoot = ovtest::runTool(OVCACHE, {missing, "list"});
-    EXPECT_EQ(66, noRoot.exitCode);
-    EXPECT_TRUE(contains(noRoot.err, missing + ": no such device root")) << noRoot.err;
-    ovtest::ToolResult noDir = ovtest::runTool(OVCACHE, {"--cache-dir", missing, "list"});
-    EXPECT_EQ(66, noDir.exitCode);
-    EXPECT_TRUE(contains(noDir.err, missing + ": no such cache directory")) << noDir.err;
-    EXPECT_FALSE(ovtest::fileExists(missing)) << "a mistyped path is not made";
+    EXPECT_TRUE(exits(ovtest::runTool(OVCACHE, {"--cache-dir", missing, "list"}), 66,
+                      missing + ": no such cache directory"));
+    EXPECT_FALSE(ovtest::fileExists(missing));
 }
 
+// Odd bytes in names are escaped.
 TEST_F(OvCache, ListShowsQueuesAndReferencesAndDeletesNothing) {
+    ASSERT_TRUE(ovtest::writeFile(mDir + "odd\x1b[2J\xff.gif", "bytes"));
     ovtest::ToolResult list = ovcache({"list"});
     ASSERT_EQ(0, list.exitCode) << list.err;
     EXPECT_EQ("", list.err) << "the library's diagnostics stay off the terminal";
-    EXPECT_TRUE(contains(lineOf(list.out, "news.cnt"), "queue  0  unreferenced")) << list.out;
-    EXPECT_TRUE(contains(lineOf(list.out, "ch.chn"), "queue  2  referenced by news.cnt"));
-    EXPECT_TRUE(contains(lineOf(list.out, "x.itm"), "queue  3  referenced by ch.chn"));
-    EXPECT_TRUE(contains(lineOf(list.out, "chimg.gif"), "queue  5  referenced by ch.chn"));
-    EXPECT_TRUE(contains(lineOf(list.out, "img.gif"), "queue  9  referenced by x.itm"));
-    EXPECT_TRUE(contains(lineOf(list.out, "orphan.gif"), "queue  9  unreferenced"));
-    EXPECT_TRUE(contains(lineOf(list.out, "half.tmp"), "not accounted"));
-    EXPECT_TRUE(contains(list.out, "7 files, 6 blocks of 4096 bytes, 4 referenced, limit 100\n"))
+    const std::pair<const char*, const char*> lines[] = {
+        {"news.cnt", "queue  0  unreferenced"},
+        {"ch.chn", "queue  2  referenced by news.cnt"},
+        {"x.itm", "queue  3  referenced by ch.chn"},
+        {"chimg.gif", "queue  5  referenced by ch.chn"},
+        {"img.gif", "queue  9  referenced by x.itm"},
+        {"orphan.gif", "queue  9  unreferenced"},
+        {"half.tmp", "not accounted"},
+        {"odd\\x1B[2J\\xFF.gif", "queue  9  unreferenced"}};
+    for (const auto& line : lines)
+        EXPECT_TRUE(contains(lineOf(list.out, line.first), line.second)) << list.out;
+    EXPECT_FALSE(contains(list.out, "\x1b")) << list.out;
+    EXPECT_TRUE(contains(list.out, "8 files, 7 blocks of 4096 bytes, 4 referenced, limit 100\n"))
         << list.out;
     EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp")) << "list leaves unfinished writes alone";
-
-    ovtest::ToolResult verbose = ovtest::runTool(OVCACHE, {"-v", mRoot.path(), "list"});
-    EXPECT_EQ(0, verbose.exitCode);
-    EXPECT_TRUE(ovtest::hasDiagnostics(verbose.err)) << verbose.err;
+    EXPECT_TRUE(ovtest::hasDiagnostics(ovtest::runTool(OVCACHE, {"-v", mRoot.path(), "list"}).err));
 }
 
-TEST_F(OvCache, ShowPrintsTheStoredFormOrNamesWhatIsMissing) {
+// Show prints the stored form or names what is missing, and a file that holds no object key is
+// said to be none. Used is the referenced use: the channel, the item and their two images, a
+// block each; sync sweeps unfinished writes and reports the same figures.
+TEST_F(OvCache, ShowUsageAndSync) {
     ovtest::ToolResult shown = ovcache({"show", "x"});
     ASSERT_EQ(0, shown.exitCode) << shown.err;
     EXPECT_EQ(0u, shown.out.find("== x.itm\n")) << shown.out;
     EXPECT_TRUE(contains(shown.out, "title=Tram line approved\n")) << shown.out;
 
-    ovtest::ToolResult missing = ovcache({"show", "nothere"});
-    EXPECT_EQ(1, missing.exitCode);
-    EXPECT_TRUE(contains(missing.err, "nothere: no container, channel or item in " + mDir))
-        << missing.err;
-    ovtest::ToolResult unsafe = ovcache({"show", "../ovcache/x"});
-    EXPECT_EQ(64, unsafe.exitCode);
-    EXPECT_TRUE(contains(unsafe.err, "../ovcache/x: not a content ID of the cache")) << unsafe.err;
-}
-
-// Used is the referenced use: the channel, the item and their two images, a block each.
-TEST_F(OvCache, UsageAndSyncReportTheStatusFigures) {
-    const std::string figures = "total 400 K\nused 16 K\nfree 384 K\n";
-    ovtest::ToolResult usage = ovcache({"usage"});
-    ASSERT_EQ(0, usage.exitCode) << usage.err;
-    EXPECT_EQ(figures, usage.out);
-    EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp"));
-
-    ovtest::ToolResult sync = ovcache({"sync"});
-    ASSERT_EQ(0, sync.exitCode) << sync.err;
-    EXPECT_EQ(figures, sync.out);
-    EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp")) << "sync sweeps unfinished writes";
-    EXPECT_EQ("4\n", ovtest::readFile(mRoot.file("/tmp/ref.txt")));
-}
-
-// Odd bytes in names are escaped in list; a file that holds no object key is said to be none.
-TEST_F(OvCache, OddNamesAreEscapedAndNonObjectsNamed) {
-    ASSERT_TRUE(ovtest::writeFile(mDir + "odd\x1b[2J\xff.gif", "bytes"));
-    ovtest::ToolResult list = ovcache({"list"});
-    ASSERT_EQ(0, list.exitCode) << list.err;
-    EXPECT_TRUE(contains(list.out, "odd\\x1B[2J\\xFF.gif ")) << list.out;
-    EXPECT_FALSE(contains(list.out, "\x1b")) << list.out;
-
     ASSERT_TRUE(ovtest::writeFile(mDir + "pic.itm", "GIF89a\x01\x02 not an item\n"));
-    ovtest::ToolResult show = ovcache({"show", "pic"});
-    EXPECT_EQ(65, show.exitCode);
-    EXPECT_EQ("ovcache: " + mDir +
-                  "pic.itm: does not look like a stored object: it holds none of "
-                  "its keys\n",
-              show.err);
-    EXPECT_EQ("", show.out);
+    const std::string figures = "total 400 K\nused 16 K\nfree 384 K\n";
+    tooltest::expectRuns(
+        OVCACHE, {mRoot.path()},
+        {{{"show", "nothere"}, 1, "", "nothere: no container, channel or item in " + mDir},
+         {{"show", "../ovcache/x"}, 64, "", "../ovcache/x: not a content ID of the cache"},
+         {{"show", "pic"},
+          65,
+          "",
+          "ovcache: " + mDir +
+              "pic.itm: does not look like a stored object: it holds none of its keys\n"},
+         {{"usage"}, 0, figures, ""}});
+    EXPECT_TRUE(ovtest::fileExists(mDir + "half.tmp"));
+    tooltest::expectRuns(OVCACHE, {mRoot.path()}, {{{"sync"}, 0, figures, ""}});
+    EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp"));
+    EXPECT_EQ("4\n", ovtest::readFile(mRoot.file("/tmp/ref.txt")));
 }
 
 // A download this process has under way survives ovcache sync in another process; a leftover
@@ -164,8 +139,7 @@ TEST_F(OvCache, OddNamesAreEscapedAndNonObjectsNamed) {
 TEST_F(OvCache, SyncLeavesDownloadsInProgressAndNamesWhatItCannotDelete) {
     std::ofstream* out = NR_ContentCache::getInstance()->getOutputStream("dl", 10);
     ASSERT_NE(nullptr, out);
-    ovtest::ToolResult sync = ovcache({"sync"});
-    EXPECT_EQ(0, sync.exitCode) << sync.err;
+    EXPECT_TRUE(exits(ovcache({"sync"}), 0));
     EXPECT_TRUE(ovtest::fileExists(mDir + "dl.tmp"));
     EXPECT_FALSE(ovtest::fileExists(mDir + "half.tmp"));
     EXPECT_EQ(0, NR_ContentCache::getInstance()->closeOutputStream("dl", out, "image/gif"));
@@ -174,11 +148,9 @@ TEST_F(OvCache, SyncLeavesDownloadsInProgressAndNamesWhatItCannotDelete) {
     ovtest::Immutable frozen(mDir);
     if (!frozen.ok())
         GTEST_SKIP() << "the immutable flag cannot be set here";
-    ovtest::ToolResult stuck = ovcache({"sync"});
-    EXPECT_EQ(1, stuck.exitCode);
-    EXPECT_TRUE(contains(stuck.err, mDir + "stuck.tmp: cannot delete the unfinished file: " +
-                                        "Operation not permitted"))
-        << stuck.err;
+    EXPECT_TRUE(
+        exits(ovcache({"sync"}), 1,
+              mDir + "stuck.tmp: cannot delete the unfinished file: Operation not permitted"));
     frozen.release();
     OV_EventAndStatusFacade::destroy();
 }

@@ -13,6 +13,20 @@ using enginetest::countLines;
 
 class NetworkAccessTest : public enginetest::EngineTest {};
 
+typedef std::pair<int, int> Result; // the result code, and the status given
+
+// getNetworkAccessStatus from a status of 7.
+Result access() {
+    int status = 7;
+    int result = NR_EngineUtils::getNetworkAccessStatus(status);
+    return {result, status};
+}
+
+Result friendlyCheck(int status) {
+    int result = NR_EngineUtils::checkFriendlyNetworkStatus(status);
+    return {result, status};
+}
+
 // Read whole, commas and all: a value cut at its first comma would leave no friendly network.
 const char* const kFriendlyList = "FriendlyNetPlmn=,001010,,001020,\n";
 
@@ -49,9 +63,7 @@ TEST_F(NetworkAccessTest, OptionsAtHomeAndRoamingInAndOutOfTheFriendlyNetworks) 
         setDownloadOption(c.option);
         ASSERT_TRUE(ovplatform::setRoaming(c.roaming));
         ASSERT_TRUE(ovplatform::setCurrentPlmn(c.plmn));
-        int status = 99;
-        EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
-        EXPECT_EQ(c.status, status);
+        EXPECT_EQ(Result(0, c.status), access());
         EXPECT_EQ(c.status == 0, NR_EngineUtils::isNetworkAccessAllowed());
         EXPECT_EQ(c.option == 2, NR_EngineUtils::isDownloadOptionNever());
         int option = 99;
@@ -63,25 +75,21 @@ TEST_F(NetworkAccessTest, OptionsAtHomeAndRoamingInAndOutOfTheFriendlyNetworks) 
 TEST_F(NetworkAccessTest, FriendlyCheckLeavesTheStatusAloneUnlessRoamingOutside) {
     writeSettings(kFriendlyList);
     ASSERT_TRUE(ovplatform::setCurrentPlmn("001010"));
-    int status = 5;
     {
         ovtest::StderrCapture capture;
-        EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
-        EXPECT_EQ(5, status) << "at home";
+        EXPECT_EQ(Result(0, 5), friendlyCheck(5)) << "at home";
         EXPECT_EQ(1, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Home\n\n"));
         EXPECT_EQ(0, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
     }
     ASSERT_TRUE(ovplatform::setRoaming(true));
     {
         ovtest::StderrCapture capture;
-        EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
-        EXPECT_EQ(5, status) << "roaming in a friendly network";
+        EXPECT_EQ(Result(0, 5), friendlyCheck(5)) << "roaming in a friendly network";
         EXPECT_EQ(1, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
         EXPECT_EQ(0, countLines(capture.text(), 5, "checkFriendlyNetworkStatus", "Home\n\n"));
     }
     ASSERT_TRUE(ovplatform::setCurrentPlmn("99999"));
-    EXPECT_EQ(0, NR_EngineUtils::checkFriendlyNetworkStatus(status));
-    EXPECT_EQ(2, status);
+    EXPECT_EQ(Result(0, 2), friendlyCheck(5));
 
     bool friendly = true;
     EXPECT_EQ(0, NR_EngineUtils::friendlyNetworkStatus(friendly));
@@ -108,20 +116,15 @@ TEST(FriendlyListTest, ItemsMatchWholeAndByteForByte) {
         {"a,b", "a,b", 0},
         {"abc", "ABC", 0},
     };
-    for (const Case& c : cases) {
-        std::string list = c.list;
-        std::string plmn = c.plmn;
-        EXPECT_EQ(c.found, NR_EngineUtils::isPLMNInFriendlyList(plmn, list))
+    for (const Case& c : cases)
+        EXPECT_EQ(c.found, NR_EngineUtils::isPLMNInFriendlyList(c.plmn, c.list))
             << "'" << c.plmn << "' in '" << c.list << "'";
-    }
 }
 
 TEST_F(NetworkAccessTest, MissingDownloadOptionFailsWithItsDiagnostic) {
     writeSettings(kFriendlyList);
     ovtest::StderrCapture capture;
-    int status = 7;
-    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(1, 0), access());
     int option = 42;
     EXPECT_EQ(1, NR_EngineUtils::getDownloadOptionSetting(option));
     EXPECT_EQ(42, option);
@@ -135,21 +138,15 @@ TEST_F(NetworkAccessTest, MissingDownloadOptionFailsWithItsDiagnostic) {
 TEST_F(NetworkAccessTest, RoamingStateFailureOnlyMattersForHomeAndFriendly) {
     writeSettings(std::string("DownloadOption=0\n") + kFriendlyList);
     ovplatform::setCallFails("UTIL_GetRoamStatus", true);
-    int status = 7;
-    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(0, 0), access());
     setDownloadOption(2);
-    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(1, status);
+    EXPECT_EQ(Result(0, 1), access());
 
     setDownloadOption(1);
     ovtest::StderrCapture capture;
-    status = 7;
-    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(1, 0), access());
     EXPECT_FALSE(NR_EngineUtils::isNetworkAccessAllowed());
-    EXPECT_EQ(1, NR_EngineUtils::checkFriendlyNetworkStatus(status));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(1, 0), friendlyCheck(0));
     EXPECT_EQ(3, countLines(capture.text(), 5, "checkFriendlyNetworkStatus",
                             "NR_EngineUtils::checkFriendlyNetworkStatus - Failed to get current "
                             "roaming status.\n\n"));
@@ -158,14 +155,11 @@ TEST_F(NetworkAccessTest, RoamingStateFailureOnlyMattersForHomeAndFriendly) {
 TEST_F(NetworkAccessTest, FriendlyListAndCurrentNetworkAreNeededOnlyWhenRoaming) {
     writeSettings("DownloadOption=1\n");
     ovplatform::setCallFails("UTIL_GetCurrentPlmn", true);
-    int status = 7;
-    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status)) << "at home";
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(0, 0), access()) << "at home";
 
     ASSERT_TRUE(ovplatform::setRoaming(true));
     ovtest::StderrCapture capture;
-    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(1, 0), access());
     std::string log = capture.text();
     EXPECT_EQ(1, countLines(log, 3, "friendlyNetworkStatus",
                             "NR_EngineUtils::friendlyNetworkStatus: Error occurred retrieving "
@@ -173,16 +167,14 @@ TEST_F(NetworkAccessTest, FriendlyListAndCurrentNetworkAreNeededOnlyWhenRoaming)
     EXPECT_EQ(1, countLines(log, 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
 
     setService("FriendlyNetPlmn", "001010");
-    EXPECT_EQ(1, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(1, 0), access());
     EXPECT_EQ(1, countLines(capture.text(), 3, "friendlyNetworkStatus",
                             "NR_EngineUtils::friendlyNetworkStatus: Error occurred retrieving "
                             "current PLMN. Returning failure status.\n\n"));
 
     ovplatform::setCallFails("UTIL_GetCurrentPlmn", false);
     ASSERT_TRUE(ovplatform::setCurrentPlmn("001010"));
-    EXPECT_EQ(0, NR_EngineUtils::getNetworkAccessStatus(status));
-    EXPECT_EQ(0, status);
+    EXPECT_EQ(Result(0, 0), access());
 }
 
 } // namespace

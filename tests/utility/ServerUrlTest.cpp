@@ -47,11 +47,13 @@ TEST_F(ServerUrlTest, ProtocolVersionFollowsTheLastUsedServer) {
     setService("LastUsedServer", "dpp1x");
     EXPECT_EQ(0, NR_EngineUtils::getProtocolVersionString(version));
     EXPECT_EQ("ovpv10", version);
-    for (const char* other : {"DPP20", "dpp2", "", "dpp20 "}) {
+    EXPECT_EQ("v=ovpv10", expand("v=@DPP_VERSION@"));
+    for (const char* other : {"DPP20", "dpp2", "", "dpp20 ", "dpp30"}) {
         setService("LastUsedServer", other);
         version = "keep";
         EXPECT_EQ(0, NR_EngineUtils::getProtocolVersionString(version)) << other;
         EXPECT_EQ("keep", version) << other;
+        EXPECT_EQ("v=null", expand("v=@DPP_VERSION@")) << other;
     }
 }
 
@@ -69,20 +71,71 @@ TEST_F(ServerUrlTest, IndexOutsideTheTableFails) {
                             "replacement (KX-200) for pattern (@DEVICE_MODEL@).\n\n"));
 }
 
-TEST_F(ServerUrlTest, EveryPlaceholderOfATypicalUrl) {
-    EXPECT_EQ("http://ov.example.net/feed?m=KX-200&sw=4.2.1&pv=ovpv20&n=+15550001&x=1",
-              expand("http://ov.example.net/feed?m=@DEVICE_MODEL@&sw=@DP_CLIENT_SW_VERSION@"
-                     "&pv=@DPP_VERSION@&n=@MSISDN@&x=1"));
-    EXPECT_EQ("KX-200KX-200", expand("@DEVICE_MODEL@@DEVICE_MODEL@"));
-    EXPECT_EQ("no placeholder", expand("no placeholder"));
-    EXPECT_EQ("", expand(""));
-}
-
-TEST_F(ServerUrlTest, AtSignsThatStartNoPlaceholderStay) {
-    EXPECT_EQ("a@b.c@+15550001@", expand("a@b.c@@MSISDN@@"));
-    EXPECT_EQ("@msisdn@ @MSISDN @DEVICE_MODEL", expand("@msisdn@ @MSISDN @DEVICE_MODEL"));
-    EXPECT_EQ("@@@", expand("@@@"));
-    EXPECT_EQ("@DEVICEKX-200", expand("@DEVICE@DEVICE_MODEL@"));
+// Each row on the phone of SetUp with the values it names changed: the URL expanded, and the
+// placeholder left as it is to stop an endless expansion.
+TEST_F(ServerUrlTest, PlaceholdersExpandWithTheInsertedTextScannedAgain) {
+    struct Case {
+        const char* model; // each null: the phone's own value
+        const char* sw;
+        const char* msisdn;
+        const char* url;
+        const char* expanded;
+        const char* looping; // the placeholder left as it is once, or ""
+    };
+    const Case cases[] = {
+        {nullptr, nullptr, nullptr,
+         "http://ov.example.net/feed?m=@DEVICE_MODEL@&sw=@DP_CLIENT_SW_VERSION@&pv=@DPP_VERSION@"
+         "&n=@MSISDN@&x=1",
+         "http://ov.example.net/feed?m=KX-200&sw=4.2.1&pv=ovpv20&n=+15550001&x=1", ""},
+        {nullptr, nullptr, nullptr, "@DEVICE_MODEL@@DEVICE_MODEL@", "KX-200KX-200", ""},
+        {nullptr, nullptr, nullptr, "no placeholder", "no placeholder", ""},
+        {nullptr, nullptr, nullptr, "", "", ""},
+        // At signs that start no placeholder stay.
+        {nullptr, nullptr, nullptr, "a@b.c@@MSISDN@@", "a@b.c@+15550001@", ""},
+        {nullptr, nullptr, nullptr, "@msisdn@ @MSISDN @DEVICE_MODEL",
+         "@msisdn@ @MSISDN @DEVICE_MODEL", ""},
+        {nullptr, nullptr, nullptr, "@@@", "@@@", ""},
+        {nullptr, nullptr, nullptr, "@DEVICE@DEVICE_MODEL@", "@DEVICEKX-200", ""},
+        // A value holding a placeholder.
+        {"KX-@DPP_VERSION@", nullptr, nullptr, "m=@DEVICE_MODEL@&n=@MSISDN@",
+         "m=KX-ovpv20&n=+15550001", ""},
+        // A value that completes a placeholder with the text after it, as often as it is met.
+        {"@DEVICE_", nullptr, nullptr, "@DEVICE_MODEL@MODEL@MODEL@", "@DEVICE_", ""},
+        // Several placeholders in one value, and a chain of two.
+        {"@DP_CLIENT_SW_VERSION@/@DP_CLIENT_SW_VERSION@", "@MSISDN@.@MSISDN@", "1",
+         "@DEVICE_MODEL@ @DEVICE_MODEL@", "1.1/1.1 1.1/1.1", ""},
+        // "@DEVICE_" followed by the value "MODEL@" spells a placeholder, but scanning goes on
+        // from where the replaced one began.
+        {nullptr, nullptr, "MODEL@", "@DEVICE_@MSISDN@", "@DEVICE_MODEL@", ""},
+        // A value holding its own placeholder is expanded once, growing at either end or not.
+        {"@DEVICE_MODEL@", nullptr, nullptr, "m=@DEVICE_MODEL@&v=@DPP_VERSION@",
+         "m=@DEVICE_MODEL@&v=ovpv20", "@DEVICE_MODEL@"},
+        {"x@DEVICE_MODEL@", nullptr, nullptr, "m=@DEVICE_MODEL@.", "m=x@DEVICE_MODEL@.",
+         "@DEVICE_MODEL@"},
+        {"@DEVICE_MODEL@x", nullptr, nullptr, "m=@DEVICE_MODEL@.", "m=@DEVICE_MODEL@x.",
+         "@DEVICE_MODEL@"},
+        // Cycles through other placeholders end too: model -> MSISDN -> model.
+        {"@MSISDN@", nullptr, "<@DEVICE_MODEL@>", "@DEVICE_MODEL@", "<@DEVICE_MODEL@>",
+         "@DEVICE_MODEL@"},
+        {"@MSISDN@", nullptr, "<@DEVICE_MODEL@>", "@MSISDN@", "<@MSISDN@>", "@MSISDN@"},
+        // The model placeholder comes back only by completing itself with what is left of its
+        // own value: model -> "@MSISDN@MODEL@" -> "@DEVICE_" + "MODEL@" -> model, for ever.
+        {"@MSISDN@MODEL@", nullptr, "@DEVICE_", "[@DEVICE_MODEL@]", "[@DEVICE_MODEL@]",
+         "@DEVICE_MODEL@"},
+        // Repeats side by side are no cycle.
+        {"@MSISDN@@MSISDN@", nullptr, "7", "@DEVICE_MODEL@-@DEVICE_MODEL@", "77-77", ""},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.url);
+        ASSERT_TRUE(ovplatform::setPhoneModelId(c.model ? c.model : "KX-200"));
+        ASSERT_TRUE(ovplatform::setPhoneSwVersion(c.sw ? c.sw : "4.2.1"));
+        setMsisdn(c.msisdn ? c.msisdn : "+15550001");
+        ovtest::StderrCapture capture;
+        EXPECT_EQ(c.expanded, expand(c.url));
+        const int loops = *c.looping ? 1 : 0;
+        EXPECT_EQ(loops, countLines(capture.text(), 3, "replacePatternsInURL", ""));
+        EXPECT_EQ(loops, loops ? loopLines(capture.text(), c.looping) : 0);
+    }
 }
 
 TEST_F(ServerUrlTest, FailedValuesBecomeNull) {
@@ -95,13 +148,6 @@ TEST_F(ServerUrlTest, FailedValuesBecomeNull) {
     EXPECT_EQ(1, countLines(capture.text(), 3, "getReplacementPattern",
                             "NR_EngineUtils::getReplacementPattern - failed to get a replacement "
                             "for pattern (@DEVICE_MODEL@). Replacing with (null).\n\n"));
-}
-
-TEST_F(ServerUrlTest, OtherLastUsedServerLeavesNullForTheVersion) {
-    setService("LastUsedServer", "dpp1x");
-    EXPECT_EQ("v=ovpv10", expand("v=@DPP_VERSION@"));
-    setService("LastUsedServer", "dpp30");
-    EXPECT_EQ("v=null", expand("v=@DPP_VERSION@"));
 }
 
 TEST(ServerUrlNoSettingsTest, MissingSettingsAndOwnNumberGiveNull) {
@@ -117,64 +163,6 @@ TEST(ServerUrlNoSettingsTest, MissingSettingsAndOwnNumberGiveNull) {
     EXPECT_EQ(1, countLines(log, 3, "getReplacementPattern",
                             "NR_EngineUtils::getReplacementPattern - failed to get a replacement "
                             "for pattern (@MSISDN@). Replacing with (null).\n\n"));
-}
-
-TEST_F(ServerUrlTest, InsertedTextIsScannedAgain) {
-    // A value holding a placeholder.
-    ASSERT_TRUE(ovplatform::setPhoneModelId("KX-@DPP_VERSION@"));
-    EXPECT_EQ("m=KX-ovpv20&n=+15550001", expand("m=@DEVICE_MODEL@&n=@MSISDN@"));
-    // A value that completes a placeholder with the text after it, as often as it is met.
-    ASSERT_TRUE(ovplatform::setPhoneModelId("@DEVICE_"));
-    EXPECT_EQ("@DEVICE_", expand("@DEVICE_MODEL@MODEL@MODEL@"));
-    // Several placeholders in one value, and a chain of two.
-    setMsisdn("1");
-    ASSERT_TRUE(ovplatform::setPhoneSwVersion("@MSISDN@.@MSISDN@"));
-    ASSERT_TRUE(ovplatform::setPhoneModelId("@DP_CLIENT_SW_VERSION@/@DP_CLIENT_SW_VERSION@"));
-    EXPECT_EQ("1.1/1.1 1.1/1.1", expand("@DEVICE_MODEL@ @DEVICE_MODEL@"));
-}
-
-TEST_F(ServerUrlTest, TextBeforeAReplacementIsNotScannedAgain) {
-    // "@DEVICE_" followed by the value "MODEL@" spells a placeholder, but scanning goes on
-    // from where the replaced one began.
-    setMsisdn("MODEL@");
-    EXPECT_EQ("@DEVICE_MODEL@", expand("@DEVICE_@MSISDN@"));
-}
-
-TEST_F(ServerUrlTest, ValueHoldingItsOwnPlaceholderIsExpandedOnce) {
-    ovtest::StderrCapture capture;
-    ASSERT_TRUE(ovplatform::setPhoneModelId("@DEVICE_MODEL@"));
-    EXPECT_EQ("m=@DEVICE_MODEL@&v=ovpv20", expand("m=@DEVICE_MODEL@&v=@DPP_VERSION@"));
-    EXPECT_EQ(1, loopLines(capture.text(), "@DEVICE_MODEL@"));
-    // Growing at either end.
-    ASSERT_TRUE(ovplatform::setPhoneModelId("x@DEVICE_MODEL@"));
-    EXPECT_EQ("m=x@DEVICE_MODEL@.", expand("m=@DEVICE_MODEL@."));
-    ASSERT_TRUE(ovplatform::setPhoneModelId("@DEVICE_MODEL@x"));
-    EXPECT_EQ("m=@DEVICE_MODEL@x.", expand("m=@DEVICE_MODEL@."));
-    EXPECT_EQ(3, loopLines(capture.text(), "@DEVICE_MODEL@"));
-}
-
-TEST_F(ServerUrlTest, CyclesThroughOtherPlaceholdersEndToo) {
-    ovtest::StderrCapture capture;
-    // Model -> MSISDN -> model.
-    ASSERT_TRUE(ovplatform::setPhoneModelId("@MSISDN@"));
-    setMsisdn("<@DEVICE_MODEL@>");
-    EXPECT_EQ("<@DEVICE_MODEL@>", expand("@DEVICE_MODEL@"));
-    EXPECT_EQ("<@MSISDN@>", expand("@MSISDN@"));
-    EXPECT_EQ(1, loopLines(capture.text(), "@MSISDN@"));
-    // The model placeholder comes back only by completing itself with what is left of its own
-    // value: model -> "@MSISDN@MODEL@" -> "@DEVICE_" + "MODEL@" -> model again, for ever.
-    ASSERT_TRUE(ovplatform::setPhoneModelId("@MSISDN@MODEL@"));
-    setMsisdn("@DEVICE_");
-    EXPECT_EQ("[@DEVICE_MODEL@]", expand("[@DEVICE_MODEL@]"));
-    EXPECT_EQ(2, loopLines(capture.text(), "@DEVICE_MODEL@"));
-}
-
-TEST_F(ServerUrlTest, RepeatsSideBySideAreNoCycle) {
-    ovtest::StderrCapture capture;
-    ASSERT_TRUE(ovplatform::setPhoneModelId("@MSISDN@@MSISDN@"));
-    setMsisdn("7");
-    EXPECT_EQ("77-77", expand("@DEVICE_MODEL@-@DEVICE_MODEL@"));
-    EXPECT_EQ(0, countLines(capture.text(), 3, "replacePatternsInURL", ""));
 }
 
 TEST_F(ServerUrlTest, LongUrlsWithManyAtSigns) {
