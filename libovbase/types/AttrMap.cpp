@@ -532,7 +532,7 @@ void AttrMap::storeEntries(std::ostream& out, const KeyMap& keys) const {
 }
 
 void AttrMap::store(std::ostream& out) const {
-    unpack();
+    // keysOf builds the map form the loop below walks.
     if (const KeyMap* keys = keysOf(DEFAULT_CATEGORY))
         storeEntries(out, *keys);
     for (const CategoryMap::value_type& category : mCategories) {

@@ -3,7 +3,6 @@
 #include <cstdarg>
 #include <memory>
 #include <string>
-#include <thread>
 
 namespace {
 
@@ -31,29 +30,6 @@ char* appendText(char* out, const char* text, std::size_t length) {
     return out + length;
 }
 
-// Tells the processor that this thread is waiting in a loop.
-inline void relaxWhileWaiting() {
-#if defined(__x86_64__) || defined(__i386__)
-    __builtin_ia32_pause();
-#elif defined(__aarch64__) || (defined(__ARM_ARCH) && __ARM_ARCH >= 7)
-    __asm__ __volatile__("yield");
-#endif
-}
-
-// Takes standard error's lock. Another thread holds it for well under a microsecond, or for one
-// write to the file when stdio's buffer is full: with another processor to run that thread,
-// waiting for it in a loop costs much less than sleeping until it is woken.
-void lockStandardError() {
-    static const bool spin = std::thread::hardware_concurrency() > 1;
-    for (int round = 0; spin && round < 200; ++round) {
-        if (ftrylockfile(stderr) == 0) {
-            return;
-        }
-        relaxWhileWaiting();
-    }
-    flockfile(stderr);
-}
-
 // Writes the BUFFER's first PREFIXLENGTH bytes followed by FMT formatted with ARGS, in one
 // fwrite; SIZE is the BUFFER's size.
 void writeLine(char* buffer, std::size_t size, std::size_t prefixLength, const char* fmt,
@@ -77,7 +53,8 @@ void writeLine(char* buffer, std::size_t size, std::size_t prefixLength, const c
             buffer = &whole[0];
         }
     }
-    lockStandardError();
+    // One lock for both writes of the fallback below.
+    flockfile(stderr);
     if (formatted >= 0) {
         std::fwrite(buffer, 1, prefixLength + length, stderr);
     } else {
