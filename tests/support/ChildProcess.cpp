@@ -44,19 +44,10 @@ std::vector<std::string> ownProgram(std::vector<std::string> argv) {
     return argv;
 }
 
-ChildProcess::~ChildProcess() {
-    closeInput();
-    if (mPid > 0) {
-        ::kill(mPid, SIGKILL);
-        ::waitpid(mPid, nullptr, 0);
-    }
-    if (mOut >= 0)
-        ::close(mOut);
-}
-
-bool ChildProcess::start(const std::vector<std::string>& argv, const std::vector<std::string>& env,
-                         Stderr err, std::string* reason) {
-    // Everything the child needs is built before fork: after it, only system calls.
+pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+            const int fds[3], const std::function<void()>& setup, std::string* reason) {
+    // Everything the child needs is built before fork: the test process has threads, so the
+    // child may only make system calls until exec.
     const std::vector<std::string> words = ownProgram(argv);
     std::vector<char*> args;
     for (const std::string& arg : words)
@@ -69,12 +60,11 @@ bool ChildProcess::start(const std::vector<std::string>& argv, const std::vector
         envp.push_back(const_cast<char*>(entry.c_str()));
     envp.push_back(nullptr);
 
-    int in[2], out[2], status[2];
-    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0 ||
-        ::pipe2(status, O_CLOEXEC) != 0) {
+    int status[2]; // closed by a successful exec; else it carries exec's errno
+    if (::pipe2(status, O_CLOEXEC) != 0) {
         if (reason)
             *reason = std::string("pipe: ") + std::strerror(errno);
-        return false;
+        return -1;
     }
     pid_t parent = ::getpid();
     pid_t pid = ::fork();
@@ -82,41 +72,55 @@ bool ChildProcess::start(const std::vector<std::string>& argv, const std::vector
         ::prctl(PR_SET_PDEATHSIG, SIGKILL);
         if (::getppid() != parent)
             ::_exit(127);
-        ::dup2(in[0], 0);
-        ::dup2(out[1], 1);
-        if (err == TO_STDOUT) {
-            ::dup2(out[1], 2);
-        } else if (err == DISCARD) {
-            int devNull = ::open("/dev/null", O_WRONLY);
-            ::dup2(devNull, 2);
-        }
+        for (int fd = 0; fd < 3; ++fd)
+            ::dup2(fds[fd], fd);
+        if (setup)
+            setup();
         ::execvpe(args[0], args.data(), envp.data());
-        int error = errno; // the status pipe closes on a successful exec, and carries this else
+        int error = errno;
         ssize_t ignored = ::write(status[1], &error, sizeof error);
         (void)ignored;
         ::_exit(127);
     }
-    ::close(in[0]);
-    ::close(out[1]);
+    int error = errno;
     ::close(status[1]);
-    int error = 0;
-    ssize_t got = pid < 0 ? 0 : ::read(status[0], &error, sizeof error);
-    if (pid < 0)
-        error = errno;
+    if (pid > 0 && ::read(status[0], &error, sizeof error) == sizeof error) {
+        ::waitpid(pid, nullptr, 0);
+        pid = -1;
+    }
     ::close(status[0]);
-    if (pid < 0 || got == sizeof error) {
+    if (pid < 0 && reason)
+        *reason = "cannot run " + argv[0] + ": " + std::strerror(error);
+    return pid;
+}
+
+ChildProcess::~ChildProcess() {
+    closeInput();
+    if (mPid > 0) {
+        ::kill(mPid, SIGKILL);
+        ::waitpid(mPid, nullptr, 0);
+    }
+    if (mOut >= 0)
+        ::close(mOut);
+}
+
+bool ChildProcess::start(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+                         Stderr err, std::string* reason) {
+    int in[2], out[2];
+    if (::pipe2(in, O_CLOEXEC) != 0 || ::pipe2(out, O_CLOEXEC) != 0) {
         if (reason)
-            *reason = "cannot run " + argv[0] + ": " + std::strerror(error);
-        if (pid > 0)
-            ::waitpid(pid, nullptr, 0);
-        ::close(in[1]);
-        ::close(out[0]);
+            *reason = std::string("pipe: ") + std::strerror(errno);
         return false;
     }
-    mPid = pid;
+    const int devNull = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const int fds[3] = {in[0], out[1], err == TO_STDOUT ? out[1] : devNull};
+    mPid = spawn(argv, env, fds, nullptr, reason);
+    ::close(devNull);
+    ::close(in[0]);
+    ::close(out[1]);
     mIn = in[1];
     mOut = out[0];
-    return true;
+    return mPid > 0;
 }
 
 bool ChildProcess::readLine(std::string* line, int timeoutMs) {

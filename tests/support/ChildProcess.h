@@ -5,6 +5,7 @@
 #ifndef OVBASE_TESTS_SUPPORT_CHILDPROCESS_H
 #define OVBASE_TESTS_SUPPORT_CHILDPROCESS_H
 
+#include <functional>
 #include <string>
 #include <sys/types.h>
 #include <vector>
@@ -18,19 +19,25 @@ namespace ovtest {
 // that starts a program itself does so.
 std::vector<std::string> ownProgram(std::vector<std::string> argv);
 
+// Starts ARGV through ownProgram (ARGV[0] searched in PATH unless it holds a '/'), its
+// environment being this process's plus ENV ("NAME=VALUE" entries), with FDS as its standard
+// input, output and error. SETUP, when set, runs in the child just before exec and may only
+// make system calls. The child is killed if this process dies first. Its pid, or -1 with the
+// reason in *REASON when the program cannot be run. The caller keeps FDS and reaps the child.
+pid_t spawn(const std::vector<std::string>& argv, const std::vector<std::string>& env,
+            const int fds[3], const std::function<void()>& setup, std::string* reason);
+
 class ChildProcess {
 public:
     // Where the child's standard error goes.
-    enum Stderr { DISCARD, TO_STDOUT, INHERIT };
+    enum Stderr { DISCARD, TO_STDOUT };
 
     ChildProcess() = default;
     ~ChildProcess();
     ChildProcess(const ChildProcess&) = delete;
     ChildProcess& operator=(const ChildProcess&) = delete;
 
-    // Runs ARGV[0] (searched in PATH unless it holds a '/') with ARGV, its environment being
-    // this process's plus ENV ("NAME=VALUE" entries). False, with the reason in *REASON, when
-    // the program cannot be run.
+    // Runs ARGV as spawn() does; false, with the reason in *REASON, when it cannot be run.
     bool start(const std::vector<std::string>& argv, const std::vector<std::string>& env = {},
                Stderr err = DISCARD, std::string* reason = nullptr);
 
@@ -49,8 +56,6 @@ public:
     // (the child is left running).
     int wait(int timeoutMs = 10000);
     bool kill(int signal);
-    pid_t pid() const { return mPid; }
-    bool running() const { return mPid > 0; }
 
 private:
     pid_t mPid = -1;

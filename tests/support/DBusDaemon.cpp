@@ -14,21 +14,17 @@ namespace ovtest {
 bool DBusDaemon::start(std::string* reason) {
     std::string config = mDir.file("bus.conf");
     // Anyone may send, receive and own any name: the tests' processes are all one user's.
-    bool written = writeFile(
-        config,
-        "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
-        " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
-        "<busconfig>\n"
-        "  <listen>unix:dir=" +
-            mDir.path() +
-            "</listen>\n"
-            "  <auth>EXTERNAL</auth>\n"
-            "  <policy context=\"default\">\n"
-            "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
-            "    <allow eavesdrop=\"true\"/>\n"
-            "    <allow own=\"*\"/>\n"
-            "  </policy>\n"
-            "</busconfig>\n");
+    bool written = writeFile(config, "<busconfig>\n"
+                                     "  <listen>unix:dir=" +
+                                         mDir.path() +
+                                         "</listen>\n"
+                                         "  <auth>EXTERNAL</auth>\n"
+                                         "  <policy context=\"default\">\n"
+                                         "    <allow send_destination=\"*\" eavesdrop=\"true\"/>\n"
+                                         "    <allow eavesdrop=\"true\"/>\n"
+                                         "    <allow own=\"*\"/>\n"
+                                         "  </policy>\n"
+                                         "</busconfig>\n");
     if (!written) {
         *reason = "cannot write " + config;
         return false;

@@ -15,12 +15,9 @@
 #include <dlfcn.h>
 #include <fstream>
 #include <linux/futex.h>
-#include <pthread.h>
 #include <sstream>
 #include <string>
-#include <sys/syscall.h>
 #include <thread>
-#include <unistd.h>
 #include <vector>
 
 namespace {
@@ -34,90 +31,25 @@ std::string firstLine(const std::string& path) {
     return line;
 }
 
-// A thread's system call as /proc/.../syscall shows it: the call's number and arguments, or
-// number -1 while the thread runs. Nothing is shown where the kernel does not show calls.
-struct Call {
-    bool shown = false;
-    long number = -1;
+// Whether the task sits in a futex wait without a time-out, which is where pthread_cond_wait
+// without a deadline sleeps (FUTEX_WAIT_BITSET; a contended mutex or stdio lock waits with
+// FUTEX_WAIT). /proc/.../syscall shows the call's number and arguments; only the arguments are
+// read, since under an emulator the number is the host's, and no other call the timer thread
+// makes has these. Where the kernel shows no system calls, a sleeping thread counts as idle.
+bool idle(const std::string& task) {
+    std::string call = firstLine(task + "/syscall");
+    if (call.empty()) {
+        std::string stat = firstLine(task + "/stat");
+        size_t paren = stat.rfind(')');
+        return paren != std::string::npos && paren + 2 < stat.size() && stat[paren + 2] == 'S';
+    }
+    std::istringstream fields(call);
+    std::string word;
+    fields >> word; // the number, "-1" outside a call, or "running"
     std::vector<unsigned long> args;
-
-    explicit Call(const std::string& task) {
-        std::string line = firstLine(task + "/syscall");
-        shown = !line.empty();
-        std::istringstream fields(line);
-        std::string word;
-        if (!(fields >> number))
-            number = -1;
-        while (fields >> word)
-            args.push_back(std::strtoul(word.c_str(), nullptr, 16));
-    }
-
-    // A futex wait without a time-out, which is where pthread_cond_wait without a deadline
-    // sleeps (FUTEX_WAIT_BITSET; a contended mutex or stdio lock waits with FUTEX_WAIT).
-    bool endlessCondWait(long futexCall) const {
-        return number == futexCall && args.size() >= 4 &&
-               (args[1] & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET && args[3] == 0;
-    }
-};
-
-// The number under which the kernel shows the futex call, learnt from a thread of our own
-// sleeping in pthread_cond_wait: under an emulator the kernel shows the host's numbers, not
-// the target's. -1 when the kernel shows no system calls.
-long futexCallNumber() {
-    struct Sleeper {
-        pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-        pthread_cond_t wake = PTHREAD_COND_INITIALIZER;
-        long tid = 0;
-        bool done = false;
-
-        static void* run(void* self) {
-            Sleeper& s = *static_cast<Sleeper*>(self);
-            pthread_mutex_lock(&s.mutex);
-            s.tid = ::syscall(SYS_gettid);
-            while (!s.done)
-                pthread_cond_wait(&s.wake, &s.mutex);
-            pthread_mutex_unlock(&s.mutex);
-            return nullptr;
-        }
-    } sleeper;
-    pthread_t thread;
-    if (pthread_create(&thread, nullptr, &Sleeper::run, &sleeper) != 0)
-        return -1;
-    long tid = 0;
-    while (tid == 0) { // once its tid is set and the lock free, the sleeper is in its wait
-        pthread_mutex_lock(&sleeper.mutex);
-        tid = sleeper.tid;
-        pthread_mutex_unlock(&sleeper.mutex);
-        std::this_thread::yield();
-    }
-    long number = -1;
-    auto deadline = Clock::now() + std::chrono::seconds(5);
-    while (Clock::now() < deadline) {
-        Call call("/proc/self/task/" + std::to_string(tid));
-        if (!call.shown)
-            break;
-        if (call.number != -1 && call.endlessCondWait(call.number)) {
-            number = call.number;
-            break;
-        }
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    pthread_mutex_lock(&sleeper.mutex);
-    sleeper.done = true;
-    pthread_cond_signal(&sleeper.wake);
-    pthread_mutex_unlock(&sleeper.mutex);
-    pthread_join(thread, nullptr);
-    return number;
-}
-
-// Whether the task sits in a deadline-free condition wait. Where the kernel shows no system
-// calls (FUTEXCALL -1), a sleeping thread counts as idle.
-bool idle(const std::string& task, long futexCall) {
-    if (futexCall != -1)
-        return Call(task).endlessCondWait(futexCall);
-    std::string stat = firstLine(task + "/stat");
-    size_t paren = stat.rfind(')');
-    return paren != std::string::npos && paren + 2 < stat.size() && stat[paren + 2] == 'S';
+    while (fields >> word)
+        args.push_back(std::strtoul(word.c_str(), nullptr, 16));
+    return args.size() >= 4 && (args[1] & FUTEX_CMD_MASK) == FUTEX_WAIT_BITSET && args[3] == 0;
 }
 
 // The /proc path of the thread named NAME; empty when the process has none (yet).
@@ -142,11 +74,10 @@ bool waitForTimerThread() {
     if (!library)
         return true;
     dlclose(library);
-    long futexCall = futexCallNumber();
     auto deadline = Clock::now() + std::chrono::seconds(30);
     for (;;) {
         std::string task = findThread("ThreadTimer");
-        if (!task.empty() && idle(task, futexCall))
+        if (!task.empty() && idle(task))
             return true;
         if (Clock::now() > deadline)
             return false;

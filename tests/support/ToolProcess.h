@@ -10,7 +10,7 @@
 namespace ovtest {
 
 struct ToolOptions {
-    std::string input;          // written to standard input, which is a pipe
+    std::string input;          // written to standard input, a pipe; at most 64 KiB
     bool holdInput = false;     // keep that pipe open until the tool ends, as a stalled writer
     std::string stdoutFile;     // when set, standard output goes to this file (/dev/full)
     bool closedStdout = false;  // standard output is a pipe whose reading end is closed
@@ -26,7 +26,6 @@ struct ToolResult {
     bool timedOut = false; // killed after ToolOptions::timeoutSeconds
     std::string out;       // standard output (empty when redirected by the options)
     std::string err;       // standard error
-    bool started = false;  // false when the child could not be made
 };
 
 // Runs PROGRAM with ARGS (not including the program name).
