@@ -34,6 +34,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <mutex>
+#include <set>
 #include <sstream>
 #include <sys/wait.h>
 #include <thread>
@@ -124,17 +125,17 @@ void runPeer(const std::string& role) {
         report("rc " +
                std::to_string(source.setString(args[1].c_str(), args[2].c_str(), args[3].c_str())));
     } else if (args[0] == "flip") {
-        report("ok " + std::to_string(ovplatform::setFlipOpen(args[1] == "open")));
+        report("sent " + std::to_string(ovplatform::setFlipOpen(args[1] == "open")));
     } else if (args[0] == "roaming") {
-        report("ok " + std::to_string(ovplatform::setRoaming(args[1] == "on")));
+        report("sent " + std::to_string(ovplatform::setRoaming(args[1] == "on")));
     } else if (args[0] == "master-clear") {
-        report("ok " + std::to_string(ovplatform::sendMasterClear()));
+        report("sent " + std::to_string(ovplatform::sendMasterClear()));
     } else if (args[0] == "push") {
         ES_Event push(args[1] == "dcd" ? Adapter::PUSH_TOPIC_DCD : Adapter::PUSH_TOPIC_ORVEL);
         push.setProperty("body", "from the peer");
         if (args.size() > 2)
             push.setProperty("Content-Type", args[2]);
-        report("status " + std::to_string(ES_EventPublisher::publish(push)));
+        report("sent " + std::to_string(ES_EventPublisher::publish(push) == ES_OK));
     } else if (args[0] == "listen") {
         PrintingHandler handler(args[1], args.size() > 2 ? std::stoi(args[2]) : 0);
         report("ready");
@@ -153,17 +154,16 @@ void runPeer(const std::string& role) {
             status = ES_EventPublisher::publish(probe);
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
         }
-        report("publish " + std::to_string(status));
         NullBusHandler raw;
-        report("subscribe " +
-               std::to_string(ES_EventSubscriber::subscribe("/test/dbus/raw", &raw)));
         const std::string otherTopic = "/test/dbus/other"; // outlives its handler
         ovtest::EventRecorder other(otherTopic);           // the facade's subscribe fails quietly
-        report("channel " + std::to_string(QCopChannel::send(SYSTEM_CHANNEL, "FlipOpened")));
-        report("flip " + std::to_string(ovplatform::setFlipOpen(true)));
-        report("connected " + std::to_string(ovplatform::busConnected()));
+        std::string results = "publish " + std::to_string(status) + " subscribe " +
+                              std::to_string(ES_EventSubscriber::subscribe("/test/dbus/raw", &raw));
+        results += " channel " + std::to_string(QCopChannel::send(SYSTEM_CHANNEL, "FlipOpened"));
+        results += " flip " + std::to_string(ovplatform::setFlipOpen(true));
+        results += " connected " + std::to_string(ovplatform::busConnected());
         publish(args[1], 1); // through the facade: logs the failure, nothing more
-        report("received " + std::to_string(events.count() + flips.count()));
+        report(results + " received " + std::to_string(events.count() + flips.count()));
     }
 }
 
@@ -201,12 +201,10 @@ protected:
             << reason;
     }
 
-    // The text after "peer: WORD " of the next such line.
-    static std::string answer(ovtest::ChildProcess& peer, const std::string& word) {
+    // The peer's next report, without "peer: ".
+    static std::string reply(ovtest::ChildProcess& peer) {
         std::string line;
-        if (!peer.waitForLine("peer: " + word + " ", &line))
-            return "<no answer>";
-        return line.substr(7 + word.size());
+        return peer.waitForLine("peer: ", &line) ? line.substr(6) : "<no reply>";
     }
 
     // Waits for the peer to end on its own; true when it exited with status 0.
@@ -236,17 +234,25 @@ TEST_F(MultiProcessTest, OwnEventsComeBackThroughTheDaemonInOrderOnTheBusThread)
 }
 
 // Keeps the platform events of a topic as the bus delivers them, below the library's adapter.
+// Keeps the platform events of some topics as the bus delivers them, below the library's
+// adapter, in the order they arrive.
 class BusRecorder : public ES_EventHandler {
 public:
-    explicit BusRecorder(const std::string& topic) : mTopic(topic) {
-        EXPECT_EQ(ES_EventSubscriber::subscribe(topic, this), ES_OK);
+    typedef std::pair<std::string, ES_Event::PropertyMap> Event;
+
+    explicit BusRecorder(const std::set<std::string>& topics) : mTopics(topics) {
+        for (const std::string& topic : topics)
+            EXPECT_EQ(ES_EventSubscriber::subscribe(topic, this), ES_OK);
     }
-    ~BusRecorder() override { ES_EventSubscriber::unsubscribe(mTopic, this); }
+    ~BusRecorder() override {
+        for (const std::string& topic : mTopics)
+            ES_EventSubscriber::unsubscribe(topic, this);
+    }
     void handleEvent(const ES_Event& event) override {
         std::lock_guard<std::mutex> lock(mMutex);
-        mEvents.push_back(event);
+        mEvents.emplace_back(event.getTopic(), event.getProperties());
     }
-    std::vector<ES_Event> waitFor(size_t count) {
+    std::vector<Event> waitFor(size_t count) {
         ovtest::waitUntil([&] {
             std::lock_guard<std::mutex> lock(mMutex);
             return mEvents.size() >= count;
@@ -256,9 +262,9 @@ public:
     }
 
 private:
-    std::string mTopic;
+    std::set<std::string> mTopics;
     std::mutex mMutex;
-    std::vector<ES_Event> mEvents;
+    std::vector<Event> mEvents;
 };
 
 TEST_F(MultiProcessTest, NamesAndValuesCrossTheWireExactly) {
@@ -267,10 +273,7 @@ TEST_F(MultiProcessTest, NamesAndValuesCrossTheWireExactly) {
     const std::string value = "__OV_Event__mValue";
     const std::string odd =
         std::string("/test/it's \"odd\" 100%\\ \xe9\xff/") + std::string(1, '\0') + "end";
-    const std::string lookalike = "/test/it%27s";
-    const std::string values = "/test/dbus/values";
-    const std::string large = "/test/dbus/large";
-    std::vector<std::pair<std::string, ES_Event::PropertyMap>> sent = {
+    std::vector<BusRecorder::Event> sent = {
         {odd,
          {{value, "-7"},
           {"text", std::string("a\0b\n\xff", 5)},
@@ -284,35 +287,30 @@ TEST_F(MultiProcessTest, NamesAndValuesCrossTheWireExactly) {
           {"overlong3", "\xe0\x80\xaf"},
           {"beyond", "\xf4\x90\x80\x80"},
           {"cut", "\xe2\x82"}}},
-        {lookalike, {{value, "1"}}},
+        {"/test/it%27s", {{value, "1"}}},
     };
     for (const char* text : {"-2147483648", "007", "abc", "-0", "2147483648", " 5", ""})
-        sent.push_back({values, {{value, text}, {"p", "q"}}});
+        sent.push_back({"/test/dbus/values", {{value, text}, {"p", "q"}}});
     ES_Event::PropertyMap many = {{value, "12345"}};
     for (int i = 0; i < 4000; ++i)
         many["k" + std::to_string(i) + char(i)] =
             std::string(i % 300, char(i % 7 ? 'a' + i % 26 : i));
-    sent.push_back({large, many});
+    sent.push_back({"/test/dbus/large", many});
 
-    std::map<std::string, std::unique_ptr<BusRecorder>> recorders;
-    for (const auto& event : sent) {
-        if (!recorders[event.first])
-            recorders[event.first].reset(new BusRecorder(event.first));
-    }
+    std::set<std::string> topics;
+    for (const auto& event : sent)
+        topics.insert(event.first);
+    BusRecorder recorder(topics);
     for (const auto& event : sent) {
         ES_Event published(event.first);
         for (const auto& property : event.second)
             published.setProperty(property.first, property.second);
         EXPECT_EQ(ES_EventPublisher::publish(published), ES_OK);
     }
-    std::map<std::string, size_t> taken; // per topic, in order
-    for (const auto& event : sent) {
-        size_t at = taken[event.first]++;
-        std::vector<ES_Event> got = recorders[event.first]->waitFor(at + 1);
-        ASSERT_GT(got.size(), at) << event.first;
-        EXPECT_EQ(got[at].getTopic(), event.first);
-        EXPECT_TRUE(got[at].getProperties() == event.second) << event.first << " event " << at;
-    }
+    std::vector<BusRecorder::Event> got = recorder.waitFor(sent.size());
+    ASSERT_EQ(got.size(), sent.size());
+    for (size_t i = 0; i < sent.size(); ++i)
+        EXPECT_TRUE(got[i] == sent[i]) << "event " << i << " to " << sent[i].first;
 
     // A system-channel message: names on the wire, data as bytes.
     const QCString channel("test/it's \xff");
@@ -326,10 +324,8 @@ TEST_F(MultiProcessTest, NamesAndValuesCrossTheWireExactly) {
     EXPECT_TRUE(QCopChannel::send(channel, message, data));
     EXPECT_TRUE(QCopChannel::send(channel, "", QByteArray()));
     ASSERT_TRUE(ovtest::runQtUntil([&] { return messages.size() == 2; }));
-    EXPECT_EQ(messages[0].first, message);
-    EXPECT_EQ(messages[0].second, data);
-    EXPECT_EQ(messages[1].first, QCString(""));
-    EXPECT_TRUE(messages[1].second.isEmpty());
+    EXPECT_EQ(messages[0], std::make_pair(message, data));
+    EXPECT_EQ(messages[1], std::make_pair(QCString(""), QByteArray()));
 }
 
 TEST_F(MultiProcessTest, ChoosingTheBusAgainOrTooLateIsRefused) {
@@ -338,16 +334,14 @@ TEST_F(MultiProcessTest, ChoosingTheBusAgainOrTooLateIsRefused) {
     EXPECT_NE(reason.find("already connected"), std::string::npos) << reason;
     EXPECT_EQ(ovplatform::busName(), mDaemon->address());
 
-    ovtest::ChildProcess late;
+    ovtest::ChildProcess late, nowhere;
     startPeer(late, "late");
-    EXPECT_EQ(answer(late, "late"), "0");
+    EXPECT_EQ(reply(late), "late 0");
     EXPECT_TRUE(endsWell(late));
-
-    ovtest::ChildProcess nowhere;
     startPeer(nowhere, "connect", "", "unix:path=" + mRoot.file("no-daemon-here"));
-    std::string result = answer(nowhere, "connect");
-    EXPECT_EQ(result.substr(0, 2), "0 ") << result;
-    EXPECT_GT(result.size(), 2u) << "a failed connection must say why";
+    std::string result = reply(nowhere);
+    EXPECT_EQ(result.substr(0, 10), "connect 0 ") << result;
+    EXPECT_GT(result.size(), 10u) << "a failed connection must say why";
     EXPECT_TRUE(endsWell(nowhere));
 }
 
@@ -358,13 +352,13 @@ TEST_F(MultiProcessTest, PublishingToATopicNobodyListensToIsReported) {
 
     ovtest::ChildProcess listener;
     startPeer(listener, "listen " + topic);
-    ASSERT_TRUE(listener.waitForLine("peer: ready"));
+    ASSERT_EQ(reply(listener), "ready");
     // A listener that has only just started is found at once.
     event.setProperty("__OV_Event__mValue", "5");
     EXPECT_EQ(ES_EventPublisher::publish(event), ES_OK);
-    EXPECT_EQ(answer(listener, "event"), "5");
+    EXPECT_EQ(reply(listener), "event 5");
     listener.closeInput();
-    EXPECT_EQ(answer(listener, "count"), "1");
+    EXPECT_EQ(reply(listener), "count 1");
     ASSERT_TRUE(endsWell(listener));
 
     // Its leaving is learnt from the daemon's notice, which may take a moment.
@@ -389,7 +383,7 @@ TEST_F(MultiProcessTest, SettingWrittenByOneProcessReachesAnotherWithoutRereadin
         writerRoot.file("/qbxlocal/download/appwrite/setup/wb_orvel_setting.cfg"), initial));
     ovtest::ChildProcess writer;
     startPeer(writer, "set-setting OVCore.UI Foo 7", writerRoot.path());
-    EXPECT_EQ(answer(writer, "rc"), "0");
+    EXPECT_EQ(reply(writer), "rc 0");
     EXPECT_TRUE(endsWell(writer));
 
     ASSERT_TRUE(changes.waitFor(1));
@@ -400,50 +394,42 @@ TEST_F(MultiProcessTest, SettingWrittenByOneProcessReachesAnotherWithoutRereadin
     EXPECT_EQ(ovtest::readFile(ovtest::mainSettingsPath()), initial);
 }
 
-TEST_F(MultiProcessTest, PhoneChangesInOneProcessReachHandlersInAnother) {
+// Phone signals arrive on the Qt event loop, which this thread runs while waiting; pushes in
+// either push topic arrive as one SMS push event. The flip state itself is shared through the
+// device root.
+TEST_F(MultiProcessTest, PhoneChangesAndPushesInOneProcessReachHandlersInAnother) {
     ovtest::EventRecorder flips(Adapter::EVENT_FLIP_STATUS_CHANGED);
     ovtest::EventRecorder roaming(Adapter::EVENT_ROAMING_STATUS_CHANGED);
     ovtest::EventRecorder clears(Adapter::EVENT_MASTER_CLEAR);
-
-    for (const char* role : {"flip open", "roaming on", "master-clear"}) {
-        ovtest::ChildProcess phone;
-        startPeer(phone, role);
-        EXPECT_EQ(answer(phone, "ok"), "1") << role;
-        EXPECT_TRUE(endsWell(phone)) << role;
+    ovtest::EventRecorder pushes(Adapter::EVENT_SMS_PUSH);
+    size_t pushed = 0;
+    for (const char* role :
+         {"flip open", "roaming on", "master-clear", "push orvel", "push dcd text/plain"}) {
+        ovtest::ChildProcess peer;
+        startPeer(peer, role);
+        EXPECT_EQ(reply(peer), "sent 1") << role;
+        EXPECT_TRUE(endsWell(peer)) << role;
+        if (std::string(role).compare(0, 4, "push") == 0) {
+            ASSERT_TRUE(pushes.waitFor(++pushed)) << role; // in their order
+        }
     }
-
-    ASSERT_TRUE(flips.waitFor(1));
-    ASSERT_TRUE(roaming.waitFor(1));
-    ASSERT_TRUE(clears.waitFor(1));
+    ASSERT_TRUE(flips.waitFor(1) && roaming.waitFor(1) && clears.waitFor(1));
     EXPECT_EQ(flips.events()[0].value, OV_FLIP_OPEN);
     EXPECT_EQ(roaming.events()[0].value, OV_ROAMING);
-    // Signals of the phone arrive on the Qt event loop, which this thread runs while waiting.
     EXPECT_EQ(flips.events()[0].thread, std::this_thread::get_id());
     EXPECT_EQ(roaming.events()[0].thread, std::this_thread::get_id());
-    // The state itself is shared through the device root.
     OV_FLIP_STATUS status = OV_FLIP_CLOSED;
     EXPECT_EQ(OV_EventAndStatusFacade::instance()->getFlipStatus(status), 0);
     EXPECT_EQ(status, OV_FLIP_OPEN);
-    ovtest::runQtFor(50);
-    EXPECT_EQ(flips.count() + roaming.count() + clears.count(), 3u);
-}
 
-TEST_F(MultiProcessTest, PushFromAnotherProcessArrivesAsSmsPush) {
-    ovtest::EventRecorder pushes(Adapter::EVENT_SMS_PUSH);
-    size_t expected = 0;
-    for (const char* role : {"push orvel", "push dcd text/plain"}) {
-        ovtest::ChildProcess pusher;
-        startPeer(pusher, role);
-        EXPECT_EQ(answer(pusher, "status"), std::to_string(ES_OK)) << role;
-        EXPECT_TRUE(endsWell(pusher)) << role;
-        ASSERT_TRUE(pushes.waitFor(++expected)) << role;
-    }
     std::vector<ovtest::RecordedEvent> got = pushes.events();
     EXPECT_EQ(got[0].topic, "/kestrix/orvel/platform/sms_push");
     EXPECT_EQ(got[0].properties.at("Content-Type"), "application/vnd.kestrix.orvel+xml");
     EXPECT_EQ(got[0].properties.at("body"), "from the peer");
     EXPECT_EQ(got[1].topic, "/kestrix/orvel/platform/sms_push");
     EXPECT_EQ(got[1].properties.at("Content-Type"), "text/plain");
+    ovtest::runQtFor(50);
+    EXPECT_EQ(flips.count() + roaming.count() + clears.count() + pushes.count(), 5u);
 }
 
 TEST_F(MultiProcessTest, AProcessDyingMidDeliveryDoesNotStopTheOthers) {
@@ -452,8 +438,8 @@ TEST_F(MultiProcessTest, AProcessDyingMidDeliveryDoesNotStopTheOthers) {
     ovtest::ChildProcess dying, surviving;
     startPeer(dying, "listen " + topic + " 1");
     startPeer(surviving, "listen " + topic);
-    ASSERT_TRUE(dying.waitForLine("peer: ready"));
-    ASSERT_TRUE(surviving.waitForLine("peer: ready"));
+    ASSERT_EQ(reply(dying), "ready");
+    ASSERT_EQ(reply(surviving), "ready");
 
     const int count = 100;
     for (int i = 0; i < count / 2; ++i)
@@ -466,9 +452,9 @@ TEST_F(MultiProcessTest, AProcessDyingMidDeliveryDoesNotStopTheOthers) {
 
     ASSERT_TRUE(here.waitFor(count));
     for (int i = 0; i < count; ++i)
-        ASSERT_EQ(answer(surviving, "event"), std::to_string(i));
+        ASSERT_EQ(reply(surviving), "event " + std::to_string(i));
     surviving.closeInput();
-    EXPECT_EQ(answer(surviving, "count"), std::to_string(count));
+    EXPECT_EQ(reply(surviving), "count " + std::to_string(count));
     EXPECT_TRUE(endsWell(surviving));
     EXPECT_EQ(here.events().back().value, count - 1);
 }
@@ -480,16 +466,12 @@ TEST_F(MultiProcessTest, TheDaemonGoingAwayGivesFailuresNotAHang) {
     ASSERT_TRUE(doomed.start(&reason)) << reason;
     ovtest::ChildProcess peer;
     startPeer(peer, "bus-loss /test/dbus/doomed", "", doomed.address());
-    ASSERT_TRUE(peer.waitForLine("peer: ready"));
+    ASSERT_EQ(reply(peer), "ready");
     ASSERT_TRUE(doomed.kill());
     ASSERT_TRUE(peer.writeLine("go"));
-
-    EXPECT_EQ(answer(peer, "publish"), std::to_string(ES_ERR_BUS_DOWN));
-    EXPECT_EQ(answer(peer, "subscribe"), std::to_string(ES_ERR_BUS_DOWN));
-    EXPECT_EQ(answer(peer, "channel"), "0");
-    EXPECT_EQ(answer(peer, "flip"), "0");
-    EXPECT_EQ(answer(peer, "connected"), "0");
-    EXPECT_EQ(answer(peer, "received"), "0");
+    const std::string down = std::to_string(ES_ERR_BUS_DOWN);
+    EXPECT_EQ(reply(peer), "publish " + down + " subscribe " + down +
+                               " channel 0 flip 0 connected 0 received 0");
     EXPECT_TRUE(endsWell(peer)) << "the peer must end on its own, promptly";
 }
 
