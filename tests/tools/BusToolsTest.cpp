@@ -1,5 +1,7 @@
 // The bus tools against a private dbus-daemon: what ovevents prints for what ovphone,
 // ovsettings, ovevents itself and the standard D-Bus tools send, and the tools' exit statuses.
+#include "ToolCheck.h"
+
 #include "support/ChildProcess.h"
 #include "support/DBusDaemon.h"
 #include "support/Files.h"
@@ -24,9 +26,7 @@ const char* const OVEVENTS = OVTOOL_OVEVENTS;
 const char* const OVPHONE = OVTOOL_OVPHONE;
 const char* const OVSETTINGS = OVTOOL_OVSETTINGS;
 
-bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
-}
+using tooltest::contains;
 
 bool exitedWith(int status, int code) {
     return status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == code;
@@ -60,13 +60,10 @@ protected:
         ASSERT_TRUE(mDaemon.start(&reason)) << reason;
     }
 
-    // Starts a monitor with ARGS after "listen" (and the library's diagnostics when VERBOSE),
-    // its standard error joined to its output, and waits until it listens.
-    void monitor(ovtest::ChildProcess& process, std::vector<std::string> args,
-                 bool verbose = false) {
+    // Starts a monitor with ARGS after "listen", its standard error joined to its output, and
+    // waits until it listens.
+    void monitor(ovtest::ChildProcess& process, std::vector<std::string> args) {
         args.insert(args.begin(), {OVEVENTS, "--bus", mDaemon.address(), "listen"});
-        if (verbose)
-            args.insert(args.begin() + 1, "-v");
         std::string reason;
         ASSERT_TRUE(process.start(args, {}, ovtest::ChildProcess::TO_STDOUT, &reason)) << reason;
         ASSERT_TRUE(process.waitForLine("ovevents: listening to "));
@@ -129,7 +126,7 @@ TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
     }
     const std::string& bus = mDaemon.address();
     ovtest::ChildProcess listener, wire;
-    monitor(listener, {"--count", "2", "/x/probe"}, true);
+    monitor(listener, {"--count", "2", "/x/probe"});
     std::string reason;
     ASSERT_TRUE(wire.start(
         {"dbus-monitor", "--address", bus, "type='signal',interface='org.ovbase.Platform'"}, {},
@@ -148,7 +145,7 @@ TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
           "Channel(s channel,", "s message,", "ay data);", "Phone(s signal,"})
         EXPECT_TRUE(contains(described.out, part)) << part << " in\n" << described.out;
 
-    // An event from dbus-send, which writes properties as a{ss}, then a malformed one.
+    // An event from dbus-send, which writes properties as a{ss}.
     auto send = [&bus, &dbusSend](std::vector<std::string> args) {
         args.insert(args.begin(), {"--bus=" + bus, "--type=signal", "/org/ovbase/Platform",
                                    "org.ovbase.Platform.Event", "string:/x/probe"});
@@ -158,11 +155,6 @@ TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
     std::string line;
     ASSERT_TRUE(listener.waitForLine("/x/probe ", &line));
     EXPECT_EQ(line, "/x/probe value=7 name=va");
-    EXPECT_EQ(send({"string:7"}), 0);
-    ASSERT_TRUE(listener.waitForLine("{3} ", &line));
-    EXPECT_TRUE(contains(line, "Dropped a malformed org.ovbase.Platform.Event signal from :1."))
-        << line;
-    EXPECT_TRUE(contains(line, "its arguments are (ss), not (sia{sv})")) << line;
 
     // An event from the library, as the monitor shows it.
     EXPECT_EQ(ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/x/probe", "--value", "8",
@@ -185,21 +177,22 @@ TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
 }
 
 TEST_F(BusToolsTest, PhoneValuesSetByOneRunAreSeenByTheNext) {
+    tooltest::expectRuns(OVPHONE, {mRoot.path()},
+                         {{{"set", "imsi", "310410123456789"}, 0, "", ""},
+                          {{"set", "mnc-length", "3"}, 0, "", ""},
+                          {{"set", "languages", "en,fr"}, 0, "", ""},
+                          {{"set", "backlight", "0"}, 0, "", ""},
+                          {{"get", "home-plmn"}, 0, "310410\n", ""},
+                          {{"get", "imsi"}, 0, "310410123456789\n", ""}});
     auto phone = [this](std::vector<std::string> args) {
         args.insert(args.begin(), mRoot.path());
         return ovtest::runTool(OVPHONE, args);
     };
-    EXPECT_EQ(phone({"set", "imsi", "310410123456789"}).exitCode, 0);
-    EXPECT_EQ(phone({"set", "mnc-length", "3"}).exitCode, 0);
-    EXPECT_EQ(phone({"set", "languages", "en,fr"}).exitCode, 0);
-    EXPECT_EQ(phone({"set", "backlight", "0"}).exitCode, 0);
-    EXPECT_EQ(phone({"get", "home-plmn"}).out, "310410\n");
-    EXPECT_EQ(phone({"get", "imsi"}).out, "310410123456789\n");
     ovtest::ToolResult shown = phone({"show"});
     EXPECT_TRUE(contains(shown.out, "\nlanguages en,fr\n")) << shown.out;
     EXPECT_TRUE(contains(shown.out, "\nbacklight 0\n")) << shown.out;
     EXPECT_EQ(shown.out.compare(0, 12, "flip closed\n"), 0) << shown.out;
-    EXPECT_FALSE(ovtest::hasDiagnostics(shown.err)) << shown.err;
+    EXPECT_EQ("", shown.err);
 
     // Every value set accepts is shown; the state file keeps its owner and mode.
     EXPECT_EQ(phone({"set", "display.Custom", "7"}).exitCode, 0);
@@ -223,44 +216,31 @@ TEST_F(BusToolsTest, ExitStatusesTellWhatHappened) {
     const std::string& bus = mDaemon.address();
     const std::string& root = mRoot.path();
     const std::string nowhere = "unix:path=" + mRoot.file("no-daemon");
-
-    ovtest::ToolResult unreachable = ovtest::runTool(OVEVENTS, {"--bus", nowhere, "listen"});
-    EXPECT_EQ(unreachable.exitCode, 69);
-    EXPECT_TRUE(contains(unreachable.err, nowhere)) << unreachable.err;
-    EXPECT_EQ(ovtest::runTool(OVSETTINGS, {"--bus", nowhere, root, "groups"}).exitCode, 69);
-    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus"}).exitCode, 64);
-    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus", bus, root, "set", "flip", "sideways"}).exitCode,
-              64);
-    EXPECT_EQ(ovtest::runTool(OVPHONE, {root, "set", "home-plmn", "12345"}).exitCode, 64);
-    // A topic the phone sends itself is not published: the tool that sends it is named.
-    ovtest::ToolResult flip =
-        ovtest::runTool(OVEVENTS, {"publish", "/kestrix/orvel/platform/flip_status_changed"});
-    EXPECT_EQ(flip.exitCode, 1);
-    EXPECT_TRUE(contains(flip.err, "travels as a phone message or on the system channel, not on "
-                                   "the event bus; send it with: ovphone DEVICE_ROOT set flip "
-                                   "open|closed"))
-        << flip.err;
-    EXPECT_EQ(ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/test/tools/nobody", "novalue"})
-                  .exitCode,
-              64);
-
-    // Sent, but nobody got it.
-    ovtest::ToolResult nobody =
-        ovtest::runTool(OVEVENTS, {"--bus", bus, "publish", "/test/tools/nobody"});
-    EXPECT_EQ(nobody.exitCode, 1);
-    EXPECT_TRUE(contains(nobody.err, "nobody listens to /test/tools/nobody")) << nobody.err;
-    EXPECT_EQ(ovtest::runTool(OVPHONE, {"--bus", bus, root, "master-clear"}).exitCode, 1);
-    ovtest::ToolResult alone = ovtest::runTool(OVPHONE, {root, "push"});
-    EXPECT_EQ(alone.exitCode, 1);
-    EXPECT_TRUE(contains(alone.err, "--bus")) << "say how to reach others: " << alone.err;
-
-    for (const char* tool : {OVEVENTS, OVPHONE}) {
-        ovtest::ToolResult help = ovtest::runTool(tool, {"--help"});
-        EXPECT_EQ(help.exitCode, 0);
-        EXPECT_TRUE(contains(help.out, "usage: ov")) << help.out;
-        EXPECT_TRUE(contains(help.out, "--bus WHERE")) << help.out;
-        EXPECT_EQ(help.err, "");
-    }
+    const struct {
+        const char* tool;
+        std::vector<std::string> args;
+        int code;
+        std::string err; // a part of standard error
+    } runs[] = {
+        {OVEVENTS, {"--bus", nowhere, "listen"}, 69, nowhere},
+        {OVSETTINGS, {"--bus", nowhere, root, "groups"}, 69, ""},
+        {OVPHONE, {"--bus"}, 64, ""},
+        {OVPHONE, {"--bus", bus, root, "set", "flip", "sideways"}, 64, ""},
+        {OVPHONE, {root, "set", "home-plmn", "12345"}, 64, ""},
+        {OVEVENTS, {"--bus", bus, "publish", "/test/tools/nobody", "novalue"}, 64, ""},
+        // A topic the phone sends itself is not published: the tool that sends it is named.
+        {OVEVENTS,
+         {"publish", kFlipTopic},
+         1,
+         "travels as a phone message or on the system channel, not on the event bus; send it "
+         "with: ovphone DEVICE_ROOT set flip open|closed"},
+        // Sent, but nobody got it; alone, the way to reach others is told.
+        {OVEVENTS, {"--bus", bus, "publish", "/test/tools/nobody"}, 1, "nobody listens to "},
+        {OVPHONE, {"--bus", bus, root, "master-clear"}, 1, ""},
+        {OVPHONE, {root, "push"}, 1, "--bus"},
+    };
+    for (const auto& run : runs)
+        EXPECT_TRUE(tooltest::exits(ovtest::runTool(run.tool, run.args), run.code, run.err));
 }
 
 TEST_F(BusToolsTest, TheMonitorEndsWhenTheBusGoes) {

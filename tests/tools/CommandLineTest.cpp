@@ -45,6 +45,9 @@ TEST(CommandLine, HelpListsTheExitStatusesOnStandardOutput) {
             EXPECT_EQ(0, help.exitCode);
             EXPECT_EQ(0u, help.out.find(std::string("usage: ") + tool.name)) << help.out;
             EXPECT_NE(std::string::npos, help.out.find("exit status"));
+            const bool onBus = std::string("ovsettings ovphone ovdemo ovevents").find(tool.name) !=
+                               std::string::npos;
+            EXPECT_EQ(onBus, help.out.find("--bus WHERE") != std::string::npos);
             EXPECT_EQ(std::string::npos, help.out.find("device root:"));
             if (args.size() == 1) {
                 EXPECT_EQ("", help.err);

@@ -118,12 +118,19 @@ TEST_F(Dcpack, ErrorsNameTheFileAndLeaveFilesWhole) {
     const std::string noFolder = mWork.file("no/such/dir/x.dc");
     EXPECT_TRUE(exits(dcpack({"create", noFolder, mWork.file("res")}), 73, noFolder));
 
-    // A folder inside the resources stops the packing; the old index stays as it was.
+    // A full disk, or a folder inside the resources, stops the packing; the old index stays
+    // as it was and no temporary file is left behind.
+    ASSERT_TRUE(ovtest::writeFile(mWork.file("res/more"), std::string(20000, 'm')));
+    ovtest::ToolOptions full;
+    full.fileSizeLimit = 4096;
+    EXPECT_TRUE(exits(create(full), 74, mIndex + ": cannot write"));
     ASSERT_TRUE(fs::create_directory(mWork.file("res/nested")));
     EXPECT_TRUE(exits(create(), 65, mWork.file("res/nested")));
     EXPECT_EQ(good, ovtest::readFile(mIndex));
-    EXPECT_EQ((std::vector<std::string>{"dynport.dc", "res"}), listing(mWork.path()))
-        << "no temporary file is left behind";
+    EXPECT_EQ((std::vector<std::string>{"dynport.dc", "res"}), listing(mWork.path()));
+    full = ovtest::ToolOptions();
+    full.stdoutFile = "/dev/full";
+    EXPECT_TRUE(exits(dcpack({"extract", mIndex, "dc:zeros", "-"}, full), 74));
 
     EXPECT_TRUE(exits(dcpack({"extract", mIndex, "dc:nothing", mOutput.file("nothing")}), 1,
                       "\"nothing\""));
@@ -197,21 +204,6 @@ TEST_F(Dcpack, CreateStaysInItsFolderAndVerifyFlagsNamesThatAreNoFiles) {
     EXPECT_TRUE(exits(verified, 65, "\"../up\": no file name"));
     EXPECT_TRUE(exits(verified, 65, "nnn\": no file name"));
     EXPECT_FALSE(tooltest::contains(verified.err, "icons/ok")) << verified.err;
-}
-
-TEST_F(Dcpack, AFullDiskLeavesTheOldIndexWhole) {
-    ASSERT_EQ(0, create().exitCode);
-    const std::string good = ovtest::readFile(mIndex);
-    ASSERT_TRUE(ovtest::writeFile(mWork.file("res/more"), std::string(20000, 'm')));
-    ovtest::ToolOptions options;
-    options.fileSizeLimit = 4096;
-    EXPECT_TRUE(exits(create(options), 74, mIndex + ": cannot write"));
-    EXPECT_EQ(good, ovtest::readFile(mIndex));
-    EXPECT_EQ((std::vector<std::string>{"dynport.dc", "res"}), listing(mWork.path()));
-
-    options = ovtest::ToolOptions();
-    options.stdoutFile = "/dev/full";
-    EXPECT_TRUE(exits(dcpack({"extract", mIndex, "default-channel-icon.png", "-"}, options), 74));
 }
 
 TEST_F(Dcpack, VerifyTellsEveryProblemTheReaderWouldHide) {

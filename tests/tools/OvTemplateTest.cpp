@@ -31,11 +31,6 @@ protected:
         EXPECT_TRUE(ovtest::writeFile(path, text));
         return path;
     }
-    ovtest::ToolResult check(const std::string& path,
-                             const ovtest::ToolOptions& options = ovtest::ToolOptions()) {
-        return ovtest::runTool(OVTEMPLATE, {"check", path}, options);
-    }
-
     ovtest::TempDir mDir;
 };
 
@@ -43,7 +38,7 @@ protected:
 
 TEST_F(OvTemplate, AcceptedTemplateAndItsTreeWithDecodedValues) {
     std::string path = write("good.xml", GOOD);
-    ovtest::ToolResult run = check(path);
+    ovtest::ToolResult run = ovtest::runTool(OVTEMPLATE, {"check", path});
     EXPECT_EQ(0, run.exitCode);
     EXPECT_EQ(path + ": accepted\n", run.out);
     EXPECT_EQ("", run.err);
@@ -119,28 +114,4 @@ TEST_F(OvTemplate, EveryRefusalNamesTheFileTheLineAndTheReason) {
                          "ovtemplate: cannot read " + locked + ": Permission denied\n"});
     }
     tooltest::expectRuns(OVTEMPLATE, {}, steps);
-}
-
-TEST_F(OvTemplate, AFailedWriteOnStandardOutputExits74) {
-    ovtest::ToolOptions full;
-    full.stdoutFile = "/dev/full";
-    ovtest::ToolOptions closed;
-    closed.closedStdout = true;
-    closed.ignoreSigpipe = true;
-    const std::string cannot = "ovtemplate: cannot write standard output: ";
-    tooltest::expectRuns(
-        OVTEMPLATE, {},
-        {{{"check", write("good.xml", GOOD)}, 74, "", cannot + "No space left on device\n", full},
-         {{"font", "bold 12pt serif"}, 74, "", cannot + "Broken pipe\n", closed}});
-}
-
-TEST_F(OvTemplate, LibraryDiagnosticsOnlyWithVerbose) {
-    std::string path = write("good.xml", GOOD);
-    EXPECT_EQ("", check(path).err);
-    for (const char* option : {"-v", "--verbose"}) {
-        ovtest::ToolResult verbose = ovtest::runTool(OVTEMPLATE, {option, "check", path});
-        EXPECT_EQ(0, verbose.exitCode);
-        EXPECT_TRUE(ovtest::hasDiagnostics(verbose.err)) << option;
-        EXPECT_EQ(path + ": accepted\n", verbose.out);
-    }
 }
