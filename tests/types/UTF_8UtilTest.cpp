@@ -44,7 +44,7 @@ std::string written(const String& text) {
     return out.str();
 }
 
-TEST(LineReader, EndProtocol) {
+TEST(LineReader, EndProtocolAndCodePoints) {
     std::istringstream in("a\nb");
     UTF_8Util::LineReader reader(in);
     bool end = true;
@@ -56,6 +56,15 @@ TEST(LineReader, EndProtocol) {
     EXPECT_TRUE(end);
     EXPECT_EQ(reader.readLine(end), L"");
     EXPECT_TRUE(end);
+
+    // read() gives code points, then -1 for good, as it does on a stream that has failed.
+    std::istringstream text("x\xE2\x82\xAC");
+    UTF_8Util::LineReader points(text);
+    for (int expected : {int('x'), 0x20AC, -1, -1})
+        EXPECT_EQ(points.read(), expected);
+    std::istringstream failed("abc");
+    failed.setstate(std::ios::failbit);
+    EXPECT_EQ(UTF_8Util::LineReader(failed).read(), -1);
 }
 
 // Lines as read whole and a byte at a time, joined by '|'.
@@ -165,19 +174,6 @@ TEST(LineReader, LinesAreTheWholeTextDecodedAndSplit) {
         std::istream in(&chunks);
         EXPECT_EQ(readAll(in), expected) << round;
     }
-}
-
-TEST(LineReader, ReadGivesCodePointsThenMinusOne) {
-    std::istringstream in("x\xE2\x82\xAC");
-    UTF_8Util::LineReader reader(in);
-    EXPECT_EQ(reader.read(), 'x');
-    EXPECT_EQ(reader.read(), 0x20AC);
-    EXPECT_EQ(reader.read(), -1);
-    EXPECT_EQ(reader.read(), -1);
-
-    std::istringstream failed("abc");
-    failed.setstate(std::ios::failbit);
-    EXPECT_EQ(UTF_8Util::LineReader(failed).read(), -1);
 }
 
 TEST(LineWriter, EncodesAndDropsBeyondUnicode) {
