@@ -11,6 +11,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <sstream>
 
 using ovTypes::String;
@@ -36,39 +37,51 @@ struct Feed {
     }
 };
 
+// Objects that outlive their carousel lose its pointers and can be placed again.
 TEST(Carousel, PlacingSetsBackPointersAndTransientMarks) {
     Feed feed;
-    Carousel carousel(feed.container);
-    feed.place(carousel, 3);
-    EXPECT_EQ(&carousel, feed.container->carousel());
+    auto carousel = std::make_unique<Carousel>(feed.container);
+    feed.place(*carousel, 3);
+    EXPECT_EQ(carousel.get(), feed.container->carousel());
     EXPECT_EQ(feed.container.get(), feed.channel->getContainer());
-    EXPECT_EQ(&carousel, feed.channel->carousel());
+    EXPECT_EQ(carousel.get(), feed.channel->carousel());
     EXPECT_EQ(feed.channel.get(), feed.items[1]->getChannel());
-    EXPECT_EQ(&carousel, feed.items[1]->carousel());
+    EXPECT_EQ(carousel.get(), feed.items[1]->carousel());
     // Only what was built from default content is transient.
     EXPECT_FALSE(feed.channel->isTransient());
     EXPECT_TRUE(feed.other->isTransient());
     EXPECT_TRUE(feed.items[0]->isTransient());
     EXPECT_FALSE(feed.items[1]->isTransient());
 
-    ASSERT_EQ(2u, carousel.channelCount());
-    EXPECT_EQ(feed.other, carousel.channelAt(1));
-    ASSERT_EQ(3u, carousel.itemsAt(0).size());
-    EXPECT_EQ(feed.items[2], carousel.itemsAt(0)[2]);
+    ASSERT_EQ(2u, carousel->channelCount());
+    EXPECT_EQ(feed.other, carousel->channelAt(1));
+    ASSERT_EQ(3u, carousel->itemsAt(0).size());
+    EXPECT_EQ(feed.items[2], carousel->itemsAt(0)[2]);
 
     // Refused: a channel twice, an item twice, an item into a channel not placed here.
     PtrRef<Channel> stranger(new Channel("c9"));
     PtrRef<Item> loose(new Item("i9"));
-    EXPECT_FALSE(carousel.addChannel(feed.channel));
-    EXPECT_FALSE(carousel.addChannel(PtrRef<Channel>()));
-    EXPECT_FALSE(carousel.addItem(*feed.other, feed.items[0]));
-    EXPECT_FALSE(carousel.addItem(*stranger, loose));
+    EXPECT_FALSE(carousel->addChannel(feed.channel));
+    EXPECT_FALSE(carousel->addChannel(PtrRef<Channel>()));
+    EXPECT_FALSE(carousel->addItem(*feed.other, feed.items[0]));
+    EXPECT_FALSE(carousel->addItem(*stranger, loose));
     EXPECT_EQ(nullptr, loose->getChannel());
-    EXPECT_EQ(2u, carousel.channelCount());
-    EXPECT_TRUE(carousel.itemsAt(1).empty());
+    EXPECT_EQ(2u, carousel->channelCount());
+    EXPECT_TRUE(carousel->itemsAt(1).empty());
 
     EXPECT_EQ(String(L"World"), feed.items[1]->getText("ctitle"));
     EXPECT_TRUE(feed.channel->getText("ctitle").empty()); // a channel entry has no channel title
+
+    carousel.reset();
+    EXPECT_EQ(nullptr, feed.container->carousel());
+    EXPECT_EQ(nullptr, feed.channel->getContainer());
+    EXPECT_EQ(nullptr, feed.items[0]->getChannel());
+    EXPECT_EQ(nullptr, feed.items[0]->carousel());
+    EXPECT_TRUE(feed.items[0]->getText("item-count").empty());
+    EXPECT_TRUE(feed.items[0]->getText("ctitle").empty());
+    Carousel again(feed.container);
+    EXPECT_TRUE(again.addChannel(feed.channel));
+    EXPECT_TRUE(again.addItem(*feed.channel, feed.items[0]));
 }
 
 TEST(Carousel, ItemCountGivesPlaceAndTotalOrNotPlaced) {
@@ -94,24 +107,6 @@ TEST(Carousel, ItemCountGivesPlaceAndTotalOrNotPlaced) {
     EXPECT_EQ(Carousel::ITEM_NOT_PLACED, position);
     EXPECT_TRUE(loose.getText("item-count").empty());
     loose.setChannel(nullptr);
-}
-
-TEST(Carousel, ObjectsOutlivingTheCarouselLoseItsPointers) {
-    Feed feed;
-    {
-        Carousel carousel(feed.container);
-        feed.place(carousel, 2);
-    }
-    EXPECT_EQ(nullptr, feed.container->carousel());
-    EXPECT_EQ(nullptr, feed.channel->getContainer());
-    EXPECT_EQ(nullptr, feed.items[0]->getChannel());
-    EXPECT_EQ(nullptr, feed.items[0]->carousel());
-    EXPECT_TRUE(feed.items[0]->getText("item-count").empty());
-    EXPECT_TRUE(feed.items[0]->getText("ctitle").empty());
-    // Placed again in a new carousel.
-    Carousel again(feed.container);
-    EXPECT_TRUE(again.addChannel(feed.channel));
-    EXPECT_TRUE(again.addItem(*feed.channel, feed.items[0]));
 }
 
 // The "Couldn't read setting" messages in TEXT, in order.
