@@ -40,17 +40,17 @@ private:
     std::string mOld;
 };
 
+// Whether an ID names default content, and what erasing a protocol (three bytes) leaves.
 TEST(ID, DefaultContentPrefix) {
-    EXPECT_TRUE(ID("dc:logo").isDefaultContentID());
-    EXPECT_TRUE(ID("dc:").isDefaultContentID());
-    EXPECT_FALSE(ID("xdc:logo").isDefaultContentID());
-    EXPECT_FALSE(ID("dc").isDefaultContentID());
-    EXPECT_FALSE(ID("DC:logo").isDefaultContentID());
-
-    EXPECT_EQ(ID("dc:logo").eraseProtocol(), "logo");
-    EXPECT_EQ(ID("abcdef").eraseProtocol(), "def");
-    EXPECT_EQ(ID("ab").eraseProtocol(), "");
-    EXPECT_EQ(ID("abc").eraseProtocol(), "");
+    const std::pair<const char*, bool> prefixes[] = {
+        {"dc:logo", true}, {"dc:", true}, {"xdc:logo", false}, {"dc", false}, {"DC:logo", false},
+    };
+    for (const auto& row : prefixes)
+        EXPECT_EQ(ID(row.first).isDefaultContentID(), row.second) << row.first;
+    const std::pair<const char*, const char*> erased[] = {
+        {"dc:logo", "logo"}, {"abcdef", "def"}, {"ab", ""}, {"abc", ""}};
+    for (const auto& row : erased)
+        EXPECT_EQ(ID(row.first).eraseProtocol(), row.second) << row.first;
 }
 
 TEST(ID, ConversionWithStringIsPerElementNotUtf8) {
