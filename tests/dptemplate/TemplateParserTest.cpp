@@ -223,28 +223,23 @@ TEST(TemplateParser, AfterAnErrorNothingMoreIsBuiltOrRead) {
     EXPECT_EQ(1u, good.getLayoutCount());
 }
 
+// Layout, boxes and template: exactly the deepest stack that is accepted, then one more, which
+// ends the parse without building more than the limit.
 TEST(TemplateParser, DeepNestingIsBadStructure) {
-    // Layout, boxes and template: exactly the deepest stack that is accepted, then one more.
     for (unsigned int boxes : {TemplateParser::MAX_DEPTH - 2, TemplateParser::MAX_DEPTH - 1}) {
         std::string text = "<template><layout>";
         for (unsigned int i = 0; i < boxes; ++i)
             text += "<box>";
         for (unsigned int i = 0; i < boxes; ++i)
             text += "</box>";
+        TemplateParser parser;
         Template target;
-        EXPECT_EQ(boxes + 2 <= TemplateParser::MAX_DEPTH ? 0 : 2,
-                  parseText(text + "</layout></template>", target))
-            << boxes;
+        std::istringstream in(text + "</layout></template>");
+        const bool tooDeep = boxes + 2 > TemplateParser::MAX_DEPTH;
+        EXPECT_EQ(tooDeep ? 2 : 0, parser.parse(in, &target)) << boxes;
+        EXPECT_EQ(tooDeep ? TemplateParser::MAX_DEPTH : boxes + 2,
+                  parser.getCreatedElements().size());
     }
-    // Far deeper documents end the parse just as well, without building more than the limit.
-    std::string text = "<template><layout>";
-    for (int i = 0; i < 200000; ++i)
-        text += "<box>";
-    TemplateParser parser;
-    Template target;
-    std::istringstream in(text);
-    EXPECT_EQ(2, parser.parse(in, &target));
-    EXPECT_EQ(TemplateParser::MAX_DEPTH, parser.getCreatedElements().size());
 }
 
 namespace {
@@ -263,6 +258,8 @@ protected:
 
 } // namespace
 
+// A failure of a callback or of the stream ends the parse with state 2, keeps what was built
+// and leaves no context behind: the parser is still usable.
 TEST(TemplateParser, FailuresOfACallbackOrTheStreamBecomeStateTwo) {
     FailingTemplateParser parser;
     const std::string text = "<template><layout id=\"a\"/><!--x--><layout id=\"b\"/></template>";
@@ -272,19 +269,20 @@ TEST(TemplateParser, FailuresOfACallbackOrTheStreamBecomeStateTwo) {
     EXPECT_EQ(TemplateParser::BAD_STRUCTURE, parser.getErrorState());
     EXPECT_EQ(1u, first.getLayoutCount());
 
-    parser.mFail = false; // the parser is still usable
-    Template second;
-    std::istringstream again(text);
-    EXPECT_EQ(0, parser.parse(again, &second));
-    EXPECT_EQ(2u, second.getLayoutCount());
-    EXPECT_EQ(3u, parser.getCreatedElements().size());
-
     FailingBuffer buffer("<template>\n<layout id=\"a\"/>\n");
     std::istream failing(&buffer);
     failing.exceptions(std::ios::badbit);
+    Template second;
+    EXPECT_EQ(TemplateParser::BAD_STRUCTURE, parser.parse(failing, &second));
+    EXPECT_EQ(1u, second.getLayoutCount());
+    EXPECT_EQ(0, parser.getLineNumber());
+
+    parser.mFail = false;
     Template third;
-    EXPECT_EQ(TemplateParser::BAD_STRUCTURE, parser.parse(failing, &third));
-    EXPECT_EQ(1u, third.getLayoutCount());
+    std::istringstream again(text);
+    EXPECT_EQ(0, parser.parse(again, &third));
+    EXPECT_EQ(2u, third.getLayoutCount());
+    EXPECT_EQ(3u, parser.getCreatedElements().size());
 }
 
 TEST(Component, SpansDefaultToOneUnlessPositiveDigits) {
