@@ -1,7 +1,5 @@
 // The stream form of news objects: the keys each object writes, their defaults, what is and
 // is not read back, and streams that are garbage or cut short.
-#include "ModelTest.h"
-
 #include "model/Channel.h"
 #include "model/Container.h"
 #include "model/Item.h"
@@ -12,12 +10,22 @@
 
 #include <sstream>
 
-using modeltest::loadFrom;
-using modeltest::streamOf;
 using ovTypes::ID;
 using ovTypes::String;
 
 namespace {
+
+// The bytes OBJECT stores.
+std::string streamOf(const Streamable& object) {
+    std::ostringstream out;
+    EXPECT_TRUE(object.store(out));
+    return out.str();
+}
+
+void loadFrom(Streamable& object, const std::string& bytes) {
+    std::istringstream in(bytes);
+    object.load(in);
+}
 
 // The lines of OBJECT's stream that a fresh item does not have.
 std::string changedLines(const Item& item) {
@@ -74,7 +82,7 @@ std::string mapBytesOf(const Streamable& object) {
 
 } // namespace
 
-TEST(StreamForm, DefaultItemIsExactlyItsDefaultKeys) {
+TEST(StreamForm, DefaultItemIsExactlyItsDefaultKeysAndOptionalPartsWhenPresent) {
     Item item("i1");
     EXPECT_EQ("activationDate=-2147483648000\n"
               "currentDisplayCount=0\n"
@@ -95,6 +103,15 @@ TEST(StreamForm, DefaultItemIsExactlyItsDefaultKeys) {
               "visited=false\n",
               streamOf(item));
     EXPECT_EQ(streamOf(item).size(), item.getStreamLength());
+
+    // Optional parts are written only when present, and content maps only with the fields that
+    // are set; an empty map is not written.
+    item.getAttributes();
+    item.excerptContentMap.reset(new NewsObject::ContentMap);
+    EXPECT_EQ("", changedLines(item));
+    item.contentMap.reset(new NewsObject::ContentMap);
+    (*item.contentMap)["image"].contextId = "img-1";
+    EXPECT_EQ("contentMap.image.contextId=img-1\n", changedLines(item));
 }
 
 // Every field read back gives the same stream again, but for the link relation, which is not
@@ -119,18 +136,6 @@ TEST(StreamForm, EveryFieldSurvivesStoreAndLoad) {
           "desc=Caf\xc3\xa9\\, \xe2\x82\xac and more", "template=tpl-1", "link.rel=2",
           "attrs.source=wire", "visited=true", "displayInExcerpt=false"})
         EXPECT_NE(std::string::npos, ("\n" + stored).find("\n" + std::string(line) + "\n")) << line;
-}
-
-// Optional parts are written only when present, and content maps only with the fields that are
-// set; an empty map is not written.
-TEST(StreamForm, OptionalPartsAreWrittenOnlyWhenPresent) {
-    Item item("i1");
-    item.getAttributes();
-    item.excerptContentMap.reset(new NewsObject::ContentMap);
-    EXPECT_EQ("", changedLines(item));
-    item.contentMap.reset(new NewsObject::ContentMap);
-    (*item.contentMap)["image"].contextId = "img-1";
-    EXPECT_EQ("contentMap.image.contextId=img-1\n", changedLines(item));
 }
 
 // What a stream gives once loaded, as the lines the object then writes beyond the defaults.
@@ -227,9 +232,6 @@ TEST(StreamForm, GarbageAndCutStreamsGiveTheDefaults) {
     Channel garbageChannel("c1");
     loadFrom(garbageChannel, bytes);
     EXPECT_EQ(streamOf(Channel("c1")), streamOf(garbageChannel));
-    Container garbageContainer("news");
-    loadFrom(garbageContainer, bytes);
-    EXPECT_TRUE(garbageContainer.channelIDs.empty());
 
     // A used object loaded from nothing is back at every default.
     Item used("i1");
@@ -239,7 +241,7 @@ TEST(StreamForm, GarbageAndCutStreamsGiveTheDefaults) {
     EXPECT_EQ(defaults, streamOf(used));
     EXPECT_TRUE(used.isTransient()); // set by the carousel, not by the stream
 
-    // Cut anywhere, a stream loads without harm; cut after "desc" the later keys default.
+    // Cut anywhere, a stream loads without harm.
     Item full("i1");
     fill(full);
     const std::string stored = streamOf(full);
@@ -247,10 +249,6 @@ TEST(StreamForm, GarbageAndCutStreamsGiveTheDefaults) {
         Item cut("i1");
         loadFrom(cut, stored.substr(0, length));
     }
-    Item cut("i1");
-    const std::string head = stored.substr(0, stored.find("\ndisplayCountLimit=") + 1);
-    loadFrom(cut, head);
-    EXPECT_EQ(head, changedLines(cut));
 }
 
 TEST(ObjectTexts, PrintedFormPriorityAndClampingSetters) {
