@@ -13,6 +13,7 @@
 
 #include <memory>
 #include <sstream>
+#include <utility>
 
 using ovTypes::String;
 using ::testing::HasSubstr;
@@ -88,23 +89,19 @@ TEST(Carousel, ItemCountGivesPlaceAndTotalOrNotPlaced) {
     Feed feed;
     Carousel carousel(feed.container);
     feed.place(carousel, 7);
-    int position = 99, total = 99;
-    carousel.itemCount(*feed.items[2], position, total);
-    EXPECT_EQ(3, position);
-    EXPECT_EQ(7, total);
-    carousel.itemCount(*feed.channel, position, total);
-    EXPECT_EQ(0, position);
-    EXPECT_EQ(7, total);
-    carousel.itemCount(*feed.other, position, total);
-    EXPECT_EQ(0, position);
-    EXPECT_EQ(0, total);
+    auto count = [&carousel](const NewsObject& object) {
+        int position = 99, total = 99;
+        carousel.itemCount(object, position, total);
+        return std::make_pair(position, total);
+    };
+    EXPECT_EQ(std::make_pair(3, 7), count(*feed.items[2]));
+    EXPECT_EQ(std::make_pair(0, 7), count(*feed.channel));
+    EXPECT_EQ(std::make_pair(0, 0), count(*feed.other));
 
     Item loose("i9");
-    carousel.itemCount(loose, position, total);
-    EXPECT_EQ(Carousel::NOT_PLACED, position);
+    EXPECT_EQ(Carousel::NOT_PLACED, count(loose).first);
     loose.setChannel(feed.channel.get()); // claims a placed channel but is not among its items
-    carousel.itemCount(loose, position, total);
-    EXPECT_EQ(Carousel::ITEM_NOT_PLACED, position);
+    EXPECT_EQ(Carousel::ITEM_NOT_PLACED, count(loose).first);
     EXPECT_TRUE(loose.getText("item-count").empty());
     loose.setChannel(nullptr);
 }

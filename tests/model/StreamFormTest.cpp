@@ -180,7 +180,6 @@ TEST(StreamForm, ChannelsAndContainersListTheirChildrenInFeedOrder) {
     loaded.itemIDs = {"stale"};
     loadFrom(loaded, streamOf(channel));
     EXPECT_EQ((std::vector<ID>{"i3", "i1", "i2,x"}), loaded.itemIDs);
-    EXPECT_TRUE(loaded.itemTemplateID.empty());
 
     // An empty list reads back empty, not as one empty identity.
     channel.itemIDs.clear();
