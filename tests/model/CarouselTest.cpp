@@ -158,7 +158,6 @@ TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     }
 
     Item item("i1");
-    EXPECT_TRUE(item.isShowExcerpt());
     EXPECT_EQ(!row.excerptBypass, item.isExcerptLaunchable());
     item.setShowExcerpt(false);
     EXPECT_FALSE(item.isExcerptLaunchable());

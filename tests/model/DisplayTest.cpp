@@ -147,7 +147,18 @@ TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
     EXPECT_EQ("dc:default-channel-icon.png", NewsObject::DEFAULT_CHANNEL_ICON.contextId);
     EXPECT_EQ(nullptr, channel.getImageContent("imageSmall")); // the icon stands for "image" only
+    // Unset, the entry type follows the texts: image-only when there are none. isImageOnly
+    // reads the field itself, and an image-only channel has no icon.
+    channel.entryType.clear();
+    EXPECT_EQ("csio", channel.getEntryType());
+    EXPECT_FALSE(channel.isImageOnly());
+    channel.description = L"d";
+    EXPECT_EQ("cs", channel.getEntryType());
+    channel.title = L"t";
+    channel.description.clear();
+    EXPECT_EQ("cs", channel.getEntryType());
     channel.entryType = "csio";
+    EXPECT_TRUE(channel.isImageOnly());
     EXPECT_EQ(nullptr, channel.getImageContent("image"));
     channel.entryType = "cs";
 
@@ -281,21 +292,6 @@ TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
     Channel back("c1");
     ASSERT_EQ(0, NR_ContentCache::getInstance()->get("c1", back));
     EXPECT_TRUE(back.isVisited());
-}
-
-TEST(ImageOnlyChannel, EntryTypeFollowsTheTextsWhenUnset) {
-    Channel channel("c1");
-    channel.entryType.clear();
-    EXPECT_EQ("csio", channel.getEntryType());
-    EXPECT_FALSE(channel.isImageOnly()); // isImageOnly reads the field itself
-    channel.description = L"d";
-    EXPECT_EQ("cs", channel.getEntryType());
-    channel.title = L"t";
-    channel.description.clear();
-    EXPECT_EQ("cs", channel.getEntryType());
-    channel.entryType = "csio";
-    EXPECT_EQ("csio", channel.getEntryType());
-    EXPECT_TRUE(channel.isImageOnly());
 }
 
 } // namespace

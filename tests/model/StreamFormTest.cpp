@@ -210,13 +210,13 @@ TEST(StreamForm, ALineFeedInATextCannotAddAKey) {
     channel.getAttributes().putString("k\nitemids", L"evil");
     channel.itemIDs = {"i1\nitemids=i9"};
 
+    // Each line feed is stored as a space: what was stored reads back as itself, with no key
+    // added (visited, priority, item IDs).
     Channel loaded("c1");
     loadFrom(loaded, streamOf(channel));
-    EXPECT_FALSE(loaded.isVisited());
-    EXPECT_EQ(1000, loaded.priority);
     EXPECT_EQ(String(L"News visited=true"), loaded.title);
-    EXPECT_EQ((std::vector<ID>{"i1 itemids=i9"}), loaded.itemIDs);
     EXPECT_EQ(String(L"evil"), loaded.getStringAttribute("k itemids"));
+    EXPECT_EQ(streamOf(channel), streamOf(loaded));
 }
 
 TEST(StreamForm, GarbageAndCutStreamsGiveTheDefaults) {
@@ -259,13 +259,12 @@ TEST(ObjectTexts, PrintedFormPriorityAndClampingSetters) {
     EXPECT_EQ(INT32_MIN, item.expirationDate);
     item.title = L"Headline";
     item.description = L"Body";
-    std::ostringstream printed;
-    printed << item;
-    EXPECT_EQ("Item NewsObject id=i1\ntitle = Headline\ndescr = Body\n", printed.str());
     Channel channel("c1");
-    std::ostringstream printedChannel;
-    printedChannel << channel;
-    EXPECT_EQ("Channel NewsObject id=c1\ntitle = \ndescr = \n", printedChannel.str());
+    std::ostringstream printed;
+    printed << item << channel;
+    EXPECT_EQ("Item NewsObject id=i1\ntitle = Headline\ndescr = Body\n"
+              "Channel NewsObject id=c1\ntitle = \ndescr = \n",
+              printed.str());
     EXPECT_EQ("i1", item.toString());
 
     EXPECT_FALSE(item.isHighPriority());
