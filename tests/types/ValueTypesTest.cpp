@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstdlib>
 #include <ctime>
+#include <optional>
 #include <sstream>
 #include <vector>
 
@@ -20,24 +21,21 @@ namespace {
 class ZoneGuard {
 public:
     explicit ZoneGuard(const char* zone) {
-        const char* old = std::getenv("TZ");
-        mHadZone = old != nullptr;
-        if (old)
+        if (const char* old = std::getenv("TZ"))
             mOld = old;
         setenv("TZ", zone, 1);
         tzset();
     }
     ~ZoneGuard() {
-        if (mHadZone)
-            setenv("TZ", mOld.c_str(), 1);
+        if (mOld)
+            setenv("TZ", mOld->c_str(), 1);
         else
             unsetenv("TZ");
         tzset();
     }
 
 private:
-    bool mHadZone;
-    std::string mOld;
+    std::optional<std::string> mOld;
 };
 
 // Whether an ID names default content, and what erasing a protocol (three bytes) leaves.
