@@ -142,35 +142,31 @@ TEST(CSSFont, ParseAndDecode) {
     EXPECT_FALSE(font.isUnderlined());
 }
 
+// Calls nextToken ('t') or nextElement ('e') as CALLS says; what they give, each followed by '|'.
+std::string walk(TokenEnumeration& tokens, const char* calls) {
+    std::string out;
+    for (const char* call = calls; *call; ++call)
+        out += (*call == 't' ? tokens.nextToken() : tokens.nextElement()) + "|";
+    return out;
+}
+
 TEST(TokenEnumeration, TokensElementsAndQuotes) {
+    // Separators are tokens of their own; an unclosed quote runs to the end of the text.
     TokenEnumeration tokens(" a,\t'b c'/d \"e", " \t\n,/");
     tokens.setQuotes("'\"");
-    EXPECT_EQ("'\"", tokens.getQuotes());
-    ASSERT_TRUE(tokens.hasMoreTokens());
-    EXPECT_EQ("a", tokens.nextToken());
-    EXPECT_EQ(",", tokens.nextToken());
-    EXPECT_EQ("b c", tokens.nextToken());
-    EXPECT_EQ("/", tokens.nextToken());
-    EXPECT_TRUE(tokens.hasMoreElements());
-    EXPECT_EQ("d", tokens.nextElement());
-    // An unclosed quote runs to the end of the text.
-    EXPECT_TRUE(tokens.hasMoreTokens());
-    EXPECT_EQ("e", tokens.nextToken());
+    EXPECT_EQ("a|,|b c|/|d|e||", walk(tokens, "ttttete"));
     EXPECT_FALSE(tokens.hasMoreTokens());
     EXPECT_FALSE(tokens.hasMoreElements());
-    EXPECT_EQ("", tokens.nextElement());
 
     // White space that is not a separator is skipped only before tokens.
     TokenEnumeration elements("\r x,y", ",");
-    EXPECT_EQ("\r x", elements.nextElement());
-    EXPECT_EQ("y", elements.nextElement());
+    EXPECT_EQ("\r x|y|", walk(elements, "ee"));
     TokenEnumeration again("\r x,y", ",");
-    EXPECT_EQ("x", again.nextToken());
+    EXPECT_EQ("x|", walk(again, "t"));
     EXPECT_TRUE(again.isSeparator(','));
     EXPECT_FALSE(again.isSeparator(' '));
 
     // Without quote characters a quote is an ordinary character.
     TokenEnumeration plain("'a b'");
-    EXPECT_EQ("'a", plain.nextToken());
-    EXPECT_EQ("b'", plain.nextElement());
+    EXPECT_EQ("'a|b'|", walk(plain, "te"));
 }

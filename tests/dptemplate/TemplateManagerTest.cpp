@@ -101,22 +101,7 @@ protected:
     TemplateManager mManager;
 };
 
-TEST_F(TemplateFromStore, AStoredTemplateIsParsedOnceAndKept) {
-    std::string path = put("tpl", kGood);
-    PtrRef<Template> first = mManager.get("tpl");
-    ASSERT_TRUE(first != nullptr);
-    EXPECT_EQ(1u, mManager.size());
-    // Kept: the same object again, even once the resource is gone.
-    ASSERT_EQ(0, std::remove(path.c_str()));
-    EXPECT_TRUE(mManager.get("tpl") == first);
-    EXPECT_TRUE(mManager.find("tpl") == first);
-
-    EXPECT_TRUE(mManager.get("absent") == nullptr);
-    EXPECT_TRUE(mManager.get("") == nullptr);
-    EXPECT_EQ(1u, mManager.size());
-}
-
-TEST_F(TemplateFromStore, ARefusedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
+TEST_F(TemplateFromStore, AStoredTemplateIsParsedOnceAndARefusedOneAgainWhenItsFileChanges) {
     put("tpl", kBad);
     EXPECT_TRUE(mManager.get("tpl") == nullptr);
     put("tpl", "<template/>"); // a new download, refused for holding no layout
@@ -137,10 +122,18 @@ TEST_F(TemplateFromStore, ARefusedTemplateIsParsedAgainOnlyWhenItsFileChanges) {
     ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
     EXPECT_TRUE(mManager.get("tpl") == nullptr);
 
-    // Touched, it is another file as far as the manager can tell: parsed and kept.
+    // Touched, it is another file as far as the manager can tell: parsed and kept, the same
+    // object again even once the resource is gone.
     times[1].tv_nsec = (times[1].tv_nsec + 1) % 1000000000;
     ASSERT_EQ(0, utimensat(AT_FDCWD, path.c_str(), times, 0));
-    EXPECT_TRUE(mManager.get("tpl") != nullptr);
+    PtrRef<Template> first = mManager.get("tpl");
+    ASSERT_TRUE(first != nullptr);
+    ASSERT_EQ(0, std::remove(path.c_str()));
+    EXPECT_TRUE(mManager.get("tpl") == first);
+    EXPECT_TRUE(mManager.find("tpl") == first);
+    EXPECT_TRUE(mManager.get("absent") == nullptr);
+    EXPECT_TRUE(mManager.get("") == nullptr);
+    EXPECT_EQ(1u, mManager.size());
 }
 
 // Templates named "dc:" come from default content, never from the cache.
@@ -148,22 +141,7 @@ TEST_F(TemplateFromStore, ADefaultTemplateIsReadFromTheIndexAndKept) {
     put("dc:default-template.xml", kGood);
     EXPECT_TRUE(mManager.get("dc:default-template.xml") == nullptr);
 
-    ASSERT_TRUE(ovtest::writeFile(mFolder + "/dynport.dc",
-                                  dctest::index({{"default-template.xml", kGood}})));
-    NR_DefaultContentMgr::dispose();
-    PtrRef<Template> first = mManager.get("dc:default-template.xml");
-    ASSERT_TRUE(first != nullptr);
-    EXPECT_EQ("item", first->getLayout(0)->getId());
-    EXPECT_EQ(1u, mManager.size());
-    // Kept: gone from the device, it is still the same template.
-    ASSERT_TRUE(ovtest::writeFile(mFolder + "/dynport.dc", dctest::index({})));
-    NR_DefaultContentMgr::dispose();
-    EXPECT_TRUE(mManager.get("dc:default-template.xml") == first);
-    EXPECT_TRUE(mManager.get("dc:other.xml") == nullptr);
-}
-
-TEST_F(TemplateFromStore, AnUnusableDefaultTemplateGivesNoneUntilItsBytesChange) {
-    // A plain file of the default-content folder: its bytes are read at every look-up.
+    // An unusable plain file of the default-content folder gives none until its bytes change.
     const std::string file = mFolder + "/plain.xml";
     ASSERT_TRUE(ovtest::writeFile(file, kBad));
     EXPECT_TRUE(mManager.get("dc:plain.xml") == nullptr);
@@ -171,6 +149,19 @@ TEST_F(TemplateFromStore, AnUnusableDefaultTemplateGivesNoneUntilItsBytesChange)
     EXPECT_EQ(0u, mManager.size());
     ASSERT_TRUE(ovtest::writeFile(file, kGood));
     EXPECT_TRUE(mManager.get("dc:plain.xml") != nullptr);
+
+    ASSERT_TRUE(ovtest::writeFile(mFolder + "/dynport.dc",
+                                  dctest::index({{"default-template.xml", kGood}})));
+    NR_DefaultContentMgr::dispose();
+    PtrRef<Template> first = mManager.get("dc:default-template.xml");
+    ASSERT_TRUE(first != nullptr);
+    EXPECT_EQ("item", first->getLayout(0)->getId());
+    EXPECT_EQ(2u, mManager.size());
+    // Kept: gone from the device, it is still the same template.
+    ASSERT_TRUE(ovtest::writeFile(mFolder + "/dynport.dc", dctest::index({})));
+    NR_DefaultContentMgr::dispose();
+    EXPECT_TRUE(mManager.get("dc:default-template.xml") == first);
+    EXPECT_TRUE(mManager.get("dc:other.xml") == nullptr);
 }
 
 } // namespace

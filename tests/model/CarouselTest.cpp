@@ -11,7 +11,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <sstream>
+#include <utility>
 
 using ovTypes::String;
 using ::testing::HasSubstr;
@@ -36,82 +38,72 @@ struct Feed {
     }
 };
 
+// Objects that outlive their carousel lose its pointers and can be placed again.
 TEST(Carousel, PlacingSetsBackPointersAndTransientMarks) {
     Feed feed;
-    Carousel carousel(feed.container);
-    feed.place(carousel, 3);
-    EXPECT_EQ(&carousel, feed.container->carousel());
+    auto carousel = std::make_unique<Carousel>(feed.container);
+    feed.place(*carousel, 3);
+    EXPECT_EQ(carousel.get(), feed.container->carousel());
     EXPECT_EQ(feed.container.get(), feed.channel->getContainer());
-    EXPECT_EQ(&carousel, feed.channel->carousel());
+    EXPECT_EQ(carousel.get(), feed.channel->carousel());
     EXPECT_EQ(feed.channel.get(), feed.items[1]->getChannel());
-    EXPECT_EQ(&carousel, feed.items[1]->carousel());
+    EXPECT_EQ(carousel.get(), feed.items[1]->carousel());
     // Only what was built from default content is transient.
     EXPECT_FALSE(feed.channel->isTransient());
     EXPECT_TRUE(feed.other->isTransient());
     EXPECT_TRUE(feed.items[0]->isTransient());
     EXPECT_FALSE(feed.items[1]->isTransient());
 
-    ASSERT_EQ(2u, carousel.channelCount());
-    EXPECT_EQ(feed.other, carousel.channelAt(1));
-    ASSERT_EQ(3u, carousel.itemsAt(0).size());
-    EXPECT_EQ(feed.items[2], carousel.itemsAt(0)[2]);
+    ASSERT_EQ(2u, carousel->channelCount());
+    EXPECT_EQ(feed.other, carousel->channelAt(1));
+    ASSERT_EQ(3u, carousel->itemsAt(0).size());
+    EXPECT_EQ(feed.items[2], carousel->itemsAt(0)[2]);
 
     // Refused: a channel twice, an item twice, an item into a channel not placed here.
     PtrRef<Channel> stranger(new Channel("c9"));
     PtrRef<Item> loose(new Item("i9"));
-    EXPECT_FALSE(carousel.addChannel(feed.channel));
-    EXPECT_FALSE(carousel.addChannel(PtrRef<Channel>()));
-    EXPECT_FALSE(carousel.addItem(*feed.other, feed.items[0]));
-    EXPECT_FALSE(carousel.addItem(*stranger, loose));
+    EXPECT_FALSE(carousel->addChannel(feed.channel));
+    EXPECT_FALSE(carousel->addChannel(PtrRef<Channel>()));
+    EXPECT_FALSE(carousel->addItem(*feed.other, feed.items[0]));
+    EXPECT_FALSE(carousel->addItem(*stranger, loose));
     EXPECT_EQ(nullptr, loose->getChannel());
-    EXPECT_EQ(2u, carousel.channelCount());
-    EXPECT_TRUE(carousel.itemsAt(1).empty());
+    EXPECT_EQ(2u, carousel->channelCount());
+    EXPECT_TRUE(carousel->itemsAt(1).empty());
 
     EXPECT_EQ(String(L"World"), feed.items[1]->getText("ctitle"));
     EXPECT_TRUE(feed.channel->getText("ctitle").empty()); // a channel entry has no channel title
-}
 
-TEST(Carousel, ItemCountGivesPlaceAndTotalOrNotPlaced) {
-    Feed feed;
-    Carousel carousel(feed.container);
-    feed.place(carousel, 7);
-    int position = 99, total = 99;
-    carousel.itemCount(*feed.items[2], position, total);
-    EXPECT_EQ(3, position);
-    EXPECT_EQ(7, total);
-    carousel.itemCount(*feed.channel, position, total);
-    EXPECT_EQ(0, position);
-    EXPECT_EQ(7, total);
-    carousel.itemCount(*feed.other, position, total);
-    EXPECT_EQ(0, position);
-    EXPECT_EQ(0, total);
-
-    Item loose("i9");
-    carousel.itemCount(loose, position, total);
-    EXPECT_EQ(Carousel::NOT_PLACED, position);
-    loose.setChannel(feed.channel.get()); // claims a placed channel but is not among its items
-    carousel.itemCount(loose, position, total);
-    EXPECT_EQ(Carousel::ITEM_NOT_PLACED, position);
-    EXPECT_TRUE(loose.getText("item-count").empty());
-    loose.setChannel(nullptr);
-}
-
-TEST(Carousel, ObjectsOutlivingTheCarouselLoseItsPointers) {
-    Feed feed;
-    {
-        Carousel carousel(feed.container);
-        feed.place(carousel, 2);
-    }
+    carousel.reset();
     EXPECT_EQ(nullptr, feed.container->carousel());
     EXPECT_EQ(nullptr, feed.channel->getContainer());
     EXPECT_EQ(nullptr, feed.items[0]->getChannel());
     EXPECT_EQ(nullptr, feed.items[0]->carousel());
     EXPECT_TRUE(feed.items[0]->getText("item-count").empty());
     EXPECT_TRUE(feed.items[0]->getText("ctitle").empty());
-    // Placed again in a new carousel.
     Carousel again(feed.container);
     EXPECT_TRUE(again.addChannel(feed.channel));
     EXPECT_TRUE(again.addItem(*feed.channel, feed.items[0]));
+}
+
+TEST(Carousel, ItemCountGivesPlaceAndTotalOrNotPlaced) {
+    Feed feed;
+    Carousel carousel(feed.container);
+    feed.place(carousel, 7);
+    auto count = [&carousel](const NewsObject& object) {
+        int position = 99, total = 99;
+        carousel.itemCount(object, position, total);
+        return std::make_pair(position, total);
+    };
+    EXPECT_EQ(std::make_pair(3, 7), count(*feed.items[2]));
+    EXPECT_EQ(std::make_pair(0, 7), count(*feed.channel));
+    EXPECT_EQ(std::make_pair(0, 0), count(*feed.other));
+
+    Item loose("i9");
+    EXPECT_EQ(Carousel::NOT_PLACED, count(loose).first);
+    loose.setChannel(feed.channel.get()); // claims a placed channel but is not among its items
+    EXPECT_EQ(Carousel::ITEM_NOT_PLACED, count(loose).first);
+    EXPECT_TRUE(loose.getText("item-count").empty());
+    loose.setChannel(nullptr);
 }
 
 // The "Couldn't read setting" messages in TEXT, in order.
@@ -166,7 +158,6 @@ TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     }
 
     Item item("i1");
-    EXPECT_TRUE(item.isShowExcerpt());
     EXPECT_EQ(!row.excerptBypass, item.isExcerptLaunchable());
     item.setShowExcerpt(false);
     EXPECT_FALSE(item.isExcerptLaunchable());

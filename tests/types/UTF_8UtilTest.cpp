@@ -44,7 +44,7 @@ std::string written(const String& text) {
     return out.str();
 }
 
-TEST(LineReader, EndProtocol) {
+TEST(LineReader, EndProtocolAndCodePoints) {
     std::istringstream in("a\nb");
     UTF_8Util::LineReader reader(in);
     bool end = true;
@@ -56,6 +56,15 @@ TEST(LineReader, EndProtocol) {
     EXPECT_TRUE(end);
     EXPECT_EQ(reader.readLine(end), L"");
     EXPECT_TRUE(end);
+
+    // read() gives code points, then -1 for good, as it does on a stream that has failed.
+    std::istringstream text("x\xE2\x82\xAC");
+    UTF_8Util::LineReader points(text);
+    for (int expected : {int('x'), 0x20AC, -1, -1})
+        EXPECT_EQ(points.read(), expected);
+    std::istringstream failed("abc");
+    failed.setstate(std::ios::failbit);
+    EXPECT_EQ(UTF_8Util::LineReader(failed).read(), -1);
 }
 
 // Lines as read whole and a byte at a time, joined by '|'.
@@ -167,32 +176,11 @@ TEST(LineReader, LinesAreTheWholeTextDecodedAndSplit) {
     }
 }
 
-TEST(LineReader, ReadGivesCodePointsThenMinusOne) {
-    std::istringstream in("x\xE2\x82\xAC");
-    UTF_8Util::LineReader reader(in);
-    EXPECT_EQ(reader.read(), 'x');
-    EXPECT_EQ(reader.read(), 0x20AC);
-    EXPECT_EQ(reader.read(), -1);
-    EXPECT_EQ(reader.read(), -1);
-
-    std::istringstream failed("abc");
-    failed.setstate(std::ios::failbit);
-    EXPECT_EQ(UTF_8Util::LineReader(failed).read(), -1);
-}
-
 TEST(LineWriter, EncodesAndDropsBeyondUnicode) {
-    EXPECT_EQ(written(L"\u20AC"), "\xE2\x82\xAC");
     EXPECT_EQ(written(std::wstring(1, static_cast<wchar_t>(0x110000))), "");
     EXPECT_EQ(written(std::wstring(1, static_cast<wchar_t>(-1))), "");
     EXPECT_EQ(written(L"a\u007F\u0080\u07FF\u0800\uFFFF\U00010000\U0010FFFF"),
               "a\x7F\xC2\x80\xDF\xBF\xE0\xA0\x80\xEF\xBF\xBF\xF0\x90\x80\x80\xF4\x8F\xBF\xBF");
-
-    std::ostringstream out;
-    std::unique_ptr<UTF_8Util::LineWriter> writer = UTF_8Util::getWriter(out);
-    writer->write(L'\u00E9');
-    writer->writeLine();
-    writer->flush();
-    EXPECT_EQ(out.str(), "\xC3\xA9\n");
 }
 
 TEST(LineWriter, LongTextRoundTripsThroughTheReader) {
@@ -201,12 +189,15 @@ TEST(LineWriter, LongTextRoundTripsThroughTheReader) {
     for (int i = 0; i < 3000; ++i)
         text += (i % 3 == 0) ? L'\u4E2D' : (i % 3 == 1 ? L'a' : L'\U0001F600');
     std::stringstream io;
-    UTF_8Util::LineWriter writer(io);
-    writer.write(text);
-    writer.writeLine();
+    std::unique_ptr<UTF_8Util::LineWriter> writer = UTF_8Util::getWriter(io);
+    writer->write(text);
+    writer->write(L'\u00E9');
+    writer->writeLine();
+    writer->flush();
+    EXPECT_EQ("\xC3\xA9\n", io.str().substr(io.str().size() - 3));
     std::unique_ptr<UTF_8Util::LineReader> reader = UTF_8Util::getReader(io);
     bool end = false;
-    EXPECT_EQ(reader->readLine(end), text);
+    EXPECT_EQ(reader->readLine(end), text + L'\u00E9');
     EXPECT_FALSE(end);
 }
 
