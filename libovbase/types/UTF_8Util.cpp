@@ -62,6 +62,54 @@ int plainBefore(uint64_t stop) {
 #endif
 }
 
+// Widens eight bytes to eight code points; the pointers never overlap, which lets the
+// compiler use vector moves.
+void widen8(wchar_t* __restrict out, const unsigned char* __restrict in) {
+    for (int i = 0; i < 8; ++i)
+        out[i] = static_cast<wchar_t>(in[i]);
+}
+
+// The eight bytes at P with the first in the low bits.
+uint64_t load64(const unsigned char* p) {
+    uint64_t w;
+    std::memcpy(&w, p, sizeof w);
+#if __BYTE_ORDER__ == __ORDER_BIG_ENDIAN__
+    w = __builtin_bswap64(w);
+#endif
+    return w;
+}
+
+// Decodes four two-byte units from the eight bytes at IN to OUT, when that is what they are
+// and none is an overlong form of a plain ASCII character (those need the checks for line
+// ends). Returns false, having written nothing, otherwise.
+bool decodeFourPairs(const unsigned char* in, wchar_t* out) {
+    const uint64_t w = load64(in);
+    if ((w & 0xC0E0C0E0C0E0C0E0u) != 0x80C080C080C080C0u)
+        return false;
+    // A lead byte gives 0x80 or above when one of its bits 1-4 is set.
+    const uint64_t kTop = 0x8000800080008000u;
+    if ((((w & 0x001E001E001E001Eu) + 0x7FFF7FFF7FFF7FFFu) & kTop) != kTop)
+        return false;
+    const uint64_t cp = (w & 0x001F001F001F001Fu) << 6 | (w >> 8 & 0x003F003F003F003Fu);
+    for (int i = 0; i < 4; ++i)
+        out[i] = static_cast<wchar_t>(cp >> (16 * i) & 0xFFFF);
+    return true;
+}
+
+// The same for two three-byte units in the six bytes at IN (eight readable).
+bool decodeTwoTriples(const unsigned char* in, wchar_t* out) {
+    const uint64_t w = load64(in);
+    if ((w & 0xC0C0F0C0C0F0u) != 0x8080E08080E0u)
+        return false;
+    const uint32_t first = (w & 0x0F) << 12 | (w >> 2 & 0xFC0) | (w >> 16 & 0x3F);
+    const uint32_t second = (w >> 12 & 0xF000) | (w >> 26 & 0xFC0) | (w >> 40 & 0x3F);
+    if (first < 0x80 || second < 0x80)
+        return false;
+    out[0] = static_cast<wchar_t>(first);
+    out[1] = static_cast<wchar_t>(second);
+    return true;
+}
+
 // Decodes the whole units of [P, FEED) to OUT, carriage returns dropped, as read() would
 // give them. FEED is a line feed byte or TO, the end of the buffered bytes; a unit that
 // reaches TO is left at P for read(). Returns true when an overlong line feed ends the line,
@@ -72,18 +120,23 @@ bool decodeLine(const unsigned char*& p, const unsigned char* feed, const unsign
     wchar_t* o = out;
     bool overlongFeed = false;
     while (in < feed) {
-        if (feed - in >= 8) {
-            // Plain ASCII eight bytes at a time. All eight are widened even when fewer are
-            // plain: OUT has room for them, and what lies beyond is overwritten or cut.
+        // Plain ASCII eight bytes at a time. All eight are widened even when fewer are plain:
+        // OUT has room for them, and what lies beyond is overwritten or cut. A whole plain word
+        // moves on by a constant, so the next load need not wait for this one's count.
+        while (feed - in >= 8) {
             uint64_t stop = stopBytes(in);
-            for (int i = 0; i < 8; ++i)
-                o[i] = static_cast<wchar_t>(in[i]);
-            int plain = stop == 0 ? 8 : plainBefore(stop);
-            in += plain;
-            o += plain;
-            if (plain == 8)
-                continue;
+            widen8(o, in);
+            if (stop != 0) {
+                int plain = plainBefore(stop);
+                in += plain;
+                o += plain;
+                break;
+            }
+            in += 8;
+            o += 8;
         }
+        if (in == feed)
+            break;
         uint32_t cp = *in;
         if (cp < 0x80) {
             if (cp != '\r')
@@ -94,6 +147,16 @@ bool decodeLine(const unsigned char*& p, const unsigned char* feed, const unsign
         // A run of multi-byte units: two- and three-byte sequences inline, anything else
         // through the shared decoder.
         do {
+            if (feed - in >= 8 && decodeFourPairs(in, o)) {
+                in += 8;
+                o += 4;
+                continue;
+            }
+            if (feed - in >= 8 && decodeTwoTriples(in, o)) {
+                in += 6;
+                o += 2;
+                continue;
+            }
             if ((cp & 0xE0) == 0xC0 && feed - in > 1 && in[1] >= 0x80) {
                 cp = ((cp & 0x1F) << 6) | (in[1] & 0x3Fu);
                 in += 2;
