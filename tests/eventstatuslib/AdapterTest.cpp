@@ -221,7 +221,9 @@ TEST_F(AdapterTest, PhoneClientSignalsBecomeStatusEvents) {
 
 TEST_F(AdapterTest, WireFormCarriesTheValueAndProperties) {
     OV_Event event("/t/wire");
+    EXPECT_TRUE(event.mPropMap == nullptr); // made on the first property
     event.mValue = -42;
+    event.setProperty("key49", "overwritten");
     for (int i = 0; i < 2000; ++i)
         event.setProperty("key" + std::to_string(i), std::string(i % 50, 'x'));
     ES_Event wire;
@@ -249,17 +251,20 @@ TEST_F(AdapterTest, WireFormCarriesTheValueAndProperties) {
     EXPECT_TRUE(clashBack.mPropMap == nullptr);
 }
 
-TEST_F(AdapterTest, PushEventsAreRenamedWithADefaultContentType) {
+// Subscribing the push topic listens on both bus topics of a push.
+TEST_F(AdapterTest, PushEventsFromTheBusAreRenamedWithADefaultContentType) {
     ovtest::StderrCapture capture;
     Adapter adapter(&mCallback);
+    adapter.subscribe(Adapter::EVENT_SMS_PUSH);
+    adapter.subscribe("/t/not-a-push");
     ES_Event plain(Adapter::PUSH_TOPIC_ORVEL);
-    adapter.handleEvent(plain);
     ES_Event typed(Adapter::PUSH_TOPIC_DCD);
     typed.setProperty("Content-Type", "text/plain");
-    adapter.handleEvent(typed);
     ES_Event other("/t/not-a-push");
     other.setProperty("__OV_Event__mValue", "12");
-    adapter.handleEvent(other);
+    for (const ES_Event* event : {&plain, &typed, &other})
+        ASSERT_EQ(ES_EventPublisher::publish(*event), ES_OK);
+    ASSERT_TRUE(mCallback.waitFor(3));
     EXPECT_EQ(mCallback.events(),
               (std::vector<std::string>{"sms_push=0 application/vnd.kestrix.orvel+xml",
                                         "sms_push=0 text/plain", "/t/not-a-push=12"}));
@@ -365,7 +370,7 @@ TEST_F(AdapterTest, StatusGettersFollowThePhone) {
     EXPECT_EQ(adapter.getSlideClosedSetting(slide), 1);
 }
 
-TEST_F(AdapterTest, SimAndTextGetters) {
+TEST_F(AdapterTest, SimAndTextGettersAndWhatTheyGiveWithoutASim) {
     ovplatform::setImsi("310410123456789", 3);
     ovplatform::setLanguageCode("fr\xc3\xa7");
     ovplatform::setInstalledLanguages({"en", "de", "ko"});
@@ -378,6 +383,7 @@ TEST_F(AdapterTest, SimAndTextGetters) {
     EXPECT_EQ(answer(adapter, &Adapter::getInstalledLanguageCodes),
               (std::vector<ovTypes::String>{L"en", L"de", L"ko"}));
 
+    // No SIM, and no own number entry: 1, the answer left alone.
     ovplatform::setImsi("");
     ovtest::StderrCapture capture;
     Adapter noSim(&mCallback);
@@ -385,20 +391,13 @@ TEST_F(AdapterTest, SimAndTextGetters) {
     ovTypes::String text = L"kept";
     EXPECT_EQ(noSim.getIMSI(text), 1);
     EXPECT_EQ(noSim.getHomePLMN(text), 1);
+    EXPECT_EQ(noSim.getMSISDN(text), 1);
     EXPECT_EQ(text, ovTypes::String(L"kept"));
-}
-
-TEST_F(AdapterTest, MsisdnComesFromTheOwnNumberEntry) {
-    Adapter adapter(&mCallback);
-    ovTypes::String msisdn = L"kept";
-    ovtest::StderrCapture capture;
-    EXPECT_EQ(adapter.getMSISDN(msisdn), 1);
-    EXPECT_EQ(msisdn, ovTypes::String(L"kept"));
     EXPECT_TRUE(capture.has("{3} OV_WBEventStatusAdapter.cpp:"));
     EXPECT_TRUE(capture.has("TAPI_OWNNUMBER_GetEntry() returns failure. Unable to initialize "
                             "MSISDN. retCode = 3\n"));
     ovplatform::setOwnNumber("+447700900123");
-    EXPECT_EQ(answer(adapter, &Adapter::getMSISDN), ovTypes::String(L"+447700900123"));
+    EXPECT_EQ(answer(noSim, &Adapter::getMSISDN), ovTypes::String(L"+447700900123"));
     EXPECT_TRUE(capture.has("MSISDN from OwnNumber = +447700900123.\n\n"));
 }
 
