@@ -91,7 +91,7 @@ TEST_F(CFGSettingTest, MissingFileGives8ForEverythingAndPublishesNothing) {
     EXPECT_EQ("8 -1", intOf(s, kUI, nullptr));
 
     ASSERT_TRUE(recorder().drain());
-    EXPECT_TRUE(recorder().changes().empty());
+    EXPECT_TRUE(recorder().texts().empty());
     EXPECT_FALSE(ovtest::fileExists(ovtest::mainSettingsPath())) << "a write must not create it";
     EXPECT_EQ(1, s.init());
 }
@@ -235,7 +235,7 @@ TEST_F(CFGSettingTest, ReceivedChangesGoToMemoryOnlyAndMalformedOnesAreIgnored) 
     // A menu change is kept here too, under its own group.
     EXPECT_EQ(L"0 menu text", textOf(s, "OVCore.Menu", "Title"));
     EXPECT_EQ("[OVCore.UI]\nFoo=1\n", file());
-    EXPECT_EQ(5u, recorder().changes().size()) << "the source must not announce again";
+    EXPECT_EQ(5u, recorder().texts().size()) << "the source must not announce again";
 }
 
 // Handlers run in order of subscription: a gate, the source, the recorder. The gate holds
@@ -246,12 +246,10 @@ protected:
     void SetUp() override {
         CFGSettingTest::SetUp();
         auto gate = std::make_unique<settingstest::SettingRecorder>();
-        gate->onChange = [this](const settingstest::Change&) {
-            ovtest::waitUntil([this] { return mOpen.load(); });
-        };
+        gate->onChange = [this] { ovtest::waitUntil([this] { return mOpen.load(); }); };
         keep(std::move(gate));
         mSource = &open("");
-        recorder().onChange = [this](const settingstest::Change&) {
+        recorder().onChange = [this] {
             int value = -1;
             mSource->getInt(kUI, "K", value);
             mSeen.push_back(value);
