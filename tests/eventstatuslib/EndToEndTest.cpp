@@ -52,39 +52,43 @@ TEST_F(EndToEndTest, PublishedEventsComeBackInOrderOnTheBusThread) {
     EXPECT_EQ(second.events().back().value, 199);
 }
 
-// Holds the delivery thread until released.
+// Holds the delivery thread until opened. Made with COUNT events published to its topic, it
+// returns once the first is held, the others queued behind it.
 class GateRecorder : public ovtest::EventRecorder {
 public:
-    explicit GateRecorder(const std::string& topic) : EventRecorder(topic) {
+    GateRecorder(const std::string& topic, int count) : EventRecorder(topic) {
         mOnEvent = [this](OV_Event&) {
             mEntered = true;
             while (!mOpen)
                 std::this_thread::sleep_for(std::chrono::milliseconds(1));
         };
+        for (int i = 0; i < count; ++i)
+            publish(topic, i);
+        ovtest::waitUntil([this] { return mEntered.load(); });
+    }
+    // Opens the gate from another thread once a probe published to TOPIC gives RESULT.
+    std::thread openWhenProbeGives(const std::string& topic, int result) {
+        return std::thread([this, topic, result] {
+            ES_Event probe(topic);
+            while (ES_EventPublisher::publish(probe) != result)
+                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            mOpen = true;
+        });
     }
     std::atomic<bool> mEntered{false};
     std::atomic<bool> mOpen{false};
 };
 
 TEST_F(EndToEndTest, EventsQueuedWhenTheFacadeGoesAreDropped) {
-    auto* gate = new GateRecorder(kTopic);
-    publish(kTopic, 1);
-    publish(kTopic, 2);
-    publish(kTopic, 3);
-    while (!gate->mEntered)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    auto* gate = new GateRecorder(kTopic, 3);
+    ASSERT_TRUE(gate->mEntered);
     // destroy() waits on the bus for the call in progress, so release it from elsewhere, once
-    // the adapter has left the bus (so that events 2 and 3 cannot reach anyone). The probes
+    // the adapter has left the bus (so that events 1 and 2 cannot reach anyone). The probes
     // sent meanwhile queue behind the gate and are dropped the same way.
-    std::thread opener([gate] {
-        ES_Event probe(kTopic);
-        while (ES_EventPublisher::publish(probe) != ES_ERR_NO_SUBSCRIBER)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        gate->mOpen = true;
-    });
+    std::thread opener = gate->openWhenProbeGives(kTopic, ES_ERR_NO_SUBSCRIBER);
     OV_EventAndStatusFacade::destroy();
     opener.join();
-    // Events 2 and 3 find no subscriber on the bus any more; later ones are refused.
+    // Events 1 and 2 find no subscriber on the bus any more; later ones are refused.
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
     EXPECT_EQ(gate->count(), 1u);
     ES_Event late(kTopic);
@@ -95,18 +99,10 @@ TEST_F(EndToEndTest, EventsQueuedWhenTheFacadeGoesAreDropped) {
 // Runs in a child process, since the bus stays down for the rest of the process. The exit
 // code tells which check failed (0: all passed).
 int shutdownDiscardsPendingDeliveries() {
-    GateRecorder gate(kTopic);
-    for (int i = 0; i < 5; ++i)
-        publish(kTopic, i);
-    while (!gate.mEntered)
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    // Released only once the bus is down, so that none of the other four can slip through.
-    std::thread opener([&gate] {
-        ES_Event probe("/test/e2e/probe"); // nobody listens: nothing is queued
-        while (ES_EventPublisher::publish(probe) != ES_ERR_BUS_DOWN)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        gate.mOpen = true;
-    });
+    GateRecorder gate(kTopic, 5);
+    // Released only once the bus is down, so that none of the other four can slip through. Nobody
+    // listens to the probe: nothing is queued.
+    std::thread opener = gate.openWhenProbeGives("/test/e2e/probe", ES_ERR_BUS_DOWN);
     ovplatform::shutdownEventBus(); // waits for the delivery under way, drops the other four
     opener.join();
     if (gate.count() != 1)
@@ -207,11 +203,7 @@ TEST_F(EndToEndSlow, ExitWithAStuckDeliveryNeitherCrashesNorHangs) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     EXPECT_EXIT(
         {
-            auto* gate = new GateRecorder(kTopic); // never released, never freed
-            for (int i = 0; i < 100; ++i)
-                publish(kTopic, i);
-            while (!gate->mEntered)
-                std::this_thread::sleep_for(std::chrono::milliseconds(1));
+            new GateRecorder(kTopic, 100); // never released, never freed
             std::exit(7);
         },
         ::testing::ExitedWithCode(7), "");
