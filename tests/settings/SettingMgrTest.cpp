@@ -79,18 +79,8 @@ TEST_F(SettingMgrTest, ForwardsWithTheGroupNameAndRefusesGroupsAboveTen) {
     EXPECT_EQ(0, mgr().getString(OrvelSettingMgr::GROUP_UI, "Name", &name));
     EXPECT_EQ(ovTypes::String(L"ui"), name);
     EXPECT_EQ(3, mgr().getString(OrvelSettingMgr::GROUP_STORAGE, "Name", name));
-}
 
-TEST_F(SettingMgrTest, MissingSettingsFileGives8) {
-    int number = 4;
-    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", number));
-    EXPECT_EQ(8, mgr().setInt(OrvelSettingMgr::GROUP_UI, "A", 1));
-    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_MENU, "A", number));
-    EXPECT_EQ(4, number);
-}
-
-TEST_F(SettingMgrTest, WriteIsAnnouncedOnceUnderGroupDotKey) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nMax=1\n"));
+    // A write is announced once, under the group's name and the key.
     recorder();
     ASSERT_EQ(0, mgr().setInt(OrvelSettingMgr::GROUP_STORAGE, "Max", 500));
     ASSERT_EQ(
@@ -99,8 +89,18 @@ TEST_F(SettingMgrTest, WriteIsAnnouncedOnceUnderGroupDotKey) {
     EXPECT_EQ(
         (std::vector<std::string>{"OVCore.Storage.Max=500", "OVCore.System.MSISDN=+15550100"}),
         recorder().texts());
-    EXPECT_EQ("[OVCore.Storage]\nMax=500\n[OVCore.System]\nMSISDN=+15550100\n",
+    EXPECT_EQ("[OVCore.Service]\nDownloadOption=2\n[OVCore.Storage]\nMax=500\n"
+              "[OVCore.System]\nMSISDN=+15550100\n[OVCore.UI]\nDownloadOption=9\nName=ui\n"
+              "[OVNewsReader.UI]\nOn=true\n",
               ovtest::readFile(ovtest::mainSettingsPath()));
+}
+
+TEST_F(SettingMgrTest, MissingSettingsFileGives8) {
+    int number = 4;
+    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", number));
+    EXPECT_EQ(8, mgr().setInt(OrvelSettingMgr::GROUP_UI, "A", 1));
+    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_MENU, "A", number));
+    EXPECT_EQ(4, number);
 }
 
 TEST_F(SettingMgrTest, CategoryOfDottedNames) {
