@@ -275,23 +275,14 @@ TEST_F(FacadeTest, DestroyDeletesTheAdapterAndLogsEachTopic) {
     TestFacade::install(&mAdapter);
 }
 
-// The facade's own lines, in order: each at level 5 in the "{5} file:line, function()\t" shape.
+// The facade's own lines, in order, each at level 5 in the "{5} file:line, function()\t" shape
+// (a line of the facade in another shape is left out, so a comparison with it fails).
 std::vector<std::string> facadeMessages(const std::string& log) {
-    static const std::regex shape(
-        "\\{5\\} OV_EventAndStatusFacade\\.cpp:[0-9]+, [A-Za-z_]+\\(\\)\t");
+    static const std::regex line(
+        "\\{5\\} OV_EventAndStatusFacade\\.cpp:[0-9]+, [A-Za-z_]+\\(\\)\t([^\n]*)\n\n");
     std::vector<std::string> messages;
-    size_t start = 0;
-    for (size_t end = log.find("\n\n"); end != std::string::npos;
-         start = end + 2, end = log.find("\n\n", start)) {
-        std::string entry = log.substr(start, end - start);
-        if (entry.find("OV_EventAndStatusFacade.cpp:") == std::string::npos)
-            continue;
-        std::smatch head;
-        if (!std::regex_search(entry, head, shape) || head.position(0) != 0)
-            messages.push_back("BAD SHAPE: " + entry);
-        else
-            messages.push_back(head.suffix());
-    }
+    for (std::sregex_iterator it(log.begin(), log.end(), line), end; it != end; ++it)
+        messages.push_back((*it)[1]);
     return messages;
 }
 
