@@ -17,6 +17,7 @@
 #include <gtest/gtest.h>
 
 #include <mutex>
+#include <regex>
 
 namespace {
 
@@ -69,17 +70,12 @@ protected:
     RecordingCallback mCallback;
 };
 
-// The adapter's lines about its two sources, in order.
+// The adapter's lines about its two sources, in order, without their heads.
 std::vector<std::string> sourceLines(const std::string& log) {
+    static const std::regex line("\t([^\t\n]*(counter|instance|Deleting mp)[^\n]*)\n\n");
     std::vector<std::string> lines;
-    for (size_t start = 0, end; (end = log.find("\n\n", start)) != std::string::npos;
-         start = end + 2) {
-        std::string entry = log.substr(start, end - start);
-        if (entry.find("counter") != std::string::npos ||
-            entry.find("instance") != std::string::npos ||
-            entry.find("Deleting mp") != std::string::npos)
-            lines.push_back(entry.substr(entry.find('\t') + 1));
-    }
+    for (std::sregex_iterator it(log.begin(), log.end(), line), end; it != end; ++it)
+        lines.push_back((*it)[1]);
     return lines;
 }
 
