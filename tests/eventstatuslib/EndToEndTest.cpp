@@ -133,10 +133,8 @@ TEST_F(EndToEndTest, HandlerSubscribingIntoADyingFacadeLeavesNothingOnTheBus) {
     auto* gate = new ovtest::EventRecorder(gateTopic);
     gate->mOnEvent = [&](OV_Event&) {
         entered = true;
-        ovtest::waitUntil([&] {
-            return capture.text().find("OV_WBEventStatusAdapter destructor entered.") !=
-                   std::string::npos;
-        });
+        ovtest::waitUntil(
+            [&] { return capture.has("OV_WBEventStatusAdapter destructor entered."); });
         late.reset(new ovtest::EventRecorder(lateTopic));
     };
     publish(gateTopic, 1);
