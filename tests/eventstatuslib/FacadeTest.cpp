@@ -8,7 +8,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <cstdint>
@@ -137,17 +136,37 @@ protected:
     std::vector<std::string> mCalls;
 };
 
-TEST_F(FacadeTest, HandlersRunOnceInSubscriptionOrderAndShareTheEvent) {
+// Publishing goes to the adapter only, never to local handlers; those run once each, in order
+// of subscription, and share the event. One built to deliver later is registered at once but
+// called only once ready.
+TEST_F(FacadeTest, PublishGoesToTheAdapterAndHandlersRunOnceInOrder) {
+    Late late(kTopic, &mCalls);
     Named first(kTopic, &mCalls, "first");
     Named second(kTopic, &mCalls, "second");
     Named elsewhere(kOther, &mCalls, "elsewhere");
     facade()->subscribe(kTopic, &first); // again
     EXPECT_EQ(mAdapter.subscribes[kTopic], 1);
+    ovtest::StderrCapture capture;
+    OV_Event event(kTopic);
+    facade()->publish(event);
+    EXPECT_EQ(mAdapter.published, std::vector<std::string>{kTopic});
+    EXPECT_TRUE(
+        capture.has("publish()\tOV_EventAndStatusFacade: Published event: " + kTopic + "\n\n"));
     deliver(kTopic, 10);
-    EXPECT_EQ(mCalls, (std::vector<std::string>{"first:10", "second:11"}));
+    late.ready();
+    deliver(kTopic, 5);
+    EXPECT_EQ(mCalls,
+              (std::vector<std::string>{"first:10", "second:11", "late:5", "first:6", "second:7"}));
 }
 
+// A null handler, or a handler unknown to the topic, changes nothing.
 TEST_F(FacadeTest, UnsubscribeRemovesOnlyASoleHandlerAndADestroyedOneIsNeverCalled) {
+    ovtest::StderrCapture capture;
+    facade()->subscribe(kOther, nullptr);
+    facade()->unsubscribe("", nullptr);
+    EXPECT_TRUE(capture.has("OV_EventAndStatusFacade: subscribe called with NULL event handler. "
+                            "Do nothing.\n\n"));
+    EXPECT_TRUE(capture.has("eventType = " + kOther + "; Handler = [0]\n\n"));
     auto* gone = new Named(kTopic, &mCalls, "gone");
     facade()->subscribe(kOther, gone); // a second topic by hand, where it is alone
     Named stays(kTopic, &mCalls, "stays");
@@ -164,18 +183,11 @@ TEST_F(FacadeTest, UnsubscribeRemovesOnlyASoleHandlerAndADestroyedOneIsNeverCall
     EXPECT_EQ(mAdapter.unsubscribes, (std::map<std::string, int>{{kOther, 1}}));
     // The live handler left alone is now the sole one, so its next unsubscribe removes it.
     facade()->unsubscribe(kTopic, &stays);
-    EXPECT_EQ(mAdapter.unsubscribes[kTopic], 1);
+    facade()->unsubscribe(kOther, &stays);
     deliver(kTopic, 3);
     EXPECT_EQ(mCalls.size(), 3u);
-}
-
-TEST_F(FacadeTest, AHandlerBuiltToDeliverLaterIsRegisteredButCalledOnlyOnceReady) {
-    Late late(kTopic, &mCalls);
-    Named early(kTopic, &mCalls, "early");
-    deliver(kTopic, 1);
-    late.ready();
-    deliver(kTopic, 5);
-    EXPECT_EQ(mCalls, (std::vector<std::string>{"early:1", "late:5", "early:6"}));
+    EXPECT_EQ(mAdapter.subscribes, (std::map<std::string, int>{{kOther, 1}, {kTopic, 1}}));
+    EXPECT_EQ(mAdapter.unsubscribes, (std::map<std::string, int>{{kOther, 1}, {kTopic, 1}}));
 }
 
 TEST_F(FacadeTest, LastHandlerLeavingEvenFromItsOwnCallUnsubscribesTheAdapterOnce) {
@@ -210,32 +222,6 @@ TEST_F(FacadeTest, HandlersMayDeleteThemselvesOrOthersOrAddOthersWhileHandling) 
     deliver(kTopic, 5);
     EXPECT_EQ(mCalls, (std::vector<std::string>{"self:0", "recruiter:1", "after:2", "recruiter:5",
                                                 "after:6", "recruit:7"}));
-}
-
-TEST_F(FacadeTest, UnknownHandlersTopicsAndNullAreHarmless) {
-    Named only(kTopic, &mCalls, "only");
-    ovtest::StderrCapture capture;
-    facade()->subscribe(kOther, nullptr);
-    facade()->unsubscribe(kOther, &only);
-    facade()->unsubscribe("", nullptr);
-    EXPECT_EQ(mAdapter.subscribes.count(kOther), 0u);
-    EXPECT_TRUE(mAdapter.unsubscribes.empty());
-    EXPECT_TRUE(capture.has("OV_EventAndStatusFacade: subscribe called with NULL event handler. "
-                            "Do nothing.\n\n"));
-    EXPECT_TRUE(capture.has("eventType = " + kOther + "; Handler = [0]\n\n"));
-    deliver(kTopic);
-    EXPECT_EQ(mCalls.size(), 1u);
-}
-
-TEST_F(FacadeTest, PublishGoesToTheAdapterOnlyNeverToLocalHandlers) {
-    Named local(kTopic, &mCalls, "local");
-    ovtest::StderrCapture capture;
-    OV_Event event(kTopic);
-    facade()->publish(event);
-    EXPECT_TRUE(mCalls.empty());
-    EXPECT_EQ(mAdapter.published, std::vector<std::string>{kTopic});
-    EXPECT_TRUE(
-        capture.has("publish()\tOV_EventAndStatusFacade: Published event: " + kTopic + "\n\n"));
 }
 
 TEST_F(FacadeTest, GettersPassTheAdaptersAnswersAndResults) {
@@ -289,23 +275,14 @@ TEST_F(FacadeTest, DestroyDeletesTheAdapterAndLogsEachTopic) {
     TestFacade::install(&mAdapter);
 }
 
-// The facade's own lines, in order: each at level 5 in the "{5} file:line, function()\t" shape.
+// The facade's own lines, in order, each at level 5 in the "{5} file:line, function()\t" shape
+// (a line of the facade in another shape is left out, so a comparison with it fails).
 std::vector<std::string> facadeMessages(const std::string& log) {
-    static const std::regex shape(
-        "\\{5\\} OV_EventAndStatusFacade\\.cpp:[0-9]+, [A-Za-z_]+\\(\\)\t");
+    static const std::regex line(
+        "\\{5\\} OV_EventAndStatusFacade\\.cpp:[0-9]+, [A-Za-z_]+\\(\\)\t([^\n]*)\n\n");
     std::vector<std::string> messages;
-    size_t start = 0;
-    for (size_t end = log.find("\n\n"); end != std::string::npos;
-         start = end + 2, end = log.find("\n\n", start)) {
-        std::string entry = log.substr(start, end - start);
-        if (entry.find("OV_EventAndStatusFacade.cpp:") == std::string::npos)
-            continue;
-        std::smatch head;
-        if (!std::regex_search(entry, head, shape) || head.position(0) != 0)
-            messages.push_back("BAD SHAPE: " + entry);
-        else
-            messages.push_back(head.suffix());
-    }
+    for (std::sregex_iterator it(log.begin(), log.end(), line), end; it != end; ++it)
+        messages.push_back((*it)[1]);
     return messages;
 }
 
@@ -385,31 +362,16 @@ TEST_F(FacadeTest, TopicMadeOnTwoThreadsAtOnceReachesTheAdapterOnce) {
     EXPECT_EQ(mCalls.size(), 2u);
 }
 
-// What happened, in order, across threads.
-struct Sequence {
-    void add(const std::string& step) {
-        std::lock_guard<std::mutex> lock(mutex);
-        steps.push_back(step);
-    }
-    bool has(const std::string& step) {
-        std::lock_guard<std::mutex> lock(mutex);
-        return std::find(steps.begin(), steps.end(), step) != steps.end();
-    }
-    std::mutex mutex;
-    std::vector<std::string> steps;
-};
-
 TEST_F(FacadeTest, DestroyingAHandlerWaitsForItsCallOnAnotherThread) {
     ovtest::StderrCapture capture;
-    std::atomic<bool> entered(false), release(false);
-    Sequence sequence;
+    std::atomic<bool> entered(false), release(false), ended(false), deleted(false);
     auto* held = new Named(kTopic, &mCalls, "held");
     // Holds the call until released, touching nothing of the handler meanwhile.
     held->mThen = [&](Named*) {
         entered = true;
         while (!release)
             std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        sequence.add("call ended");
+        ended = true;
     };
     Named other(kTopic, &mCalls, "other"); // shares the topic, so held stays listed
     std::thread deliverer([this] { deliver(kTopic); });
@@ -418,28 +380,15 @@ TEST_F(FacadeTest, DestroyingAHandlerWaitsForItsCallOnAnotherThread) {
         // Once the destructor is under way, give it every chance to return before the call
         // ends; it must not.
         waitUntil([&] { return capture.has("unsubscribe: Exiting."); });
-        waitUntil([&] { return sequence.has("deleted"); }, 300);
+        waitUntil([&] { return deleted.load(); }, 300);
         release = true;
     });
     delete held;
-    sequence.add("deleted");
+    EXPECT_TRUE(ended);
+    deleted = true;
     releaser.join();
     deliverer.join();
-    EXPECT_EQ(sequence.steps, (std::vector<std::string>{"call ended", "deleted"}));
     EXPECT_EQ(mCalls, (std::vector<std::string>{"held:0", "other:1"}));
-}
-
-TEST(OV_Event, PropertyMapIsCreatedOnFirstWrite) {
-    OV_Event event("/t");
-    EXPECT_EQ(event.mValue, 0);
-    EXPECT_TRUE(event.mPropMap == nullptr);
-    EXPECT_FALSE(event.getProperty("k", nullptr));
-    event.setProperty("k", "v1");
-    event.setProperty("k", "v2");
-    std::string value;
-    ASSERT_TRUE(event.getProperty("k", &value));
-    EXPECT_EQ(value, "v2");
-    EXPECT_EQ(event.mPropMap->size(), 1u);
 }
 
 } // namespace

@@ -1,79 +1,60 @@
 #include "SettingEvents.h"
 
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "support/Wait.h"
 
 #include <cstdint>
 
 namespace settingstest {
 
+namespace {
+
 const char* const kMarker = "marker";
 
-namespace {
-const auto kTimeout = std::chrono::seconds(10);
+// Whether PROPERTIES (a setting-changed event's) are a change, not empty nor a marker.
+template <typename Map> bool isChange(const Map& properties) {
+    return !properties.empty() && properties.begin()->first != kMarker;
 }
 
-SettingRecorder::SettingRecorder()
-    : OV_EventHandler(OrvelSetting::SETTING_CHANGED_TOPIC, DeliverLater()) {
-    startDelivery();
-}
+} // namespace
 
-SettingRecorder::~SettingRecorder() {
-    endRegistration();
-}
-
-void SettingRecorder::handleEvent(OV_Event& e) {
-    if (!e.mPropMap || e.mPropMap->empty())
-        return;
-    Change change{e.mPropMap->begin()->first, e.mPropMap->begin()->second, e.mPropMap->size()};
-    // Everything under the lock, so that a waiter that returns may free the recorder at once.
-    std::lock_guard<std::mutex> guard(mLock);
-    if (change.name == kMarker) {
-        // Markers of other recorders pass by too; only this recorder's own count.
-        if (change.value == markerText(mMarkersSent))
-            mMarkerBack = true;
-    } else {
-        mChanges.push_back(change);
-        if (onChange)
-            onChange(change);
-    }
-    mChanged.notify_all();
-}
-
-bool SettingRecorder::waitUntil(const std::function<bool()>& ready) {
-    std::unique_lock<std::mutex> guard(mLock);
-    return mChanged.wait_for(guard, kTimeout, ready);
-}
-
-std::string SettingRecorder::markerText(int number) const {
-    return std::to_string(reinterpret_cast<uintptr_t>(this)) + "/" + std::to_string(number);
+SettingRecorder::SettingRecorder() : EventRecorder(OrvelSetting::SETTING_CHANGED_TOPIC) {
+    mOnEvent = [this](OV_Event& e) {
+        if (onChange && e.mPropMap && isChange(*e.mPropMap))
+            onChange();
+    };
 }
 
 bool SettingRecorder::drain() {
-    std::string marker;
-    {
-        std::lock_guard<std::mutex> guard(mLock);
-        marker = markerText(++mMarkersSent);
-        mMarkerBack = false;
-    }
+    // Markers of other recorders pass by too; only this recorder's own count.
+    const std::string marker =
+        std::to_string(reinterpret_cast<uintptr_t>(this)) + "/" + std::to_string(++mMarkersSent);
     publishChange(kMarker, marker);
-    return waitUntil([&] { return mMarkerBack; });
+    return ovtest::waitUntil([&] {
+        for (const ovtest::RecordedEvent& event : events()) {
+            const auto& properties = event.properties;
+            if (!properties.empty() && properties.begin()->first == kMarker &&
+                properties.begin()->second == marker)
+                return true;
+        }
+        return false;
+    });
 }
 
 bool SettingRecorder::waitForChanges(size_t count) {
-    return waitUntil([&] { return mChanges.size() >= count; });
-}
-
-std::vector<Change> SettingRecorder::changes() {
-    std::lock_guard<std::mutex> guard(mLock);
-    return mChanges;
+    return ovtest::waitUntil([&] { return texts().size() >= count; });
 }
 
 std::vector<std::string> SettingRecorder::texts() {
     std::vector<std::string> texts;
-    for (const Change& change : changes())
+    for (const ovtest::RecordedEvent& event : events()) {
+        const auto& properties = event.properties;
+        if (!isChange(properties))
+            continue;
         texts.push_back(
-            change.name + "=" + change.value +
-            (change.propertyCount == 1 ? "" : " +" + std::to_string(change.propertyCount - 1)));
+            properties.begin()->first + "=" + properties.begin()->second +
+            (properties.size() == 1 ? "" : " +" + std::to_string(properties.size() - 1)));
+    }
     return texts;
 }
 

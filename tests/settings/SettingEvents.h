@@ -4,63 +4,39 @@
 #define OVBASE_TESTS_SETTINGS_SETTINGEVENTS_H
 
 #include "eventstatuslib/OV_Event.h"
-#include "eventstatuslib/OV_EventHandler.h"
 #include "settings/NR_Setting.h"
+#include "support/EventRecorder.h"
 #include "support/TempDir.h"
 
 #include <gtest/gtest.h>
 
-#include <chrono>
-#include <condition_variable>
 #include <functional>
 #include <memory>
-#include <mutex>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace settingstest {
 
-// A setting-changed event as seen by a subscriber: its first property.
-struct Change {
-    std::string name;
-    std::string value;
-    size_t propertyCount;
-};
-
-// The name of the marker event; it has no second dot, so setting sources ignore it.
-extern const char* const kMarker;
-
-class SettingRecorder : public OV_EventHandler {
+// Records the setting-changed events it receives (takes deliveries only once built, leaves
+// the facade before its members go).
+class SettingRecorder : public ovtest::EventRecorder {
 public:
-    // Takes deliveries only once built; leaves the facade before its members go.
     SettingRecorder();
-    ~SettingRecorder() override;
 
-    void handleEvent(OV_Event& e) override;
-
-    // Waits until the marker published by publishMarker() has come back; false on time-out.
-    // Every change published before the marker has then been delivered.
+    // Publishes a marker of this recorder's own and waits until it has come back; false on
+    // time-out. Every change published before the marker has then been delivered. Markers
+    // have no second dot in their name, so setting sources ignore them.
     bool drain();
     // Waits until at least COUNT changes (markers excluded) were seen; false on time-out.
     bool waitForChanges(size_t count);
-    std::vector<Change> changes();
-    // The changes as "name=value", with " +N" for N more properties than the one.
+    // The changes (markers excluded) as "name=value" of their first property, with " +N" for
+    // N more properties.
     std::vector<std::string> texts();
 
-    // Runs on the delivery thread, under the recorder's lock, as each change is recorded.
-    std::function<void(const Change&)> onChange;
+    // Runs on the delivery thread for each change (not for markers), before it is recorded.
+    std::function<void()> onChange;
 
 private:
-    bool waitUntil(const std::function<bool()>& ready);
-
-    std::mutex mLock;
-    std::condition_variable mChanged;
-    std::vector<Change> mChanges;
-    // The text of this recorder's marker number NUMBER, unique to it.
-    std::string markerText(int number) const;
-
-    bool mMarkerBack = false; // this recorder's last marker has come back
     int mMarkersSent = 0;
 };
 

@@ -35,25 +35,23 @@ protected:
 TEST_F(SettingMgrTest, TenGroupsShareOneSourceAndTheMenuHasItsOwn) {
     ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.HttpTransport]\nTimeout=30\n"));
     OrvelSetting* http = mgr().getSetting(OrvelSettingMgr::GROUP_HTTP_TRANSPORT);
-    ASSERT_NE(nullptr, http);
-    EXPECT_NE(nullptr, dynamic_cast<CFGOrvelSetting*>(http));
-    for (int group = 0; group < OrvelSettingMgr::GROUP_COUNT; ++group) {
-        if (group != OrvelSettingMgr::GROUP_MENU) {
-            EXPECT_EQ(http, mgr().getSetting(group)) << group;
-        }
-    }
     OrvelSetting* menu = mgr().getSetting(OrvelSettingMgr::GROUP_MENU);
+    EXPECT_NE(nullptr, dynamic_cast<CFGOrvelSetting*>(http));
     EXPECT_NE(nullptr, dynamic_cast<MenuCFGOrvelSetting*>(menu));
     EXPECT_NE(http, menu);
-    EXPECT_EQ(menu, mgr().getSetting(OrvelSettingMgr::GROUP_MENU));
+    for (int group = 0; group < OrvelSettingMgr::GROUP_COUNT; ++group)
+        EXPECT_EQ(group == OrvelSettingMgr::GROUP_MENU ? menu : http, mgr().getSetting(group))
+            << group;
     EXPECT_EQ(nullptr, mgr().getSetting(11));
     // TearDown deletes the manager: the shared source must be freed once (checked under ASan).
 }
 
-TEST_F(SettingMgrTest, ForwardsWithTheGroupName) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Service]\nDownloadOption=2\n"
-                                          "[OVCore.UI]\nDownloadOption=9\nName=ui\n"
-                                          "[OVNewsReader.UI]\nOn=true\n"));
+// Group 11 does not exist: 1, with the output and the file left alone.
+TEST_F(SettingMgrTest, ForwardsWithTheGroupNameAndRefusesGroupsAboveTen) {
+    const std::string content =
+        "[OVCore.Service]\nDownloadOption=2\n"
+        "[OVCore.UI]\nDownloadOption=9\nName=ui\n[OVNewsReader.UI]\nOn=true\n";
+    ASSERT_TRUE(ovtest::writeMainSettings(content));
     int option = -1;
     EXPECT_EQ(0, mgr().getInt(OrvelSettingMgr::GROUP_SERVICE, "DownloadOption", option));
     EXPECT_EQ(2, option);
@@ -62,40 +60,23 @@ TEST_F(SettingMgrTest, ForwardsWithTheGroupName) {
     bool on = false;
     EXPECT_EQ(0, mgr().getBoolean(OrvelSettingMgr::GROUP_NEWSREADER_UI, "On", on));
     EXPECT_TRUE(on);
-    ovTypes::String name;
+    ovTypes::String name(L"keep");
+    EXPECT_EQ(1, mgr().getInt(11, "DownloadOption", option));
+    EXPECT_EQ(1, mgr().getBoolean(11, "On", on));
+    EXPECT_EQ(1, mgr().getString(11, "Name", name));
+    EXPECT_EQ(1, mgr().setInt(11, "A", 5));
+    EXPECT_EQ(1, mgr().setBoolean(11, "A", false));
+    EXPECT_EQ(1, mgr().setString(11, "A", name));
+    EXPECT_EQ(1, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", static_cast<int*>(nullptr)));
+    EXPECT_EQ(9, option);
+    EXPECT_TRUE(on);
+    EXPECT_EQ(ovTypes::String(L"keep"), name);
+    EXPECT_EQ(content, ovtest::readFile(ovtest::mainSettingsPath()));
     EXPECT_EQ(0, mgr().getString(OrvelSettingMgr::GROUP_UI, "Name", &name));
     EXPECT_EQ(ovTypes::String(L"ui"), name);
     EXPECT_EQ(3, mgr().getString(OrvelSettingMgr::GROUP_STORAGE, "Name", name));
-}
 
-TEST_F(SettingMgrTest, GroupAboveTenGives1AndLeavesTheOutputAlone) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.UI]\nA=1\n"));
-    int number = 123;
-    bool flag = true;
-    ovTypes::String text(L"keep");
-    EXPECT_EQ(1, mgr().getInt(11, "A", number));
-    EXPECT_EQ(1, mgr().getBoolean(11, "A", flag));
-    EXPECT_EQ(1, mgr().getString(11, "A", text));
-    EXPECT_EQ(1, mgr().setInt(11, "A", 5));
-    EXPECT_EQ(1, mgr().setBoolean(11, "A", false));
-    EXPECT_EQ(1, mgr().setString(11, "A", text));
-    EXPECT_EQ(1, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", static_cast<int*>(nullptr)));
-    EXPECT_EQ(123, number);
-    EXPECT_TRUE(flag);
-    EXPECT_EQ(ovTypes::String(L"keep"), text);
-    EXPECT_EQ("[OVCore.UI]\nA=1\n", ovtest::readFile(ovtest::mainSettingsPath()));
-}
-
-TEST_F(SettingMgrTest, MissingSettingsFileGives8) {
-    int number = 4;
-    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", number));
-    EXPECT_EQ(8, mgr().setInt(OrvelSettingMgr::GROUP_UI, "A", 1));
-    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_MENU, "A", number));
-    EXPECT_EQ(4, number);
-}
-
-TEST_F(SettingMgrTest, WriteIsAnnouncedOnceUnderGroupDotKey) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nMax=1\n"));
+    // A write is announced once, under the group's name and the key.
     recorder();
     ASSERT_EQ(0, mgr().setInt(OrvelSettingMgr::GROUP_STORAGE, "Max", 500));
     ASSERT_EQ(
@@ -104,8 +85,18 @@ TEST_F(SettingMgrTest, WriteIsAnnouncedOnceUnderGroupDotKey) {
     EXPECT_EQ(
         (std::vector<std::string>{"OVCore.Storage.Max=500", "OVCore.System.MSISDN=+15550100"}),
         recorder().texts());
-    EXPECT_EQ("[OVCore.Storage]\nMax=500\n[OVCore.System]\nMSISDN=+15550100\n",
+    EXPECT_EQ("[OVCore.Service]\nDownloadOption=2\n[OVCore.Storage]\nMax=500\n"
+              "[OVCore.System]\nMSISDN=+15550100\n[OVCore.UI]\nDownloadOption=9\nName=ui\n"
+              "[OVNewsReader.UI]\nOn=true\n",
               ovtest::readFile(ovtest::mainSettingsPath()));
+}
+
+TEST_F(SettingMgrTest, MissingSettingsFileGives8) {
+    int number = 4;
+    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_UI, "A", number));
+    EXPECT_EQ(8, mgr().setInt(OrvelSettingMgr::GROUP_UI, "A", 1));
+    EXPECT_EQ(8, mgr().getInt(OrvelSettingMgr::GROUP_MENU, "A", number));
+    EXPECT_EQ(4, number);
 }
 
 TEST_F(SettingMgrTest, CategoryOfDottedNames) {
@@ -165,26 +156,20 @@ TEST_F(SettingMgrTest, ProcessNameIsTheProgramPath) {
     EXPECT_FALSE(mgr().isPhoneProcess());
 }
 
-TEST_F(SettingMgrTest, SingletonIsCreatedOnceOnTheDeviceRoot) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.UI]\nA=3\n"));
-    OrvelSettingMgr* first = OrvelSettingMgr::getSettingMgrInstance();
-    ASSERT_NE(nullptr, first);
-    EXPECT_EQ(first, OrvelSettingMgr::getSettingMgrInstance());
-    int number = 0;
-    EXPECT_EQ(0, first->getInt(OrvelSettingMgr::GROUP_UI, "A", number));
-    EXPECT_EQ(3, number);
-}
-
-// The phone number comes from the settings first and from the SIM only when there is none.
-TEST_F(SettingMgrTest, StoredMsisdnWinsOverTheOwnNumberEntry) {
+// The singleton is made once, on the device root. The phone number comes from the settings
+// first and from the SIM only when there is none.
+TEST_F(SettingMgrTest, SingletonsStoredMsisdnWinsOverTheOwnNumberEntry) {
     ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.System]\nOther=1\n"));
     ASSERT_TRUE(ovplatform::setOwnNumber("+15550001"));
     ovTypes::String msisdn;
     ASSERT_EQ(0, OV_EventAndStatusFacade::instance()->getMSISDN(msisdn));
     EXPECT_EQ(ovTypes::String(L"+15550001"), msisdn) << "no stored number: the SIM's";
 
-    ASSERT_EQ(0, OrvelSettingMgr::getSettingMgrInstance()->setString(
-                     OrvelSettingMgr::GROUP_SYSTEM, "MSISDN", ovTypes::String(L"+15550002")));
+    OrvelSettingMgr* instance = OrvelSettingMgr::getSettingMgrInstance();
+    ASSERT_NE(nullptr, instance);
+    EXPECT_EQ(instance, OrvelSettingMgr::getSettingMgrInstance());
+    ASSERT_EQ(0, instance->setString(OrvelSettingMgr::GROUP_SYSTEM, "MSISDN",
+                                     ovTypes::String(L"+15550002")));
     ASSERT_EQ(0, OV_EventAndStatusFacade::instance()->getMSISDN(msisdn));
     EXPECT_EQ(ovTypes::String(L"+15550002"), msisdn);
 }

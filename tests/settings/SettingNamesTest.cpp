@@ -72,7 +72,7 @@ protected:
     int checkRoundTrip(const std::string& group, const std::string& key) {
         SCOPED_TRACE("group " + printable(group) + ", key " + printable(key));
         const std::string before = ovtest::readFile(ovtest::mainSettingsPath());
-        const size_t announced = recorder().changes().size();
+        const size_t announced = recorder().texts().size();
         int rc = mWriter->setString(group.c_str(), key.c_str(), "v");
         EXPECT_TRUE(recorder().drain());
         if (rc != 0) {
@@ -80,7 +80,7 @@ protected:
             // Only the text form may be the reason.
             EXPECT_FALSE(textFormCarries(group, key)) << "refused needlessly";
             EXPECT_EQ(before, ovtest::readFile(ovtest::mainSettingsPath()));
-            EXPECT_EQ(announced, recorder().changes().size());
+            EXPECT_EQ(announced, recorder().texts().size());
             return rc;
         }
         AttrMap loaded(false);
@@ -122,10 +122,8 @@ TEST_F(SettingNamesTest, GroupsComeBackAsThemselvesOrAreRefused) {
     for (const std::string& suffix : shortTexts("a []=#\t\r\n\xc3\xa9"))
         checkRoundTrip("OVCore." + suffix, "k");
     // Groups with another number of dots are plain sections of the file.
-    for (const char* group : {"OVCore", "", "OVCore.UI.Deep", "a.b.c", ".."})
+    for (const char* group : {"OVCore", "", "OVCore.UI.Deep", "a.b.c", "..", "X.", ".y"})
         EXPECT_EQ(0, checkRoundTrip(group, "k"));
-    EXPECT_EQ(0, checkRoundTrip("X.", "k"));
-    EXPECT_EQ(0, checkRoundTrip(".y", "k"));
 }
 
 TEST_F(SettingNamesTest, TheReportedCorruptionsAreRefusedByEverySetter) {
@@ -140,7 +138,7 @@ TEST_F(SettingNamesTest, TheReportedCorruptionsAreRefusedByEverySetter) {
     EXPECT_EQ(1, mWriter->setInt("OVCore.U]I", "k", 1));
     EXPECT_EQ(1, mWriter->setInt("OVCore.\xc3\xa9", "k", 1));
     ASSERT_TRUE(recorder().drain());
-    EXPECT_TRUE(recorder().changes().empty());
+    EXPECT_TRUE(recorder().texts().empty());
     EXPECT_EQ(before, ovtest::readFile(ovtest::mainSettingsPath()));
 }
 

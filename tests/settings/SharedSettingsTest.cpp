@@ -15,7 +15,6 @@
 
 #include <chrono>
 #include <cstdlib>
-#include <fcntl.h>
 #include <functional>
 #include <memory>
 #include <random>
@@ -32,7 +31,6 @@ const char* const kUI = "OVCore.UI";
 const char* const kStorage = "OVCore.Storage";
 const char* const kChildRootVariable = "OVBASE_TEST_SETTINGS_CHILD_ROOT";
 const char* const kChildPrefixVariable = "OVBASE_TEST_SETTINGS_CHILD_PREFIX";
-const char* const kChildStartVariable = "OVBASE_TEST_SETTINGS_CHILD_START";
 const int kKeys = 200;
 // Keys each of two concurrent writers sets.
 const int kEach = 100;
@@ -43,35 +41,14 @@ std::string keyName(int i) {
     return name;
 }
 
-TEST(SharedSettingsTest, TwoSourcesSeeEachOthersWritesWithoutEcho) {
-    ovtest::TempDeviceRoot root;
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.UI]\nK=0\n"));
-    auto a = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
-    auto b = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
-    // Subscribed after both sources: when it has an event, so have they.
-    auto recorder = std::make_unique<settingstest::SettingRecorder>();
-
-    ASSERT_EQ(0, a->setInt(kUI, "K", 5));
-    ASSERT_TRUE(recorder->waitForChanges(1));
-    int number = 0;
-    EXPECT_EQ(0, b->getInt(kUI, "K", number));
-    EXPECT_EQ(5, number);
-
-    ASSERT_EQ(0, b->setString(kUI, "Name", "from b"));
-    ASSERT_TRUE(recorder->waitForChanges(2));
-    ovTypes::String text;
-    EXPECT_EQ(0, a->getString(kUI, "Name", text));
-    EXPECT_EQ(ovTypes::String(L"from b"), text);
-
-    // B rewrote the file from its memory, which already held A's change.
-    EXPECT_EQ("[OVCore.UI]\nK=5\nName=from b\n", ovtest::readFile(ovtest::mainSettingsPath()));
-    ASSERT_TRUE(recorder->drain());
-    EXPECT_EQ(2u, recorder->changes().size()) << "received changes must not be announced again";
-
-    recorder.reset();
-    a.reset();
-    b.reset();
-    OV_EventAndStatusFacade::destroy();
+// Starts this test program again to run the child test TEST on the device root ROOTDIR, with
+// PREFIX in its environment.
+bool startChild(ovtest::ChildProcess& child, const std::string& rootDir, const char* test,
+                const std::string& prefix = "") {
+    return child.start(
+        {"/proc/self/exe", std::string("--gtest_filter=CFGSettingChild.DISABLED_") + test,
+         "--gtest_also_run_disabled_tests"},
+        {kChildRootVariable + ("=" + rootDir), kChildPrefixVariable + ("=" + prefix)});
 }
 
 // Run only as the child of the test below: writes the settings file of the device root named
@@ -113,32 +90,6 @@ int checkWholeFile(const std::string& content) {
     return counter;
 }
 
-// Starts this test program again to run the child test TEST on ROOTDIR, its output discarded;
-// PREFIX goes to the child in the environment.
-pid_t spawnChild(const std::string& rootDir, const char* test, const std::string& prefix = "") {
-    std::vector<std::string> words = ovtest::ownProgram(
-        {"/proc/self/exe", std::string("--gtest_filter=CFGSettingChild.DISABLED_") + test,
-         "--gtest_also_run_disabled_tests"});
-    std::vector<char*> argv;
-    for (std::string& word : words)
-        argv.push_back(&word[0]);
-    argv.push_back(nullptr);
-    pid_t pid = ::fork();
-    if (pid != 0)
-        return pid;
-    ::setenv(kChildRootVariable, rootDir.c_str(), 1);
-    ::setenv(kChildPrefixVariable, prefix.c_str(), 1);
-    int devNull = ::open("/dev/null", O_WRONLY);
-    ::dup2(devNull, 1);
-    ::dup2(devNull, 2);
-    ::execv(argv[0], argv.data());
-    ::_exit(127);
-}
-
-pid_t spawnWriter(const std::string& rootDir) {
-    return spawnChild(rootDir, "WritesUntilKilled");
-}
-
 // How many of the updates of the two concurrent writers HOLDS (key, value) lacks.
 int missingUpdates(const std::function<bool(const std::string&, int)>& holds) {
     int missing = 0;
@@ -162,20 +113,19 @@ std::function<bool(const std::string&, int)> fileHolds(const std::string& path) 
     };
 }
 
-// Run only as a child of the test below: waits until the parent closes the start pipe (so
+// Run only as a child of the test below: waits until the parent closes its standard input (so
 // that both children start together), then writes kEach keys of its own, one write each.
 TEST(CFGSettingChild, DISABLED_WritesItsOwnKeys) {
     const char* rootDir = std::getenv(kChildRootVariable);
     const char* prefix = std::getenv(kChildPrefixVariable);
-    const char* start = std::getenv(kChildStartVariable);
-    if (!rootDir || !prefix || !start)
+    if (!rootDir || !prefix)
         GTEST_SKIP() << "only run as a child process";
     ovplatform::setDeviceRoot(rootDir);
     auto source = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
     auto recorder = std::make_unique<settingstest::SettingRecorder>();
     ASSERT_TRUE(source->isLoaded());
     char byte;
-    ASSERT_EQ(0, ::read(std::atoi(start), &byte, 1));
+    ASSERT_EQ(0, ::read(0, &byte, 1));
     for (int i = 0; i < kEach; ++i)
         EXPECT_EQ(0, source->setInt(kUI, (prefix + keyName(i)).c_str(), i));
     // The source's own announcements must be delivered before it goes.
@@ -185,67 +135,50 @@ TEST(CFGSettingChild, DISABLED_WritesItsOwnKeys) {
     OV_EventAndStatusFacade::destroy();
 }
 
-// Each write read the file as the other process left it: no update of either is lost.
-TEST(SharedSettingsTest, TwoProcessesWritingDistinctKeysLoseNothing) {
-    ovtest::TempDir root;
-    ovplatform::setDeviceRoot(root.path());
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
-    const std::string path = ovtest::mainSettingsPath();
-    ovplatform::setDeviceRoot("");
+class SharedSettingsTest : public settingstest::SettingsTest {};
 
-    // Only the read end reaches the children: they see its end when the parent closes the
-    // write end.
-    int start[2];
-    ASSERT_EQ(0, ::pipe2(start, O_CLOEXEC));
-    ASSERT_EQ(0, ::fcntl(start[0], F_SETFD, 0));
-    ::setenv(kChildStartVariable, std::to_string(start[0]).c_str(), 1);
-    pid_t a = spawnChild(root.path(), "WritesItsOwnKeys", "A");
-    pid_t b = spawnChild(root.path(), "WritesItsOwnKeys", "B");
-    ::unsetenv(kChildStartVariable);
-    ::close(start[0]);
-    ::close(start[1]);
-    ASSERT_GT(a, 0);
-    ASSERT_GT(b, 0);
-    for (pid_t child : {a, b}) {
-        int status = 0;
-        ASSERT_EQ(child, ::waitpid(child, &status, 0));
+// Each write read the file as the other process left it: no update of either is lost.
+TEST_F(SharedSettingsTest, TwoProcessesWritingDistinctKeysLoseNothing) {
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
+    ovtest::ChildProcess a, b;
+    ASSERT_TRUE(startChild(a, mRoot.path(), "WritesItsOwnKeys", "A"));
+    ASSERT_TRUE(startChild(b, mRoot.path(), "WritesItsOwnKeys", "B"));
+    a.closeInput();
+    b.closeInput();
+    for (ovtest::ChildProcess* child : {&a, &b}) {
+        int status = child->wait(60000);
         EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
     }
-
+    const std::string path = ovtest::mainSettingsPath();
     EXPECT_EQ(0, missingUpdates(fileHolds(path))) << "of " << 2 * kEach << " updates";
     EXPECT_NE(std::string::npos, ovtest::readFile(path).find("[OVCore.Storage]\nKeep=1\n"));
 }
 
 // Two sources of one process, written from two threads: the file and both memories end up
-// with every key.
-TEST(SharedSettingsTest, TwoSourcesOnTwoThreadsLoseNothing) {
-    ovtest::TempDeviceRoot root;
+// with every key, each source having taken the other's changes from the bus.
+TEST_F(SharedSettingsTest, TwoSourcesOnTwoThreadsLoseNothing) {
     ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
-    auto a = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
-    auto b = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
-    auto recorder = std::make_unique<settingstest::SettingRecorder>();
+    auto* a = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
+    auto* b = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
+    keep(std::unique_ptr<OV_EventHandler>(a));
+    keep(std::unique_ptr<OV_EventHandler>(b));
     auto writeKeys = [](CFGOrvelSetting* source, std::string prefix) {
         for (int i = 0; i < kEach; ++i)
             source->setInt(kUI, (prefix + keyName(i)).c_str(), i);
     };
-    std::thread first(writeKeys, a.get(), "A");
-    std::thread second(writeKeys, b.get(), "B");
+    std::thread first(writeKeys, a, "A");
+    std::thread second(writeKeys, b, "B");
     first.join();
     second.join();
-    ASSERT_TRUE(recorder->drain());
+    ASSERT_TRUE(recorder().drain());
 
     EXPECT_EQ(0, missingUpdates(fileHolds(ovtest::mainSettingsPath())));
-    for (CFGOrvelSetting* source : {a.get(), b.get()}) {
+    for (CFGOrvelSetting* source : {a, b}) {
         EXPECT_EQ(0, missingUpdates([&](const std::string& key, int expected) {
                       int value = -1;
                       return source->getInt(kUI, key.c_str(), value) == 0 && value == expected;
                   }));
     }
-
-    recorder.reset();
-    a.reset();
-    b.reset();
-    OV_EventAndStatusFacade::destroy();
 }
 
 TEST(CFGSettingSlow, WriterKilledMidWriteNeverLeavesABrokenFile) {
@@ -260,27 +193,25 @@ TEST(CFGSettingSlow, WriterKilledMidWriteNeverLeavesABrokenFile) {
 
     std::mt19937 random(12345);
     int last = 0;
-    const int rounds = 15;
-    for (int round = 0; round < rounds; ++round) {
-        pid_t child = spawnWriter(root.path());
-        ASSERT_GT(child, 0);
+    for (int round = 0; round < 15; ++round) {
+        SCOPED_TRACE("round " + std::to_string(round));
+        ovtest::ChildProcess child;
+        ASSERT_TRUE(startChild(child, root.path(), "WritesUntilKilled"));
         // Wait until this child is writing, then kill it at a random moment.
         auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         int seen = last;
         while (seen <= last && std::chrono::steady_clock::now() < deadline) {
             std::this_thread::sleep_for(std::chrono::microseconds(500));
             seen = checkWholeFile(ovtest::readFile(path));
-            ASSERT_GE(seen, 0) << "broken file while the writer runs, round " << round;
+            ASSERT_GE(seen, 0) << "broken file while the writer runs";
         }
-        ASSERT_GT(seen, last) << "the writer made no progress, round " << round;
+        ASSERT_GT(seen, last) << "the writer made no progress";
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
-        ASSERT_EQ(0, ::kill(child, SIGKILL));
-        int status = 0;
-        ASSERT_EQ(child, ::waitpid(child, &status, 0));
-        ASSERT_TRUE(WIFSIGNALED(status)) << "the writer ended on its own, round " << round;
+        ASSERT_TRUE(child.kill(SIGKILL));
+        ASSERT_TRUE(WIFSIGNALED(child.wait())) << "the writer ended on its own";
 
         int counter = checkWholeFile(ovtest::readFile(path));
-        ASSERT_GE(counter, last) << "broken or older file after the kill, round " << round;
+        ASSERT_GE(counter, last) << "broken or older file after the kill";
         last = counter;
     }
 }

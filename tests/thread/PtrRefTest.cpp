@@ -17,7 +17,7 @@ struct DerivedTracked : Tracked {
     using Tracked::Tracked;
 };
 
-TEST(PtrRef, CopiesShareOneCountAndTheLastReleaseDeletes) {
+TEST(PtrRef, CopiesShareOneCountAndTheLastReleaseDeletesMovesDoNotCount) {
     int deathsA = 0, deathsB = 0;
     PtrRef<Tracked> a(new Tracked(&deathsA));
     {
@@ -45,9 +45,8 @@ TEST(PtrRef, CopiesShareOneCountAndTheLastReleaseDeletes) {
     a = empty;
     EXPECT_FALSE(empty.hasCount() || copy.hasCount() || a.hasCount());
     EXPECT_TRUE(a == nullptr);
-}
 
-TEST(PtrRef, MovingHandsTheReferenceOverWithoutCounting) {
+    // Moving hands the reference over without counting.
     int deaths = 0;
     PtrRef<Tracked> source(new Tracked(&deaths));
     PtrRef<Tracked> kept(source);

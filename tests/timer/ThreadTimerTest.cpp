@@ -4,6 +4,7 @@
 #include "timer/ITimer.h"
 
 #include "support/StderrCapture.h"
+#include "support/Wait.h"
 
 #include <gtest/gtest.h>
 
@@ -108,8 +109,7 @@ TEST(ThreadTimerSlow, EqualDelaysFireInRegistrationOrderInOnePassAfterTheSleep) 
     EXPECT_TRUE(capture.has("No file the handle:" + std::to_string(removed) + "\n")) << text;
 
     // The zero-delay timer stays stored but is never due.
-    std::this_thread::sleep_for(std::chrono::seconds(1));
-    EXPECT_EQ(firings.waitFor(3, std::chrono::seconds(0)).size(), 2u);
+    EXPECT_EQ(firings.waitFor(3, std::chrono::seconds(1)).size(), 2u);
 }
 
 // Runs on the timer thread with the list locked, and registers follow-ups from there: "soon"
@@ -169,21 +169,15 @@ TEST(ThreadTimerSlow, FiringRemovesTheHeadEvenWhenTheHandlerAddedIt) {
     ASSERT_EQ(TimerMgr::addTimer(9, new ChainingHandler(&firings, "early", 2, 0, &result)), 0);
     ASSERT_EQ(firings.waitFor(2, std::chrono::seconds(15)).size(), 2u);
 
-    std::string early;
-    std::string text;
-    Clock::time_point deadline = Clock::now() + std::chrono::seconds(10);
-    size_t emptied = std::string::npos;
-    while (Clock::now() < deadline) {
+    // Until the early seed came round again, found no handler, and the list was left empty.
+    std::string early, text;
+    ASSERT_TRUE(ovtest::waitUntil([&] {
         text = capture.text();
         early = std::to_string(registeredNumber(text, 9));
         size_t missing = text.find("No file the handle:" + early + "\n");
-        if (missing != std::string::npos)
-            emptied = text.find("Waiting -1 seconds!", missing);
-        if (emptied != std::string::npos)
-            break;
-        std::this_thread::sleep_for(std::chrono::milliseconds(100));
-    }
-    ASSERT_NE(emptied, std::string::npos) << text;
+        return missing != std::string::npos &&
+               text.find("Waiting -1 seconds!", missing) != std::string::npos;
+    })) << text;
     std::string fired = "ThreadTimer got a new time out:" + early + "!";
     size_t once = text.find(fired);
     ASSERT_NE(once, std::string::npos) << text;
