@@ -20,6 +20,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -89,6 +90,17 @@ protected:
 
     std::string path(const std::string& name) const { return mDir + name; }
     bool exists(const std::string& name) const { return ovtest::fileExists(path(name)); }
+
+    // The names in the cache directory, sorted, separated by spaces.
+    std::string listing() const {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(mDir))
+            names.insert(entry.path().filename().string());
+        std::string text;
+        for (const std::string& name : names)
+            text += (text.empty() ? "" : " ") + name;
+        return text;
+    }
 
     // Stores BYTES as the resource ID of MIMETYPE through the cache's output stream; the
     // closeOutputStream result.

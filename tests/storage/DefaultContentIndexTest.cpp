@@ -13,6 +13,7 @@
 #include <climits>
 #include <fstream>
 #include <new>
+#include <regex>
 #include <sstream>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -28,17 +29,11 @@ using dctest::header;
 // The captured text holds exactly one line of the index reader, the level-3 line of MESSAGE.
 // Other threads (the timer thread) may write lines of their own meanwhile.
 void expectReaderLine(const std::string& captured, const std::string& message) {
-    const std::string head = "{3} NR_DefaultContentMgr.cpp:";
-    std::vector<std::string> lines;
-    for (size_t at = captured.find(head); at != std::string::npos; at = captured.find(head, at + 1))
-        lines.push_back(captured.substr(at, captured.find('\n', at) + 1 - at));
-    ASSERT_EQ(1u, lines.size()) << captured;
-    const size_t tab = lines[0].find('\t');
-    ASSERT_NE(std::string::npos, tab) << captured;
-    const std::string number = lines[0].substr(head.size(), tab - head.size());
-    EXPECT_FALSE(number.empty()) << captured;
-    EXPECT_EQ(std::string::npos, number.find_first_not_of("0123456789")) << captured;
-    EXPECT_EQ(message + "\n", lines[0].substr(tab + 1));
+    const std::regex line("\\{3\\} NR_DefaultContentMgr\\.cpp:[0-9]+\\t(.*)\\n");
+    std::vector<std::string> messages;
+    for (std::sregex_iterator it(captured.begin(), captured.end(), line), end; it != end; ++it)
+        messages.push_back((*it)[1]);
+    EXPECT_EQ(std::vector<std::string>{message}, messages) << captured;
 }
 
 class DefaultContentIndexTest : public ::testing::Test {
@@ -49,14 +44,17 @@ protected:
         return DefaultContentIndex(path());
     }
 
-    // The resource NAME of the index file, or "<none>" when it is not delivered.
-    std::string read(const DefaultContentIndex& index, const std::string& name) {
-        const DefaultContentIndexItem* item = index.find(name);
-        if (!item)
-            return "<absent>";
-        std::string bytes = "<none>";
-        DefaultContentIndex::readResource(index.getPath(), *item, &bytes);
-        return bytes;
+    // Every entry of the index read from BYTES as "name=bytes" in name order, "<none>" for the
+    // bytes of an entry that delivers nothing.
+    std::string contents(const std::string& bytes) {
+        DefaultContentIndex index = load(bytes);
+        std::string text;
+        for (const auto& entry : index.getItems()) {
+            std::string delivered = "<none>";
+            DefaultContentIndex::readResource(index.getPath(), entry.second, &delivered);
+            text += (text.empty() ? "" : " ") + entry.first + "=" + delivered;
+        }
+        return text;
     }
 
     std::string path() const { return mDir.file("dynport.dc"); }
@@ -64,27 +62,52 @@ protected:
     ovtest::TempDir mDir;
 };
 
-TEST_F(DefaultContentIndexTest, ThreeBytesAtOffset24) {
-    const std::string file = std::string("dc\0\0\0\0\0\0\0\x01", 10) + be16(4) + "logo" + be32(3) +
-                             be32(24) + std::string("\x07\x00\x09", 3);
-    ASSERT_EQ(27u, file.size());
-    DefaultContentIndex index = load(file);
+TEST_F(DefaultContentIndexTest, DirectoriesAndTheBytesTheyDeliver) {
+    const std::string one = entry("a", 1, 0);
+    // 142 directory bytes and 4 resource bytes: 146 in all.
+    const std::string outside =
+        header(7) + entry("whole", 4, 142) + entry("short", 5, 142) + entry("past", 1, 146) +
+        entry("negative length", 0xFFFFFFFF, 142) + entry("negative offset", 1, 0x80000000) +
+        entry("near 2^31", 0x7FFFFFFF, 0) + entry("sum wraps", 0x7FFFFFF0, 0x7FFFFFF0) + "data";
+    const struct {
+        const char* rule;
+        std::string file;
+        std::string contents;
+    } cases[] = {
+        {"three bytes at offset 24",
+         std::string("dc\0\0\0\0\0\0\0\x01", 10) + be16(4) + "logo" + be32(3) + be32(24) +
+             std::string("\x07\x00\x09", 3),
+         std::string("logo=\x07\x00\x09", 8)},
+        // Offsets still count from the start of the file, blank line included.
+        {"white space before the magic", "\n \t\n" + header(1) + entry("a", 2, 25) + "hi", "a=hi"},
+        {"count 1", header(1) + one, "a=d"},
+        {"count 0", header(0) + one, ""},
+        {"negative count", header(0x8001) + one, ""},
+        {"count -1", header(0xFFFF) + one, ""},
+        {"names end at their first zero byte",
+         header(2) + entry(std::string("ab\0c", 4), 1, 0) + entry(std::string("\0x", 2), 1, 1),
+         "=c ab=d"},
+        {"of two entries with one name the later counts",
+         header(3) + entry("x", 3, 47) + entry("y", 1, 47) +
+             entry(std::string("x\0old", 5), 2, 50) + "abcde",
+         "x=de y=a"},
+        // The resource byte after the first entry is read as the start of a second one, which
+        // ends with the file.
+        {"a count far above the entries", header(32767) + entry("a", 1, 21) + "Z", "a=Z"},
+        {"an entry cut short", header(2) + entry("a", 0, 0) + be16(5) + "bc", "a="},
+        {"bytes outside the file", outside,
+         "near 2^31=<none> negative length=<none> negative offset=<none> past=<none> "
+         "short=<none> sum wraps=<none> whole=data"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.contents, contents(c.file)) << c.rule;
 
-    ASSERT_EQ(1u, index.getItems().size());
-    const DefaultContentIndexItem* logo = index.find("logo");
-    ASSERT_NE(nullptr, logo);
-    EXPECT_EQ("logo", logo->mName);
-    EXPECT_EQ(3, logo->mLength);
-    EXPECT_EQ(24, logo->mOffset);
-    EXPECT_EQ(std::string("\x07\x00\x09", 3), read(index, "logo"));
-    EXPECT_EQ(path(), index.getPath());
-}
-
-TEST_F(DefaultContentIndexTest, WhiteSpaceBeforeTheMagicIsSkipped) {
-    // Offsets still count from the start of the file, blank line included.
-    const std::string lead = "\n \t\n";
-    DefaultContentIndex index = load(lead + header(1) + entry("a", 2, 25) + "hi");
-    EXPECT_EQ("hi", read(index, "a"));
+    // An entry may end exactly at the end of the file, and an empty one may start there.
+    DefaultContentIndexItem edge;
+    edge.mOffset = 146;
+    std::string bytes = "<none>";
+    EXPECT_TRUE(DefaultContentIndex::readResource(path(), edge, &bytes));
+    EXPECT_EQ("", bytes);
 }
 
 TEST_F(DefaultContentIndexTest, UnreadableOrWrongFilesGiveAnEmptyIndexAndOneLine) {
@@ -99,71 +122,6 @@ TEST_F(DefaultContentIndexTest, UnreadableOrWrongFilesGiveAnEmptyIndexAndOneLine
         EXPECT_TRUE(index.getItems().empty());
         expectReaderLine(capture.text(), cases[i].first);
     }
-}
-
-TEST_F(DefaultContentIndexTest, ZeroAndNegativeCountsGiveAnEmptyIndex) {
-    const std::string one = entry("a", 1, 0);
-    EXPECT_TRUE(load(header(0) + one).getItems().empty());
-    EXPECT_TRUE(load(header(0x8001) + one).getItems().empty());
-    EXPECT_TRUE(load(header(0xFFFF) + one).getItems().empty());
-    EXPECT_EQ(1u, load(header(1) + one).getItems().size());
-}
-
-TEST_F(DefaultContentIndexTest, NamesEndAtTheirFirstZeroByte) {
-    DefaultContentIndex index =
-        load(header(2) + entry(std::string("ab\0c", 4), 1, 0) + entry(std::string("\0x", 2), 1, 1));
-    EXPECT_NE(nullptr, index.find("ab"));
-    EXPECT_EQ(nullptr, index.find(std::string("ab\0c", 4)));
-    EXPECT_NE(nullptr, index.find(""));
-    EXPECT_EQ(2u, index.getItems().size());
-}
-
-TEST_F(DefaultContentIndexTest, OfTwoEntriesWithOneNameTheLaterCounts) {
-    const std::string directory =
-        header(3) + entry("x", 3, 47) + entry("y", 1, 47) + entry(std::string("x\0old", 5), 2, 50);
-    ASSERT_EQ(47u, directory.size());
-    DefaultContentIndex index = load(directory + "abcde");
-    EXPECT_EQ(2u, index.getItems().size());
-    EXPECT_EQ("de", read(index, "x"));
-    EXPECT_EQ("a", read(index, "y"));
-}
-
-TEST_F(DefaultContentIndexTest, BytesOutsideTheFileAreNeverDelivered) {
-    // 142 directory bytes and 4 resource bytes: 146 in all.
-    const uint32_t data = 142;
-    const std::string directory =
-        header(7) + entry("whole", 4, data) + entry("short", 5, data) + entry("past", 1, data + 4) +
-        entry("negative length", 0xFFFFFFFF, data) + entry("negative offset", 1, 0x80000000) +
-        entry("near 2^31", 0x7FFFFFFF, 0) + entry("sum wraps", 0x7FFFFFF0, 0x7FFFFFF0);
-    ASSERT_EQ(data, directory.size());
-    DefaultContentIndex index = load(directory + "data");
-
-    EXPECT_EQ("data", read(index, "whole"));
-    for (const char* name :
-         {"short", "past", "negative length", "negative offset", "near 2^31", "sum wraps"})
-        EXPECT_EQ("<none>", read(index, name)) << name;
-
-    // An entry may end exactly at the end of the file, and an empty one may start there.
-    DefaultContentIndexItem edge;
-    EXPECT_EQ("", edge.mName);
-    EXPECT_EQ(0, edge.mLength);
-    EXPECT_EQ(0, edge.mOffset);
-    edge.mOffset = 146;
-    std::string bytes = "<none>";
-    EXPECT_TRUE(DefaultContentIndex::readResource(path(), edge, &bytes));
-    EXPECT_EQ("", bytes);
-}
-
-TEST_F(DefaultContentIndexTest, ADirectoryCutShortKeepsOnlyItsWholeEntries) {
-    // The count promises far more entries than the file holds; the resource byte after the
-    // first entry is read as the start of a second one, which ends with the file.
-    DefaultContentIndex index = load(header(32767) + entry("a", 1, 21) + "Z");
-    ASSERT_EQ(1u, index.getItems().size());
-    EXPECT_EQ("Z", read(index, "a"));
-
-    DefaultContentIndex cut = load(header(2) + entry("a", 0, 0) + be16(5) + "bc");
-    EXPECT_EQ(1u, cut.getItems().size());
-    EXPECT_EQ(nullptr, cut.find("bc"));
 }
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)

@@ -28,13 +28,6 @@ protected:
     FaultTest() : CacheTest(1000) {} // 100 blocks
     void TearDown() override { OV_EventAndStatusFacade::destroy(); }
 
-    std::set<std::string> files() const {
-        std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(mDir))
-            names.insert(entry.path().filename().string());
-        return names;
-    }
-
     // Steps FROM to TO of a feed as an engine saves it: an item, then its 2-block image, and
     // every tenth step the channel listing the last ten items. The number of steps that failed.
     int feed(int from, int to) {
@@ -58,12 +51,12 @@ protected:
     }
 };
 
-// Saves during a phase in which nothing can be deleted or written fail and leave no trace:
-// once the directory takes changes again, the engine's retries end where an undisturbed cache
-// ends.
+// Saves during a phase in which nothing can be deleted or written fail and leave no trace (what
+// is stored can still be read; removing fails): once the directory takes changes again,
+// the engine's retries end where an undisturbed cache ends.
 TEST_F(FaultTest, AnUnwritablePhaseLeavesTheCacheAsIfUndisturbed) {
     ASSERT_EQ(0, feed(0, 60));
-    const std::set<std::string> undisturbed = files();
+    const std::string undisturbed = listing();
     const long blocks = policy()->blocksUsed();
     ASSERT_LE(blocks, policy()->maxCacheBlocks());
     ASSERT_EQ(0, cache()->clear());
@@ -76,9 +69,13 @@ TEST_F(FaultTest, AnUnwritablePhaseLeavesTheCacheAsIfUndisturbed) {
         ovtest::StderrCapture capture;
         EXPECT_EQ(5, feed(40, 45)) << "every save must fail";
         EXPECT_TRUE(contains(capture.text(), "could not be deleted")) << capture.text();
+        Item item("it39");
+        EXPECT_EQ(0, cache()->get("it39", item)) << "readable still";
+        EXPECT_EQ(-1, cache()->remove("it39", item));
+        EXPECT_EQ(nullptr, cache()->getOutputStream("r", 10));
     }
     ASSERT_EQ(0, feed(40, 60));
-    EXPECT_EQ(undisturbed, files());
+    EXPECT_EQ(undisturbed, listing());
     EXPECT_EQ(blocks, policy()->blocksUsed());
 }
 
@@ -148,32 +145,19 @@ TEST_F(FaultTest, AnotherProcesssFileStampedInTheSameTickIsFound) {
     EXPECT_EQ("theirs.gif", name);
 }
 
-// An ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on DIR
-// for as long as it lives, where this machine lets it be.
-class Ext2Mount {
-public:
-    Ext2Mount(const std::string& image, const std::string& dir) : mDir(dir) {
-        std::string command = "PATH=$PATH:/sbin:/usr/sbin; mkfs.ext2 -q -F -I 128 '" + image +
-                              "' 1024 >/dev/null 2>&1 && mount -o loop '" + image + "' '" + dir +
-                              "' >/dev/null 2>&1";
-        mMounted = std::system(command.c_str()) == 0;
-    }
-    ~Ext2Mount() {
-        if (mMounted)
-            // Lazily: the cache keeps its directory open until the process ends.
-            std::system(("umount -l '" + mDir + "' >/dev/null 2>&1").c_str());
-    }
-    bool mounted() const { return mMounted; }
-
-private:
-    std::string mDir;
-    bool mMounted = false;
-};
-
+// On an ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on the
+// cache directory where this machine lets it be.
 TEST_F(FaultTest, AnotherProcesssFilesAreFoundOnAWholeSecondFileSystem) {
-    Ext2Mount ext2(mRoot.file("/ext2.img"), mDir);
-    if (!ext2.mounted())
+    const std::string mount = "PATH=$PATH:/sbin:/usr/sbin; mkfs.ext2 -q -F -I 128 '" +
+                              mRoot.file("/ext2.img") +
+                              "' 1024 >/dev/null 2>&1 && mount -o loop '" +
+                              mRoot.file("/ext2.img") + "' '" + mDir + "' >/dev/null 2>&1";
+    if (std::system(mount.c_str()) != 0)
         GTEST_SKIP() << "a loop-mounted ext2 image needs root, loop devices and mkfs.ext2";
+    struct Unmount { // lazily: the cache keeps its directory open until the process ends
+        std::string dir;
+        ~Unmount() { std::system(("umount -l '" + dir + "' >/dev/null 2>&1").c_str()); }
+    } unmount{mDir};
     int missed = 0;
     for (int i = 0; i < 10; ++i) {
         const std::string id = "f" + std::to_string(i);
@@ -209,6 +193,7 @@ TEST_F(FaultTest, SyncKeepsDownloadsInProgressAndNamesWhatItCannotDelete) {
     ASSERT_EQ(1u, undeleted.size());
     EXPECT_EQ("stuck.tmp", undeleted[0].first);
     EXPECT_EQ(EPERM, undeleted[0].second);
+    EXPECT_EQ(-1, cache()->clear());
 }
 
 // A FIFO, a link to a device and a huge file without a line feed under object names, a FIFO

@@ -107,15 +107,6 @@ TEST_F(ObjectTest, ObjectsAreSavedReadBackRemovedAndCleared) {
     EXPECT_EQ(0, cache()->remove("ch", channel));
     EXPECT_EQ(before - 3, policy()->blocksUsed());
 
-    // A stream of exactly one block counts two.
-    Item exact("exact");
-    while (exact.getStreamLength() < 4096)
-        exact.title += L'a';
-    ASSERT_EQ(4096u, exact.getStreamLength());
-    ASSERT_EQ(0, cache()->save("exact", exact));
-    EXPECT_NE(std::string::npos, capture.text().find("Size of exact is 2\n\n"));
-    EXPECT_EQ(before - 3 + 2, policy()->blocksUsed());
-
     ASSERT_EQ(0, cache()->save("x", *item));
     ASSERT_EQ(6, cache()->getType("tpl"));
     ASSERT_TRUE(ovtest::writeFile(path("foreign.bin"), "f"));
@@ -148,13 +139,6 @@ TEST_F(ObjectTest, ReferencesGiveTheClassesOfResources) {
         {"unknown", 9}};
     for (const auto& c : classes)
         EXPECT_EQ(c.second, cache()->getType(c.first)) << c.first;
-    typedef std::set<std::string> Set;
-    EXPECT_EQ(Set({"shared", "itemtpl", "owntpl"}), NR_ContentCache::templateIDs);
-    EXPECT_EQ(Set({"shared"}), NR_ContentCache::chanTemplateIDs);
-    EXPECT_EQ(Set({"chimg"}), NR_ContentCache::chanImageIDs);
-    EXPECT_EQ(Set({"onlyimg"}), NR_ContentCache::imageOnlyIDs);
-    EXPECT_EQ(Set({"page"}), NR_ContentCache::excerptIDs);
-    EXPECT_EQ(Set({"sheet"}), NR_ContentCache::excerptCSSIDs);
 
     // Resources land in the queue of their class, counted as referenced.
     ASSERT_EQ(0, putResource("chimg", "c"));
@@ -163,7 +147,7 @@ TEST_F(ObjectTest, ReferencesGiveTheClassesOfResources) {
     EXPECT_EQ(4, queueOf("shared.xhtml"));
     EXPECT_TRUE(referenced("chimg.gif"));
     EXPECT_TRUE(referenced("shared.xhtml"));
-    EXPECT_EQ(Set({"ch.chn", "plain.itm"}), policy()->parentsOf("shared"));
+    EXPECT_EQ(std::set<std::string>({"ch.chn", "plain.itm"}), policy()->parentsOf("shared"));
     // Default content is not in the cache: no reference to it.
     EXPECT_TRUE(policy()->parentsOf("dc:default-channel-icon.png").empty());
 }
@@ -183,17 +167,14 @@ TEST_F(ObjectTest, AResourceDisplacesOnlyClassesItMay) {
     EXPECT_EQ(99, policy()->blocksUsed()); // with ch.chn
 
     ASSERT_EQ(0, putResource("other", std::string(5000, 'o')));
-    EXPECT_TRUE(exists("other.gif"));
-    for (int i = 0; i < 49; ++i)
-        ASSERT_TRUE(exists("ci" + std::to_string(i) + ".gif")) << i;
-    EXPECT_EQ(101, policy()->blocksUsed());
+    EXPECT_EQ(101, policy()->blocksUsed()) << "nothing went";
     EXPECT_FALSE(cache()->isStorageFull());
 
     ASSERT_EQ(0, putResource("ci49", std::string(5000, 'c')));
     EXPECT_FALSE(exists("other.gif")) << "the unreferenced file goes first";
     EXPECT_FALSE(exists("ci0.gif"));
-    for (const char* kept : {"ci1.gif", "ci49.gif", "ch.chn"})
-        EXPECT_TRUE(exists(kept)) << kept;
+    EXPECT_TRUE(exists("ci1.gif"));
+    EXPECT_TRUE(exists("ch.chn"));
     EXPECT_TRUE(cache()->isStorageFull());
 }
 
@@ -247,21 +228,16 @@ TEST_F(ObjectTest, ASaveMakesJustEnoughRoomInClassOrder) {
         return cache()->save(id, item);
     };
     ASSERT_EQ(0, saveBig("big1", 27)); // 7 free: exactly 27 once loose goes
-    EXPECT_FALSE(exists("loose.gif"));
-    EXPECT_TRUE(exists("ia.gif"));
+    EXPECT_EQ("a.itm b.itm big1.itm ch.chn ci.gif ia.gif ib.gif", listing());
     EXPECT_FALSE(cache()->isStorageFull());
     ASSERT_EQ(100, policy()->blocksUsed());
 
     ASSERT_EQ(0, saveBig("big2", 21)); // item images, oldest first
-    EXPECT_FALSE(exists("ia.gif"));
-    EXPECT_FALSE(exists("ib.gif"));
-    EXPECT_TRUE(exists("ci.gif"));
+    EXPECT_EQ("a.itm b.itm big1.itm big2.itm ch.chn ci.gif", listing());
     EXPECT_TRUE(cache()->isStorageFull());
 
     ASSERT_EQ(0, saveBig("big3", 30)); // then the channel image
-    EXPECT_FALSE(exists("ci.gif"));
-    for (const char* name : {"ch.chn", "a.itm", "b.itm", "big1.itm", "big2.itm", "big3.itm"})
-        EXPECT_TRUE(exists(name)) << name;
+    EXPECT_EQ("a.itm b.itm big1.itm big2.itm big3.itm ch.chn", listing());
     EXPECT_EQ(81, policy()->blocksUsed());
     expectOneFullEvent(errors);
 }
@@ -327,6 +303,10 @@ TEST_F(ObjectTest, SyncRebuildsReferencesAndAccountingFromDisk) {
     ASSERT_EQ(0, putResource("orphan", "o"));
     ASSERT_TRUE(ovtest::writeFile(path("half.tmp"), "partial"));
     long blocks = policy()->blocksUsed();
+    // A tool looking at a cache another process writes leaves its unfinished files alone.
+    EXPECT_EQ(0, cache()->sync(false));
+    EXPECT_TRUE(exists("half.tmp"));
+    EXPECT_EQ(blocks, policy()->blocksUsed()) << "only finished files are accounted";
 
     ovtest::EventRecorder status(NR_Constants::EVENT_NOTIFY_STORAGE_STATUS);
     ovtest::StderrCapture capture;
@@ -360,22 +340,7 @@ TEST_F(ObjectTest, SyncRebuildsReferencesAndAccountingFromDisk) {
     // before anything of the feed.
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ("unreferenced", evict());
-    for (const char* name : {"stale.itm", "staleimg.gif", "orphan.gif"})
-        EXPECT_FALSE(exists(name)) << name;
-    for (const char* name : {"news.cnt", "ch.chn", "x.itm", "img.gif", "chtpl.xhtml"})
-        EXPECT_TRUE(exists(name)) << name;
-}
-
-TEST_F(ObjectTest, SyncOfAnEmptyCacheAndALookThatDeletesNothing) {
-    EXPECT_EQ(0, cache()->sync());
-    EXPECT_EQ(0, policy()->blocksUsed());
-    EXPECT_EQ(0, cache()->cacheUsed());
-    // A tool looking at a cache another process writes leaves its unfinished files alone.
-    ASSERT_TRUE(ovtest::writeFile(path("busy.tmp"), "half"));
-    ASSERT_TRUE(ovtest::writeFile(path("done.gif"), "GIF"));
-    EXPECT_EQ(0, cache()->sync(false));
-    EXPECT_TRUE(exists("busy.tmp"));
-    EXPECT_EQ(1, policy()->blocksUsed()) << "only the finished file is accounted";
+    EXPECT_EQ("ch.chn chtpl.xhtml img.gif news.cnt x.itm", listing());
 }
 
 } // namespace

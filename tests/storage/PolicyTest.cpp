@@ -27,11 +27,6 @@ TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
     EXPECT_EQ(1230 * 4, p->cacheRemaining());
     EXPECT_EQ(1230, p->cacheBlocksFree());
     EXPECT_EQ("0\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
-    EXPECT_EQ(p, NR_ContentCachePolicy::mInstance);
-    EXPECT_EQ(10, NR_ContentCachePolicy::mPercentSize);
-    EXPECT_EQ(8, NR_ContentCachePolicy::blockMultiplier);
-    EXPECT_EQ(mDir, NR_ContentCache::cache_dir);
-    EXPECT_FALSE(NR_ContentCache::isFull);
     EXPECT_TRUE(inOrder(capture.text(),
                         {"\t[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write "
                          "mReferencedUsed 0 to /tmp/ref.txt\n\n",
@@ -42,10 +37,12 @@ TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
 class Policy : public CacheTest {
 protected:
     Policy() : CacheTest(1000) {} // 100 blocks
+    void SetUp() override { p = policy(); }
+
+    NR_ContentCachePolicy* p = nullptr;
 };
 
 TEST_F(Policy, AFileCountsOneBlockMoreThanItsSizeFills) {
-    NR_ContentCachePolicy* p = policy();
     for (auto c : {std::make_pair(0, 1), {4095, 1}, {4096, 2}, {2 * 4096 + 1, 3}})
         EXPECT_EQ(c.second, p->blocksFor(c.first)) << c.first;
     account("exact", 9, 4096);
@@ -67,7 +64,6 @@ TEST_F(Policy, AFileCountsOneBlockMoreThanItsSizeFills) {
 // an exact multiple of the block size (counted one more), a sparse file (occupying nothing), a
 // file that grew behind the cache's back.
 TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
-    NR_ContentCachePolicy* p = policy();
     account("other", 9, 100);
     p->addRef("x.itm", "exact");
     account("exact", 9, 4096);
@@ -102,7 +98,6 @@ TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
 // addDiskUsage said, so the first pass of eviction finds it on top of its queue (queue 0 too)
 // before any referenced file of a lower class. Its first parent gives it the counter.
 TEST_F(Policy, UnreferencedFilesCarryKeyZeroAndGoFirstFromAnyQueue) {
-    NR_ContentCachePolicy* p = policy();
     p->addRef("x.itm", "ref1");
     account("ref1.gif", 1, 100, true);
     account("loose.gif", 9, 100, true);
@@ -144,7 +139,6 @@ TEST_F(Policy, UnreferencedFilesCarryKeyZeroAndGoFirstFromAnyQueue) {
 // A file deleted behind the cache's back leaves the accounting, and the references it held,
 // when eviction comes to it: the cache is not left fuller than it is until the next sync.
 TEST_F(Policy, AVanishedFileLeavesTheAccountingWhenEvictionReachesIt) {
-    NR_ContentCachePolicy* p = policy();
     p->addRef("gone.itm", "img");
     for (const char* name : {"gone.itm", "img.gif", "next.gif"})
         account(name, 9);
@@ -159,7 +153,6 @@ TEST_F(Policy, AVanishedFileLeavesTheAccountingWhenEvictionReachesIt) {
 }
 
 TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
-    NR_ContentCachePolicy* p = policy();
     for (const char* id : {"t4", "i5", "t6", "i7"})
         p->addRef("x.itm", id);
     account("t4.xhtml", 4);
@@ -187,7 +180,6 @@ TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
 }
 
 TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
-    NR_ContentCachePolicy* p = policy();
     // Reference first, file later: counted as referenced when it arrives.
     p->addRef("a.itm", "logoZpng");
     account("logo.png", 9, 5000); // 2 blocks
@@ -199,10 +191,6 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
     EXPECT_EQ(3, p->referencedUsed());
     p->addRef("b.itm", "pic"); // a second parent changes nothing
     EXPECT_EQ(3, p->referencedUsed());
-    EXPECT_EQ(3, NR_ContentCachePolicy::mReferencedUsed);
-    EXPECT_EQ(3, NR_ContentCachePolicy::mCacheUsed);
-    EXPECT_EQ(2u, NR_ContentCachePolicy::references.at("pic").size());
-    EXPECT_EQ(2u, NR_ContentCachePolicy::mQueueArr[9].size());
     EXPECT_EQ(4 * 1000 / 10 - 3 * 4, p->cacheRemaining());
     EXPECT_TRUE(referenced("pic.gif"));
 
@@ -220,7 +208,6 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
 }
 
 TEST_F(Policy, AnEvictedParentNoLongerProtectsWhatItReferenced) {
-    NR_ContentCachePolicy* p = policy();
     p->addRef("a.itm", "img");
     p->addRef("b.itm", "img");
     p->addRef("a.itm", "tpl");
@@ -239,7 +226,6 @@ TEST_F(Policy, AnEvictedParentNoLongerProtectsWhatItReferenced) {
 }
 
 TEST_F(Policy, ReferenceTableLinesAndDumps) {
-    NR_ContentCachePolicy* p = policy();
     ovtest::StderrCapture capture;
     p->addRef("a.itm", "img");
     p->addRef("a.itm", "img");
@@ -262,7 +248,6 @@ TEST_F(Policy, ReferenceTableLinesAndDumps) {
 }
 
 TEST_F(Policy, UsedFigureIsReadBackFromTheRefFile) {
-    NR_ContentCachePolicy* p = policy();
     const std::string refFile = ovplatform::devicePath("/tmp/ref.txt");
     p->addRef("a.itm", "img");
     account("img.gif", 9, 3 * 4096); // 4 blocks
