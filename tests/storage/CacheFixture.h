@@ -91,15 +91,24 @@ protected:
     std::string path(const std::string& name) const { return mDir + name; }
     bool exists(const std::string& name) const { return ovtest::fileExists(path(name)); }
 
-    // The names in the cache directory, sorted, separated by spaces.
-    std::string listing() const {
+    std::set<std::string> names() const {
         std::set<std::string> names;
         for (const auto& entry : std::filesystem::directory_iterator(mDir))
             names.insert(entry.path().filename().string());
+        return names;
+    }
+    // The names in the cache directory, sorted, separated by spaces.
+    std::string listing() const {
         std::string text;
-        for (const std::string& name : names)
+        for (const std::string& name : names())
             text += (text.empty() ? "" : " ") + name;
         return text;
+    }
+
+    // The blocks the policy counts in all and as referenced.
+    std::string usage() {
+        return std::to_string(policy()->blocksUsed()) + " used, " +
+               std::to_string(policy()->referencedUsed()) + " referenced";
     }
 
     // Stores BYTES as the resource ID of MIMETYPE through the cache's output stream; the
@@ -120,14 +129,20 @@ protected:
         ASSERT_EQ(0, policy()->addDiskUsage(name, type, fresh));
     }
 
-    // Evicts the next file for a caller of class TYPE: "unreferenced" when it went as an
-    // unreferenced queue top (key 0), "referenced" when it went as the top of a class, "none"
-    // when none could.
+    // Evicts the next file for a caller of class TYPE: "unreferenced NAME" when NAME went as an
+    // unreferenced queue top (key 0), "referenced NAME" when it went as the top of a class,
+    // "none" when none could. NAME is left out when no file left the directory.
     std::string evict(int type = 0) {
+        const std::set<std::string> before = names();
         bool referenced = false;
         if (policy()->removeNext(type, referenced) != 0)
             return "none";
-        return referenced ? "referenced" : "unreferenced";
+        std::string result = referenced ? "referenced" : "unreferenced";
+        for (const std::string& name : before) {
+            if (!exists(name))
+                result += " " + name;
+        }
+        return result;
     }
 
     // The queue of NAME in the policy and whether it is referenced, or -1.
