@@ -52,6 +52,19 @@ protected:
         ASSERT_TRUE(ovtest::writeFile(mRoot + "/" + name, bytes));
     }
 
+    // Changes KEY of GROUP through the setting manager, as a settings tool would.
+    static void set(int group, const char* key, const std::string& value) {
+        ASSERT_EQ(0, OrvelSettingMgr::getSettingMgrInstance()->setString(
+                         group, key, ovTypes::String(ovTypes::ID(value))));
+    }
+
+    // Publishes a setting-changed event for KEY, as the setting manager of another process does.
+    static void publishChange(const std::string& key, const std::string& value) {
+        OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
+        changed.setProperty(key, value);
+        OV_EventAndStatusFacade::instance()->publish(changed);
+    }
+
     // What get delivers for ID, or "<none>" when it delivers nothing (checking that nothing
     // was written then).
     static std::string fetch(const ovTypes::ID& id) {
@@ -148,12 +161,9 @@ TEST_F(DefaultContentMgrTest, TheCurrentProfileAndLanguageFilesComeFirst) {
         << log;
 
     // The profile setting is read at each look-up, so no event needs to arrive first.
-    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
-                                ovTypes::String(L"op2")));
+    set(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile", "op2");
     EXPECT_EQ("other profile | <none>", fetchAll({"dc:e", "dc:b"}));
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile",
-                                ovTypes::String(L"")));
+    set(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile", "");
     EXPECT_EQ("<none> | de", fetchAll({"dc:e", "dc:x"}));
 }
 
@@ -165,9 +175,7 @@ TEST_F(DefaultContentMgrTest, DynportdcNamesTheProfileFolder) {
         ovtest::writeFile(elsewhere.file("op1/dynport.dc"), dctest::index({{"x", "absolute"}})));
     EXPECT_EQ("relative", fetch("dc:x"));
 
-    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_STORAGE, "Dynportdc",
-                                ovTypes::String(ovTypes::ID(elsewhere.path()))));
+    set(OrvelSettingMgr::GROUP_STORAGE, "Dynportdc", elsewhere.path());
     NR_DefaultContentMgr::dispose();
     EXPECT_EQ("absolute", fetch("dc:x"));
 }
@@ -211,15 +219,11 @@ TEST_F(DefaultContentMgrTest, AProfileEventDropsTheKeptLists) {
     index("profiles/op1/de/dynport.dc", {{"logo", "language"}});
     EXPECT_EQ("profile", fetch("dc:logo"));
 
-    OV_Event unrelated(OrvelSetting::SETTING_CHANGED_TOPIC);
-    unrelated.setProperty("OVCore.UI.ScreenSaverTimeout", "30");
-    OV_EventAndStatusFacade::instance()->publish(unrelated);
+    publishChange("OVCore.UI.ScreenSaverTimeout", "30");
     ASSERT_TRUE(recorder->waitFor(1));
     EXPECT_EQ("profile", fetch("dc:logo"));
 
-    OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
-    changed.setProperty("OVCore.InitSetting.CurrentProfile", "op1");
-    OV_EventAndStatusFacade::instance()->publish(changed);
+    publishChange("OVCore.InitSetting.CurrentProfile", "op1");
     ASSERT_TRUE(recorder->waitFor(2));
     EXPECT_EQ("language", fetch("dc:logo"));
     recorder.reset();
@@ -246,11 +250,8 @@ TEST_F(DefaultContentMgrTest, LookUpsOnSeveralThreadsWhileProfileEventsArrive) {
     std::thread first(lookUps);
     std::thread second(lookUps);
     // Each event drops the lists on the bus's thread while the look-ups rebuild them.
-    for (int i = 0; i < kEvents; ++i) {
-        OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
-        changed.setProperty("OVCore.InitSetting.CurrentProfile", "op1");
-        OV_EventAndStatusFacade::instance()->publish(changed);
-    }
+    for (int i = 0; i < kEvents; ++i)
+        publishChange("OVCore.InitSetting.CurrentProfile", "op1");
     first.join();
     second.join();
     EXPECT_TRUE(recorder->waitFor(kEvents));
@@ -280,9 +281,7 @@ TEST_F(DefaultContentMgrTest, TheResourcePathSettingIsUsedWhenItsFolderOpens) {
               capture.text().find(", open()\tSet resource path to " + configured.path() + "\n"));
 
     // Kept until dispose; a folder that does not open gives the built-in one.
-    OrvelSettingMgr* mgr = OrvelSettingMgr::getSettingMgrInstance();
-    ASSERT_EQ(0, mgr->setString(OrvelSettingMgr::GROUP_STORAGE, "DefaultContent",
-                                ovTypes::String(ovTypes::ID(configured.file("missing")))));
+    set(OrvelSettingMgr::GROUP_STORAGE, "DefaultContent", configured.file("missing"));
     EXPECT_EQ("configured", fetch("dc:icon.png"));
     NR_DefaultContentMgr::dispose();
     EXPECT_EQ("built in", fetch("dc:icon.png"));

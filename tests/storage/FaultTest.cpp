@@ -1,7 +1,8 @@
 // The cache against what a phone's storage does to it: a directory that refuses changes for a
-// while, a file that cannot be deleted, a size that cannot be measured yet, another process's
-// files stamped within the same clock tick (as on a file system that stamps whole seconds), a
-// sync while a download is under way, and junk under the names of stored objects.
+// while or vanishes, a full file system, a file that cannot be deleted, a size that cannot be
+// measured yet, another process's files stamped within the same clock tick (as on a file system
+// that stamps whole seconds), a sync while a download is under way, and junk or damaged bytes
+// under the names of stored objects.
 #include "CacheFixture.h"
 
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
@@ -12,16 +13,18 @@
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fcntl.h>
-#include <set>
+#include <random>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
 using storagetest::CacheTest;
-
 using storagetest::contains;
+using storagetest::streamOf;
 
 class FaultTest : public CacheTest {
 protected:
@@ -219,6 +222,92 @@ TEST_F(FaultTest, JunkUnderObjectNamesIsRefusedWithoutHanging) {
         EXPECT_TRUE(
             contains(text, path(refused.first) + " is not a stored object: " + refused.second))
             << text;
+}
+
+// Damaged object files load as far as their bytes go (the stream form's rules), count in the
+// accounting a sync rebuilds, and are replaced whole by the next save.
+TEST_F(FaultTest, DamagedObjectFilesLoadWithDefaults) {
+    std::string garbage;
+    std::mt19937 random(3);
+    for (int i = 0; i < 5000; ++i)
+        garbage += char(random() % 256);
+    for (const char* name : {"garbage.itm", "garbage.chn", "news.cnt"})
+        ASSERT_TRUE(ovtest::writeFile(path(name), garbage));
+    ASSERT_TRUE(ovtest::writeFile(path("empty.itm"), ""));
+
+    Item item("garbage"), empty("empty");
+    Channel channel("garbage");
+    Container news("news");
+    ASSERT_EQ(0, cache()->get("garbage", item));
+    EXPECT_EQ(1000, item.priority);
+    EXPECT_EQ(INT32_MAX, item.displayCountLimit);
+    ASSERT_EQ(0, cache()->get("empty", empty));
+    EXPECT_EQ(streamOf(Item("empty")), streamOf(empty));
+    ASSERT_EQ(0, cache()->get("garbage", channel));
+    ASSERT_EQ(0, cache()->get("news", news));
+
+    EXPECT_EQ(0, cache()->sync());
+    EXPECT_EQ(3 * 2 + 1, policy()->blocksUsed()) << "every file is accounted";
+    Item whole("x");
+    whole.title = L"a title";
+    ASSERT_EQ(0, cache()->save("garbage", whole));
+    EXPECT_EQ(streamOf(whole), ovtest::readFile(path("garbage.itm")));
+}
+
+// A file-size limit makes writes fail as a full file system does (EFBIG in place of ENOSPC).
+TEST_F(FaultTest, AFullFileSystemFailsTheSaveAndKeepsEarlierFiles) {
+    Item small("x");
+    small.title = L"small";
+    ASSERT_EQ(0, cache()->save("x", small));
+    ASSERT_EQ(0, putResource("img", "GIF"));
+    long blocks = policy()->blocksUsed();
+
+    Item big("x");
+    big.title = ovTypes::String(std::wstring(64 * 1024, L'b'));
+    struct rlimit saved;
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &saved));
+    struct rlimit limited = saved;
+    limited.rlim_cur = 16 * 1024;
+    auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limited));
+    int savedBig = cache()->save("x", big);
+    int storedBig = putResource("img", std::string(64 * 1024, 'g'));
+    int savedOther = cache()->save("other", big);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &saved));
+    std::signal(SIGXFSZ, previous);
+
+    EXPECT_NE(0, savedBig);
+    EXPECT_EQ(-1, storedBig);
+    EXPECT_NE(0, savedOther);
+    EXPECT_EQ(streamOf(small), ovtest::readFile(path("x.itm")));
+    EXPECT_EQ("GIF", ovtest::readFile(path("img.gif")));
+    EXPECT_EQ("img.gif x.itm", listing());
+    EXPECT_EQ(blocks, policy()->blocksUsed());
+}
+
+TEST_F(FaultTest, AVanishedDirectoryGivesFailuresThenRecovers) {
+    Item item("x");
+    ASSERT_EQ(0, cache()->save("x", item));
+    std::filesystem::remove_all(mDir);
+
+    std::string name, where;
+    EXPECT_EQ(-1, cache()->save("y", item));
+    EXPECT_EQ(-1, cache()->get("x", item));
+    EXPECT_EQ(-1, cache()->getFileName("x", name));
+    EXPECT_EQ(-1, cache()->getPath("x", where));
+    EXPECT_EQ(-1, cache()->getSize("x"));
+    EXPECT_EQ(nullptr, cache()->getInputStream("x"));
+    EXPECT_EQ(nullptr, cache()->getOutputStream("r", 10));
+    EXPECT_EQ(-1, cache()->remove("x", item));
+    EXPECT_EQ(-1, cache()->clear());
+    EXPECT_EQ(-1, cache()->sync());
+    cache()->sendStorageStatus();
+
+    // Made again (as another process would), it is used again.
+    std::filesystem::create_directories(mDir);
+    EXPECT_EQ(0, cache()->save("y", item));
+    EXPECT_EQ(0, putResource("r", "R"));
+    EXPECT_EQ("r.gif y.itm", listing());
 }
 
 } // namespace
