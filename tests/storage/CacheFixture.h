@@ -89,6 +89,11 @@ protected:
     }
 
     std::string path(const std::string& name) const { return mDir + name; }
+    // The file the cache finds for ID, or "<none>".
+    std::string fileOf(const std::string& id) {
+        std::string name;
+        return cache()->getFileName(id, name) == 0 ? name : "<none>";
+    }
     bool exists(const std::string& name) const { return ovtest::fileExists(path(name)); }
 
     std::set<std::string> names() const {

@@ -134,16 +134,14 @@ TEST(FaultUnmeasured, ALimitNeverMeasuredEvictsNothing) {
 // cache knows it. Set back by hand here, as such a file system would leave it.
 TEST_F(FaultTest, AnotherProcesssFileStampedInTheSameTickIsFound) {
     ASSERT_EQ(0, cache()->save("own", Item("own")));
-    std::string name;
-    ASSERT_EQ(0, cache()->getFileName("own", name));
+    ASSERT_EQ("own.itm", fileOf("own"));
     struct stat before;
     ASSERT_EQ(0, ::stat(mDir.c_str(), &before));
     ASSERT_TRUE(ovtest::writeFile(path("theirs.tmp"), "GIF89a"));
     ASSERT_EQ(0, std::rename(path("theirs.tmp").c_str(), path("theirs.gif").c_str()));
     const timespec times[2] = {before.st_atim, before.st_mtim};
     ASSERT_EQ(0, ::utimensat(AT_FDCWD, mDir.c_str(), times, 0));
-    ASSERT_EQ(0, cache()->getFileName("theirs", name));
-    EXPECT_EQ("theirs.gif", name);
+    EXPECT_EQ("theirs.gif", fileOf("theirs"));
 }
 
 // On an ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on the
@@ -163,11 +161,10 @@ TEST_F(FaultTest, AnotherProcesssFilesAreFoundOnAWholeSecondFileSystem) {
     for (int i = 0; i < 10; ++i) {
         const std::string id = "f" + std::to_string(i);
         ASSERT_EQ(0, cache()->save("own" + id, Item("own" + id)));
-        std::string name;
-        cache()->getFileName("own" + id, name);
+        ASSERT_EQ("own" + id + ".itm", fileOf("own" + id));
         ASSERT_TRUE(ovtest::writeFile(path(id + ".tmp"), "GIF89a"));
         ASSERT_EQ(0, std::rename(path(id + ".tmp").c_str(), path(id + ".gif").c_str()));
-        missed += cache()->getFileName(id, name) == 0 ? 0 : 1;
+        missed += fileOf(id) == id + ".gif" ? 0 : 1;
     }
     EXPECT_EQ(0, missed);
 }

@@ -110,8 +110,7 @@ TEST_F(ObjectTest, ObjectsAreSavedReadBackRemovedAndCleared) {
     EXPECT_EQ("", listing());
     EXPECT_EQ("0 used, 0 referenced", usage());
     EXPECT_EQ(9, cache()->getType("tpl"));
-    std::string name;
-    EXPECT_EQ(-1, cache()->getFileName("img", name));
+    EXPECT_EQ("<none>", fileOf("img"));
 }
 
 TEST_F(ObjectTest, ReferencesGiveTheClassesOfResources) {
