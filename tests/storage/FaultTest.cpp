@@ -22,9 +22,7 @@
 
 namespace {
 
-using storagetest::CacheTest;
-using storagetest::contains;
-using storagetest::streamOf;
+using namespace storagetest;
 
 class FaultTest : public CacheTest {
 protected:
@@ -110,7 +108,7 @@ TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
 // the next save measures it.
 TEST(FaultUnmeasured, ALimitNeverMeasuredEvictsNothing) {
     ovtest::TempDeviceRoot root;
-    const std::string dir = storagetest::cacheDirUnderRoot();
+    const std::string dir = cacheDirUnderRoot();
     ASSERT_TRUE(ovtest::writeFile(root.path() + "/qbxlocal", "junk"));
     ovtest::StderrCapture capture;
     NR_ContentCache* cache = NR_ContentCache::getInstance();

@@ -11,10 +11,7 @@
 
 namespace {
 
-using storagetest::CacheTest;
-using storagetest::expectOneFullEvent;
-using storagetest::inOrder;
-using storagetest::streamOf;
+using namespace storagetest;
 
 void setContent(std::unique_ptr<NewsObject::ContentMap>& map, const std::string& key,
                 const std::string& id, const std::string& type = "image/gif") {

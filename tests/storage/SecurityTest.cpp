@@ -16,8 +16,7 @@
 
 namespace {
 
-using storagetest::CacheTest;
-using storagetest::streamOf;
+using namespace storagetest;
 
 size_t countOf(const std::string& text, const std::string& part) {
     size_t count = 0;
