@@ -150,19 +150,19 @@ protected:
         return result;
     }
 
-    // The queue of NAME in the policy and whether it is referenced, or -1.
-    int queueOf(const std::string& name, bool* referenced = nullptr) {
-        int type = -1;
-        bool isReferenced = false;
-        if (!policy()->queueOf(name, type, isReferenced))
-            return -1;
-        if (referenced)
-            *referenced = isReferenced;
-        return type;
-    }
-    bool referenced(const std::string& name) {
-        bool isReferenced = false;
-        return queueOf(name, &isReferenced) >= 0 && isReferenced;
+    // "NAME:QUEUE" for each of NAMES as the policy holds it, "+" after the queue of a referenced
+    // file, "NAME:none" for a file it does not hold; separated by spaces.
+    std::string classes(const std::vector<std::string>& names) {
+        std::string text;
+        for (const std::string& name : names) {
+            int type = -1;
+            bool referenced = false;
+            std::string held = policy()->queueOf(name, type, referenced)
+                                   ? std::to_string(type) + (referenced ? "+" : "")
+                                   : "none";
+            text += (text.empty() ? "" : " ") + name + ":" + held;
+        }
+        return text;
     }
 
     // The key of NAME in queue TYPE of the policy, or -1 when it is not there.

@@ -182,7 +182,7 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
     EXPECT_EQ(3, p->referencedUsed());
     p->delRef("b.itm", "pic", 0);
     EXPECT_EQ(2, p->referencedUsed());
-    EXPECT_FALSE(referenced("pic.gif"));
+    EXPECT_EQ("pic.gif:9", classes({"pic.gif"}));
     EXPECT_EQ(0, p->queue(9).top()->key) << "a file that lost its last parent goes first";
 
     p->delRefsOf("a.itm");
