@@ -27,17 +27,11 @@
 
 namespace storagetest {
 
-const long kBlockSize = 4096;
-
 // The bytes OBJECT stores.
 inline std::string streamOf(const Streamable& object) {
     std::ostringstream out;
     object.store(out);
     return out.str();
-}
-
-inline bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
 }
 
 // TEXT holds LINES in their order, each found after the one before.
@@ -78,7 +72,7 @@ protected:
     // TOTALBLOCKS of the simulated file system: the cache may use a tenth.
     explicit CacheTest(long totalBlocks = 100000) : mDir(cacheDirUnderRoot() + "/") {
         std::filesystem::create_directories(mDir);
-        EXPECT_TRUE(ovplatform::setSimulatedFileSystem(mDir, kBlockSize, totalBlocks));
+        EXPECT_TRUE(ovplatform::setSimulatedFileSystem(mDir, 4096, totalBlocks));
     }
 
     // Made on first use, so a test can capture what the constructors write.

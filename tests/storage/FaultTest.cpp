@@ -69,7 +69,7 @@ TEST_F(FaultTest, AnUnwritablePhaseLeavesTheCacheAsIfUndisturbed) {
             GTEST_SKIP() << "the immutable flag cannot be set here";
         ovtest::StderrCapture capture;
         EXPECT_EQ(5, feed(40, 45)) << "every save must fail";
-        EXPECT_TRUE(contains(capture.text(), "could not be deleted")) << capture.text();
+        EXPECT_TRUE(inOrder(capture.text(), {"could not be deleted"}));
         Item item("it39");
         EXPECT_EQ(0, cache()->get("it39", item)) << "readable still";
         EXPECT_EQ(-1, cache()->remove("it39", item));
@@ -113,8 +113,7 @@ TEST(FaultUnmeasured, ALimitNeverMeasuredEvictsNothing) {
     ovtest::StderrCapture capture;
     NR_ContentCache* cache = NR_ContentCache::getInstance();
     EXPECT_EQ(-1, cache->save("a", Item("a")));
-    EXPECT_TRUE(contains(capture.text(), "{3} NR_ContentCache.cpp"));
-    EXPECT_TRUE(contains(capture.text(), "NR_ContentCache.save(): the size of " + dir));
+    EXPECT_TRUE(inOrder(capture.text(), {"{3} NR_ContentCache.cpp", "save(): the size of " + dir}));
 
     std::filesystem::remove(root.path() + "/qbxlocal");
     std::filesystem::create_directories(dir);
@@ -210,13 +209,10 @@ TEST_F(FaultTest, JunkUnderObjectNamesIsRefusedWithoutHanging) {
     EXPECT_EQ(-1, cache()->get("huge", huge));
     EXPECT_EQ(nullptr, cache()->getInputStream("pipe"));
     EXPECT_EQ(0, cache()->sync());
-    const std::string text = capture.text();
-    for (const auto& refused : {std::make_pair("news.cnt", "Invalid argument"),
-                                std::make_pair("zero.itm", "Invalid argument"),
-                                std::make_pair("huge.chn", "File too large")})
-        EXPECT_TRUE(
-            contains(text, path(refused.first) + " is not a stored object: " + refused.second))
-            << text;
+    const std::string refused = " is not a stored object: ";
+    EXPECT_TRUE(inOrder(capture.text(), {path("news.cnt") + refused + "Invalid argument",
+                                         path("zero.itm") + refused + "Invalid argument",
+                                         path("huge.chn") + refused + "File too large"}));
 }
 
 // Damaged object files load as far as their bytes go (the stream form's rules), count in the

@@ -25,7 +25,7 @@ protected:
 TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
     ovtest::StderrCapture capture;
     NR_ContentCachePolicy* p = policy();
-    EXPECT_EQ(kBlockSize, p->getBlockSize());
+    EXPECT_EQ(4096, p->getBlockSize());
     EXPECT_EQ(1230, p->maxCacheBlocks()); // 10 x (12345 / 100)
     EXPECT_EQ(1230 * 4, p->cacheSize());
     EXPECT_EQ(1230 * 4, p->cacheFree());
