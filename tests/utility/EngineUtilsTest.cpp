@@ -376,7 +376,7 @@ TEST(ServerUrlNoSettingsTest, MissingSettingsAndOwnNumberGiveNull) {
 TEST_F(ServerUrlTest, LongUrlsWithManyAtSigns) {
     ovtest::StderrCapture quiet;
     std::string url, expected;
-    for (int i = 0; i < 3000; ++i) { // 108 kB
+    for (int i = 0; i < 3000; ++i) { // 111 kB
         url += "@@x@DPP_VERSION@y@MSISDN@@DEVICE_MODE";
         expected += "@@xovpv20y+15550001@DEVICE_MODE";
     }
