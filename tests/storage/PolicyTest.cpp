@@ -340,6 +340,10 @@ TEST(LRUQueue, HeapStaysConsistentUnderRandomChanges) {
         ASSERT_EQ(int32_t(i + 1), elements[i]->index);
         ASSERT_EQ(keys[elements[i]->name], elements[i]->key);
     }
+    for (int32_t last = -1; !queue.empty(); queue.pop()) {
+        ASSERT_GE(queue.top()->key, last);
+        last = queue.top()->key;
+    }
 }
 
 } // namespace

@@ -217,6 +217,8 @@ TEST_F(ResourceTest, FinalNameOfAStoredResource) {
                                suffix + "application/x-tcl type will have suffix of tcl\n\n"}));
     EXPECT_EQ(std::string::npos, text.find("image/png type"));
     EXPECT_NE(std::string::npos, text.find("{5} NR_ContentCache.cpp:"));
+    ASSERT_EQ(35u, NR_CacheDirectory::MIME_TABLE_SIZE);
+    EXPECT_STREQ("image/x-png", NR_CacheDirectory::MIME_TABLE[8].type);
 
     const struct {
         const char* id;
