@@ -2,11 +2,6 @@
 // and the classes getType gives, removal, and sync rebuilding everything from the files.
 #include "CacheFixture.h"
 
-#include "model/Channel.h"
-#include "model/Container.h"
-#include "model/Item.h"
-#include "support/StderrCapture.h"
-
 #include <gtest/gtest.h>
 
 namespace {

@@ -5,7 +5,6 @@
 #include "CacheFixture.h"
 
 #include "storage/NR_LRUQueue.h"
-#include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>
 

@@ -5,8 +5,6 @@
 // one, and the IDs that may never name a file.
 #include "CacheFixture.h"
 
-#include "support/StderrCapture.h"
-
 #include <gtest/gtest.h>
 
 #include <iterator>
