@@ -236,13 +236,11 @@ TEST_F(ObjectTest, AResourceTakesItsClassWhicheverArrivesFirst) {
         ASSERT_EQ(0, cache()->clear());
         Channel channel("ch");
         channel.templateID = "tpl";
-        for (int step = 0; step < 2; ++step) {
-            if ((step == 0) == templateFirst) {
-                ASSERT_EQ(0, putResource("tpl", "<t/>", "application/xhtml+xml"));
-            } else {
-                ASSERT_EQ(0, cache()->save("ch", channel));
-            }
-        }
+        if (templateFirst)
+            ASSERT_EQ(0, putResource("tpl", "<t/>", "application/xhtml+xml"));
+        ASSERT_EQ(0, cache()->save("ch", channel));
+        if (!templateFirst)
+            ASSERT_EQ(0, putResource("tpl", "<t/>", "application/xhtml+xml"));
         EXPECT_EQ("tpl.xhtml:4+", classes({"tpl.xhtml"}));
         for (int i = 0; i < 20; ++i) { // 20 images of 6 blocks in a cache of 100
             std::string id = std::to_string(i);
