@@ -25,6 +25,7 @@
 #include <climits>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <memory>
 #include <new>
 #include <regex>
@@ -325,20 +326,12 @@ TEST_F(DefaultContentMgrTest, PlainFilesServeWhatNoIndexHoldsInsideTheFolder) {
         EXPECT_EQ(s.second, fetch(s.first)) << s.first;
         EXPECT_TRUE(NR_DefaultContentMgr::exists(s.first)) << s.first;
     }
-    std::vector<ovTypes::ID> refused = {"dc:missing.png",
-                                        "dc:folder",
-                                        "dc:pipe",
-                                        "dc:../secret",
-                                        "dc:icons/../../secret",
-                                        "dc:icons/..",
-                                        "dc:/etc/hostname",
-                                        "dc:..",
-                                        "dc:.",
-                                        "dc:icons",
-                                        "dc:",
-                                        ""};
-    refused.push_back(std::string("dc:a\0b", 6));
-    refused.push_back(std::string("a\0", 2));
+    // One ID per word, and three that no word holds.
+    std::istringstream words("dc:missing.png dc:folder dc:pipe dc:../secret dc:icons/../../secret "
+                             "dc:icons/.. dc:/etc/hostname dc:.. dc:. dc:icons dc:");
+    std::vector<ovTypes::ID> refused(std::istream_iterator<std::string>(words), {});
+    refused.insert(refused.end(), {"", std::string("dc:a\0b", 6), std::string("a\0", 2)});
+    ASSERT_EQ(14u, refused.size());
     for (const ovTypes::ID& id : refused) {
         EXPECT_FALSE(NR_DefaultContentMgr::exists(id)) << id;
         EXPECT_EQ("<none>", fetch(id)) << id;
