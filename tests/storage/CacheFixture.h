@@ -8,35 +8,34 @@
 #include "OVPlatform.h"
 #include "eventstatuslib/OV_Event.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "model/Channel.h"
+#include "model/Container.h"
+#include "model/Item.h"
 #include "model/Streamable.h"
 #include "storage/NR_CacheDirectory.h"
 #include "storage/NR_ContentCache.h"
 #include "storage/NR_ContentCachePolicy.h"
 #include "support/EventRecorder.h"
 #include "support/Files.h"
+#include "support/StderrCapture.h"
 #include "support/TempDir.h"
 #include "utility/NR_Constants.h"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
 namespace storagetest {
 
-const long kBlockSize = 4096;
-
 // The bytes OBJECT stores.
 inline std::string streamOf(const Streamable& object) {
     std::ostringstream out;
     object.store(out);
     return out.str();
-}
-
-inline bool contains(const std::string& text, const std::string& part) {
-    return text.find(part) != std::string::npos;
 }
 
 // TEXT holds LINES in their order, each found after the one before.
@@ -77,7 +76,7 @@ protected:
     // TOTALBLOCKS of the simulated file system: the cache may use a tenth.
     explicit CacheTest(long totalBlocks = 100000) : mDir(cacheDirUnderRoot() + "/") {
         std::filesystem::create_directories(mDir);
-        EXPECT_TRUE(ovplatform::setSimulatedFileSystem(mDir, kBlockSize, totalBlocks));
+        EXPECT_TRUE(ovplatform::setSimulatedFileSystem(mDir, 4096, totalBlocks));
     }
 
     // Made on first use, so a test can capture what the constructors write.
@@ -88,7 +87,32 @@ protected:
     }
 
     std::string path(const std::string& name) const { return mDir + name; }
+    // The file the cache finds for ID, or "<none>".
+    std::string fileOf(const std::string& id) {
+        std::string name;
+        return cache()->getFileName(id, name) == 0 ? name : "<none>";
+    }
     bool exists(const std::string& name) const { return ovtest::fileExists(path(name)); }
+
+    std::set<std::string> names() const {
+        std::set<std::string> names;
+        for (const auto& entry : std::filesystem::directory_iterator(mDir))
+            names.insert(entry.path().filename().string());
+        return names;
+    }
+    // The names in the cache directory, sorted, separated by spaces.
+    std::string listing() const {
+        std::string text;
+        for (const std::string& name : names())
+            text += (text.empty() ? "" : " ") + name;
+        return text;
+    }
+
+    // The blocks the policy counts in all and as referenced.
+    std::string usage() {
+        return std::to_string(policy()->blocksUsed()) + " used, " +
+               std::to_string(policy()->referencedUsed()) + " referenced";
+    }
 
     // Stores BYTES as the resource ID of MIMETYPE through the cache's output stream; the
     // closeOutputStream result.
@@ -108,29 +132,35 @@ protected:
         ASSERT_EQ(0, policy()->addDiskUsage(name, type, fresh));
     }
 
-    // Evicts the next file for a caller of class TYPE: "unreferenced" when it went as an
-    // unreferenced queue top (key 0), "referenced" when it went as the top of a class, "none"
-    // when none could.
+    // Evicts the next file for a caller of class TYPE: "unreferenced NAME" when NAME went as an
+    // unreferenced queue top (key 0), "referenced NAME" when it went as the top of a class,
+    // "none" when none could. NAME is left out when no file left the directory.
     std::string evict(int type = 0) {
+        const std::set<std::string> before = names();
         bool referenced = false;
         if (policy()->removeNext(type, referenced) != 0)
             return "none";
-        return referenced ? "referenced" : "unreferenced";
+        std::string result = referenced ? "referenced" : "unreferenced";
+        for (const std::string& name : before) {
+            if (!exists(name))
+                result += " " + name;
+        }
+        return result;
     }
 
-    // The queue of NAME in the policy and whether it is referenced, or -1.
-    int queueOf(const std::string& name, bool* referenced = nullptr) {
-        int type = -1;
-        bool isReferenced = false;
-        if (!policy()->queueOf(name, type, isReferenced))
-            return -1;
-        if (referenced)
-            *referenced = isReferenced;
-        return type;
-    }
-    bool referenced(const std::string& name) {
-        bool isReferenced = false;
-        return queueOf(name, &isReferenced) >= 0 && isReferenced;
+    // "NAME:QUEUE" for each of NAMES as the policy holds it, "+" after the queue of a referenced
+    // file, "NAME:none" for a file it does not hold; separated by spaces.
+    std::string classes(const std::vector<std::string>& names) {
+        std::string text;
+        for (const std::string& name : names) {
+            int type = -1;
+            bool referenced = false;
+            std::string held = policy()->queueOf(name, type, referenced)
+                                   ? std::to_string(type) + (referenced ? "+" : "")
+                                   : "none";
+            text += (text.empty() ? "" : " ") + name + ":" + held;
+        }
+        return text;
     }
 
     // The key of NAME in queue TYPE of the policy, or -1 when it is not there.

@@ -1,39 +1,27 @@
 // The cache against what a phone's storage does to it: a directory that refuses changes for a
-// while, a file that cannot be deleted, a size that cannot be measured yet, another process's
-// files stamped within the same clock tick (as on a file system that stamps whole seconds), a
-// sync while a download is under way, and junk under the names of stored objects.
+// while or vanishes, a full file system, a file that cannot be deleted, a size that cannot be
+// measured yet, another process's files stamped within the same clock tick (as on a file system
+// that stamps whole seconds), a sync while a download is under way, and junk or damaged bytes
+// under the names of stored objects; and IDs that would name files outside the cache directory.
 #include "CacheFixture.h"
-
-#include "eventstatuslib/OV_EventAndStatusFacade.h"
-#include "model/Channel.h"
-#include "model/Container.h"
-#include "model/Item.h"
-#include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <csignal>
 #include <fcntl.h>
-#include <set>
+#include <random>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 
-using storagetest::CacheTest;
-
-using storagetest::contains;
+using namespace storagetest;
 
 class FaultTest : public CacheTest {
 protected:
     FaultTest() : CacheTest(1000) {} // 100 blocks
     void TearDown() override { OV_EventAndStatusFacade::destroy(); }
-
-    std::set<std::string> files() const {
-        std::set<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(mDir))
-            names.insert(entry.path().filename().string());
-        return names;
-    }
 
     // Steps FROM to TO of a feed as an engine saves it: an item, then its 2-block image, and
     // every tenth step the channel listing the last ten items. The number of steps that failed.
@@ -58,12 +46,12 @@ protected:
     }
 };
 
-// Saves during a phase in which nothing can be deleted or written fail and leave no trace:
-// once the directory takes changes again, the engine's retries end where an undisturbed cache
-// ends.
+// Saves during a phase in which nothing can be deleted or written fail and leave no trace (what
+// is stored can still be read; removing fails): once the directory takes changes again,
+// the engine's retries end where an undisturbed cache ends.
 TEST_F(FaultTest, AnUnwritablePhaseLeavesTheCacheAsIfUndisturbed) {
     ASSERT_EQ(0, feed(0, 60));
-    const std::set<std::string> undisturbed = files();
+    const std::string undisturbed = listing();
     const long blocks = policy()->blocksUsed();
     ASSERT_LE(blocks, policy()->maxCacheBlocks());
     ASSERT_EQ(0, cache()->clear());
@@ -75,10 +63,14 @@ TEST_F(FaultTest, AnUnwritablePhaseLeavesTheCacheAsIfUndisturbed) {
             GTEST_SKIP() << "the immutable flag cannot be set here";
         ovtest::StderrCapture capture;
         EXPECT_EQ(5, feed(40, 45)) << "every save must fail";
-        EXPECT_TRUE(contains(capture.text(), "could not be deleted")) << capture.text();
+        EXPECT_TRUE(inOrder(capture.text(), {"could not be deleted"}));
+        Item item("it39");
+        EXPECT_EQ(0, cache()->get("it39", item)) << "readable still";
+        EXPECT_EQ(-1, cache()->remove("it39", item));
+        EXPECT_EQ(nullptr, cache()->getOutputStream("r", 10));
     }
     ASSERT_EQ(0, feed(40, 60));
-    EXPECT_EQ(undisturbed, files());
+    EXPECT_EQ(undisturbed, listing());
     EXPECT_EQ(blocks, policy()->blocksUsed());
 }
 
@@ -93,8 +85,7 @@ TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
         if (!frozen.ok())
             GTEST_SKIP() << "the immutable flag cannot be set here";
         p->beginRoomMaking();
-        ASSERT_EQ("unreferenced", evict());
-        EXPECT_FALSE(exists("next.gif"));
+        ASSERT_EQ("unreferenced next.gif", evict());
         EXPECT_EQ("none", evict());
         EXPECT_TRUE(p->roomMakingStuck());
     }
@@ -102,8 +93,7 @@ TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
     EXPECT_EQ(1, p->blocksUsed());
     EXPECT_EQ("stuck.gif", p->queue(9).top()->name);
     p->beginRoomMaking();
-    ASSERT_EQ("unreferenced", evict());
-    EXPECT_FALSE(exists("stuck.gif"));
+    ASSERT_EQ("unreferenced stuck.gif", evict());
     EXPECT_EQ(0, p->blocksUsed());
 }
 
@@ -112,13 +102,12 @@ TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
 // the next save measures it.
 TEST(FaultUnmeasured, ALimitNeverMeasuredEvictsNothing) {
     ovtest::TempDeviceRoot root;
-    const std::string dir = storagetest::cacheDirUnderRoot();
+    const std::string dir = cacheDirUnderRoot();
     ASSERT_TRUE(ovtest::writeFile(root.path() + "/qbxlocal", "junk"));
     ovtest::StderrCapture capture;
     NR_ContentCache* cache = NR_ContentCache::getInstance();
     EXPECT_EQ(-1, cache->save("a", Item("a")));
-    EXPECT_TRUE(contains(capture.text(), "{3} NR_ContentCache.cpp"));
-    EXPECT_TRUE(contains(capture.text(), "NR_ContentCache.save(): the size of " + dir));
+    EXPECT_TRUE(inOrder(capture.text(), {"{3} NR_ContentCache.cpp", "save(): the size of " + dir}));
 
     std::filesystem::remove(root.path() + "/qbxlocal");
     std::filesystem::create_directories(dir);
@@ -136,53 +125,37 @@ TEST(FaultUnmeasured, ALimitNeverMeasuredEvictsNothing) {
 // cache knows it. Set back by hand here, as such a file system would leave it.
 TEST_F(FaultTest, AnotherProcesssFileStampedInTheSameTickIsFound) {
     ASSERT_EQ(0, cache()->save("own", Item("own")));
-    std::string name;
-    ASSERT_EQ(0, cache()->getFileName("own", name));
+    ASSERT_EQ("own.itm", fileOf("own"));
     struct stat before;
     ASSERT_EQ(0, ::stat(mDir.c_str(), &before));
     ASSERT_TRUE(ovtest::writeFile(path("theirs.tmp"), "GIF89a"));
     ASSERT_EQ(0, std::rename(path("theirs.tmp").c_str(), path("theirs.gif").c_str()));
     const timespec times[2] = {before.st_atim, before.st_mtim};
     ASSERT_EQ(0, ::utimensat(AT_FDCWD, mDir.c_str(), times, 0));
-    ASSERT_EQ(0, cache()->getFileName("theirs", name));
-    EXPECT_EQ("theirs.gif", name);
+    EXPECT_EQ("theirs.gif", fileOf("theirs"));
 }
 
-// An ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on DIR
-// for as long as it lives, where this machine lets it be.
-class Ext2Mount {
-public:
-    Ext2Mount(const std::string& image, const std::string& dir) : mDir(dir) {
-        std::string command = "PATH=$PATH:/sbin:/usr/sbin; mkfs.ext2 -q -F -I 128 '" + image +
-                              "' 1024 >/dev/null 2>&1 && mount -o loop '" + image + "' '" + dir +
-                              "' >/dev/null 2>&1";
-        mMounted = std::system(command.c_str()) == 0;
-    }
-    ~Ext2Mount() {
-        if (mMounted)
-            // Lazily: the cache keeps its directory open until the process ends.
-            std::system(("umount -l '" + mDir + "' >/dev/null 2>&1").c_str());
-    }
-    bool mounted() const { return mMounted; }
-
-private:
-    std::string mDir;
-    bool mMounted = false;
-};
-
+// On an ext2 file system with 128-byte inodes, which stamps whole seconds, loop-mounted on the
+// cache directory where this machine lets it be.
 TEST_F(FaultTest, AnotherProcesssFilesAreFoundOnAWholeSecondFileSystem) {
-    Ext2Mount ext2(mRoot.file("/ext2.img"), mDir);
-    if (!ext2.mounted())
+    const std::string mount = "PATH=$PATH:/sbin:/usr/sbin; mkfs.ext2 -q -F -I 128 '" +
+                              mRoot.file("/ext2.img") +
+                              "' 1024 >/dev/null 2>&1 && mount -o loop '" +
+                              mRoot.file("/ext2.img") + "' '" + mDir + "' >/dev/null 2>&1";
+    if (std::system(mount.c_str()) != 0)
         GTEST_SKIP() << "a loop-mounted ext2 image needs root, loop devices and mkfs.ext2";
+    struct Unmount { // lazily: the cache keeps its directory open until the process ends
+        std::string dir;
+        ~Unmount() { std::system(("umount -l '" + dir + "' >/dev/null 2>&1").c_str()); }
+    } unmount{mDir};
     int missed = 0;
     for (int i = 0; i < 10; ++i) {
         const std::string id = "f" + std::to_string(i);
         ASSERT_EQ(0, cache()->save("own" + id, Item("own" + id)));
-        std::string name;
-        cache()->getFileName("own" + id, name);
+        ASSERT_EQ("own" + id + ".itm", fileOf("own" + id));
         ASSERT_TRUE(ovtest::writeFile(path(id + ".tmp"), "GIF89a"));
         ASSERT_EQ(0, std::rename(path(id + ".tmp").c_str(), path(id + ".gif").c_str()));
-        missed += cache()->getFileName(id, name) == 0 ? 0 : 1;
+        missed += fileOf(id) == id + ".gif" ? 0 : 1;
     }
     EXPECT_EQ(0, missed);
 }
@@ -194,8 +167,7 @@ TEST_F(FaultTest, SyncKeepsDownloadsInProgressAndNamesWhatItCannotDelete) {
     ASSERT_NE(nullptr, out);
     ASSERT_TRUE(ovtest::writeFile(path("stale.tmp"), "left by a killed writer"));
     EXPECT_EQ(0, cache()->sync());
-    EXPECT_TRUE(exists("dl.tmp"));
-    EXPECT_FALSE(exists("stale.tmp"));
+    EXPECT_EQ("dl.tmp", listing());
     *out << "GIF89a";
     EXPECT_EQ(0, cache()->closeOutputStream("dl", out, "image/gif"));
     EXPECT_EQ("GIF89a", ovtest::readFile(path("dl.gif")));
@@ -206,9 +178,8 @@ TEST_F(FaultTest, SyncKeepsDownloadsInProgressAndNamesWhatItCannotDelete) {
         GTEST_SKIP() << "the immutable flag cannot be set here";
     NR_ContentCache::Undeleted undeleted;
     EXPECT_EQ(-1, cache()->sync(true, &undeleted));
-    ASSERT_EQ(1u, undeleted.size());
-    EXPECT_EQ("stuck.tmp", undeleted[0].first);
-    EXPECT_EQ(EPERM, undeleted[0].second);
+    EXPECT_EQ(NR_ContentCache::Undeleted({{"stuck.tmp", EPERM}}), undeleted);
+    EXPECT_EQ(-1, cache()->clear());
 }
 
 // A FIFO, a link to a device and a huge file without a line feed under object names, a FIFO
@@ -229,13 +200,218 @@ TEST_F(FaultTest, JunkUnderObjectNamesIsRefusedWithoutHanging) {
     EXPECT_EQ(-1, cache()->get("huge", huge));
     EXPECT_EQ(nullptr, cache()->getInputStream("pipe"));
     EXPECT_EQ(0, cache()->sync());
-    const std::string text = capture.text();
-    for (const auto& refused : {std::make_pair("news.cnt", "Invalid argument"),
-                                std::make_pair("zero.itm", "Invalid argument"),
-                                std::make_pair("huge.chn", "File too large")})
-        EXPECT_TRUE(
-            contains(text, path(refused.first) + " is not a stored object: " + refused.second))
-            << text;
+    const std::string refused = " is not a stored object: ";
+    EXPECT_TRUE(inOrder(capture.text(), {path("news.cnt") + refused + "Invalid argument",
+                                         path("zero.itm") + refused + "Invalid argument",
+                                         path("huge.chn") + refused + "File too large"}));
+}
+
+// Damaged object files load as far as their bytes go (the stream form's rules), count in the
+// accounting a sync rebuilds, and are replaced whole by the next save.
+TEST_F(FaultTest, DamagedObjectFilesLoadWithDefaults) {
+    std::string garbage;
+    std::mt19937 random(3);
+    for (int i = 0; i < 5000; ++i)
+        garbage += char(random() % 256);
+    for (const char* name : {"garbage.itm", "garbage.chn", "news.cnt"})
+        ASSERT_TRUE(ovtest::writeFile(path(name), garbage));
+    ASSERT_TRUE(ovtest::writeFile(path("empty.itm"), ""));
+
+    Item item("garbage"), empty("empty");
+    Channel channel("garbage");
+    Container news("news");
+    ASSERT_EQ(0, cache()->get("garbage", item));
+    EXPECT_EQ(1000, item.priority);
+    EXPECT_EQ(INT32_MAX, item.displayCountLimit);
+    ASSERT_EQ(0, cache()->get("empty", empty));
+    EXPECT_EQ(streamOf(Item("empty")), streamOf(empty));
+    ASSERT_EQ(0, cache()->get("garbage", channel));
+    ASSERT_EQ(0, cache()->get("news", news));
+
+    EXPECT_EQ(0, cache()->sync());
+    EXPECT_EQ(3 * 2 + 1, policy()->blocksUsed()) << "every file is accounted";
+    Item whole("x");
+    whole.title = L"a title";
+    ASSERT_EQ(0, cache()->save("garbage", whole));
+    EXPECT_EQ(streamOf(whole), ovtest::readFile(path("garbage.itm")));
+}
+
+// A file-size limit makes writes fail as a full file system does (EFBIG in place of ENOSPC).
+TEST_F(FaultTest, AFullFileSystemFailsTheSaveAndKeepsEarlierFiles) {
+    Item small("x");
+    small.title = L"small";
+    ASSERT_EQ(0, cache()->save("x", small));
+    ASSERT_EQ(0, putResource("img", "GIF"));
+    long blocks = policy()->blocksUsed();
+
+    Item big("x");
+    big.title = ovTypes::String(std::wstring(64 * 1024, L'b'));
+    struct rlimit saved;
+    ASSERT_EQ(0, getrlimit(RLIMIT_FSIZE, &saved));
+    struct rlimit limited = saved;
+    limited.rlim_cur = 16 * 1024;
+    auto previous = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limited));
+    int savedBig = cache()->save("x", big);
+    int storedBig = putResource("img", std::string(64 * 1024, 'g'));
+    int savedOther = cache()->save("other", big);
+    ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &saved));
+    std::signal(SIGXFSZ, previous);
+
+    EXPECT_NE(0, savedBig);
+    EXPECT_EQ(-1, storedBig);
+    EXPECT_NE(0, savedOther);
+    EXPECT_EQ(streamOf(small), ovtest::readFile(path("x.itm")));
+    EXPECT_EQ("GIF", ovtest::readFile(path("img.gif")));
+    EXPECT_EQ("img.gif x.itm", listing());
+    EXPECT_EQ(blocks, policy()->blocksUsed());
+}
+
+TEST_F(FaultTest, AVanishedDirectoryGivesFailuresThenRecovers) {
+    Item item("x");
+    ASSERT_EQ(0, cache()->save("x", item));
+    std::filesystem::remove_all(mDir);
+
+    std::string name, where;
+    EXPECT_EQ(-1, cache()->save("y", item));
+    EXPECT_EQ(-1, cache()->get("x", item));
+    EXPECT_EQ(-1, cache()->getFileName("x", name));
+    EXPECT_EQ(-1, cache()->getPath("x", where));
+    EXPECT_EQ(-1, cache()->getSize("x"));
+    EXPECT_EQ(nullptr, cache()->getInputStream("x"));
+    EXPECT_EQ(nullptr, cache()->getOutputStream("r", 10));
+    EXPECT_EQ(-1, cache()->remove("x", item));
+    EXPECT_EQ(-1, cache()->clear());
+    EXPECT_EQ(-1, cache()->sync());
+    cache()->sendStorageStatus();
+
+    // Made again (as another process would), it is used again.
+    std::filesystem::create_directories(mDir);
+    EXPECT_EQ(0, cache()->save("y", item));
+    EXPECT_EQ(0, putResource("r", "R"));
+    EXPECT_EQ("r.gif y.itm", listing());
+}
+
+// ---- Hostile IDs. Content IDs come from a server, and stored objects narrow wide text to
+// bytes: an ID that would name a file outside the cache directory is refused by every
+// operation, whether a caller hands it in or a stored object carries it, and nothing outside is
+// read, written or deleted.
+
+size_t countOf(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
+}
+
+class SecurityTest : public CacheTest {
+protected:
+    SecurityTest() : mOutside(mRoot.file("/qbxlocal/download/appwrite/")) {
+        // Files beside the cache directory that a "../" ID would reach.
+        Item victim("victim");
+        victim.title = L"outside";
+        EXPECT_TRUE(ovtest::writeFile(mOutside + "evil.itm", streamOf(victim)));
+        Channel channel("evil");
+        channel.itemIDs = {"victim"};
+        EXPECT_TRUE(ovtest::writeFile(mOutside + "evil.chn", streamOf(channel)));
+        EXPECT_TRUE(ovtest::writeFile(mOutside + "evil.gif", "GIF"));
+        mBefore = snapshot();
+    }
+    void TearDown() override {
+        EXPECT_EQ(mBefore, snapshot()) << "something outside the cache directory changed";
+        OV_EventAndStatusFacade::destroy();
+    }
+
+    // Every file of the device root outside the cache directory, with its bytes, but for the
+    // file the cache keeps its referenced total in.
+    std::map<std::string, std::string> snapshot() const {
+        std::map<std::string, std::string> files;
+        const std::string refFile = mRoot.file("/tmp/ref.txt");
+        for (const auto& entry : std::filesystem::recursive_directory_iterator(mRoot.path())) {
+            std::string name = entry.path().string();
+            if (entry.is_regular_file() && name.compare(0, mDir.size(), mDir) != 0 &&
+                name != refFile)
+                files[name] = ovtest::readFile(name);
+        }
+        return files;
+    }
+
+    std::string mOutside;
+    std::map<std::string, std::string> mBefore;
+};
+
+TEST_F(SecurityTest, EveryOperationRefusesAnUnsafeID) {
+    cache();
+    const std::string bad[] = {
+        "", ".", "..", "../evil", "a/b", "/tmp/x", std::string("evil\0x", 6)};
+    for (const std::string& id : bad) {
+        SCOPED_TRACE("ID \"" + id + "\"");
+        ovtest::StderrCapture capture;
+        Item item("x");
+        Channel channel("x");
+        Container container("x");
+        std::string name = "unchanged", where = "unchanged";
+        EXPECT_EQ(-1, cache()->save(id, item));
+        EXPECT_EQ(-1, cache()->get(id, item));
+        EXPECT_EQ(-1, cache()->remove(id, item));
+        EXPECT_EQ(-1, cache()->remove(id, channel));
+        EXPECT_EQ(-1, cache()->remove(id, container));
+        EXPECT_EQ(-1, cache()->removeChannelExcerptRefs(id, channel));
+        EXPECT_EQ(-1, cache()->getFileName(id, name));
+        EXPECT_EQ("unchanged", name);
+        EXPECT_EQ(-1, cache()->getPath(id, where));
+        EXPECT_EQ("", where);
+        EXPECT_EQ(-1, cache()->getSize(id));
+        EXPECT_EQ(nullptr, cache()->getInputStream(id));
+        EXPECT_EQ(nullptr, cache()->getOutputStream(id, 10));
+        std::ofstream* stray = new std::ofstream();
+        EXPECT_EQ(-1, cache()->closeOutputStream(id, stray, "image/gif"));
+        EXPECT_EQ(12u, countOf(capture.text(), "{3} NR_ContentCache.cpp:"));
+        EXPECT_EQ(12u, countOf(capture.text(), "refused content ID"));
+    }
+    EXPECT_TRUE(std::filesystem::is_empty(mDir));
+    EXPECT_EQ(0, policy()->blocksUsed());
+}
+
+TEST_F(SecurityTest, StoredObjectsCarryingUnsafeIDsReachNothingOutside) {
+    // A code point whose low byte is '/' turns into a slash when narrowed.
+    const ovTypes::ID narrowed(ovTypes::String(L"..\u012fevil"));
+    ASSERT_EQ("../evil", narrowed);
+
+    Item item("item");
+    item.templateID = "../evil";
+    item.contentMap.reset(new NewsObject::ContentMap);
+    (*item.contentMap)["image"].contextId = narrowed;
+    (*item.contentMap)["other"].contextId = "fine";
+    Channel channel("ch");
+    channel.itemIDs = {"item", "../evil", "a/b", ""};
+    channel.contentMap.reset(new NewsObject::ContentMap);
+    (*channel.contentMap)["image"].contextId = "..";
+    Container news("news");
+    news.channelIDs = {"ch", "../evil"};
+
+    ovtest::StderrCapture capture;
+    ASSERT_EQ(0, cache()->save("item", item));
+    ASSERT_EQ(0, cache()->save("ch", channel));
+    ASSERT_EQ(0, cache()->save("news", news));
+    EXPECT_EQ(6u, countOf(capture.text(), "refused content ID"));
+    // Only the safe references were registered.
+    EXPECT_EQ(std::set<std::string>({"fine"}), policy()->childrenOf("item.itm"));
+    EXPECT_EQ(std::set<std::string>({"item.itm"}), policy()->childrenOf("ch.chn"));
+    EXPECT_EQ(std::set<std::string>({"ch.chn"}), policy()->childrenOf("news.cnt"));
+    EXPECT_EQ(9, cache()->getType("../evil"));
+
+    // Rebuilding from the files refuses the same IDs and reads nothing outside: the channel
+    // beside the directory would have referenced its item.
+    EXPECT_EQ(0, cache()->sync());
+    EXPECT_TRUE(policy()->parentsOf("victim.itm").empty());
+    EXPECT_EQ(std::set<std::string>({"fine"}), policy()->childrenOf("item.itm"));
+
+    // Evicting and clearing everything deletes only the cache's own files.
+    bool evictedReferenced = false;
+    while (policy()->removeNext(0, evictedReferenced) == 0) {
+    }
+    EXPECT_EQ(0, cache()->clear());
 }
 
 } // namespace

@@ -1,16 +1,20 @@
 // The cache policy: its limit from the file system, block counting, eviction order with the
-// class rule, the referenced total as files gain and lose parents, and the kilobyte figures.
+// class rule, the referenced total as files gain and lose parents, and the kilobyte figures;
+// and its LRU queue: least recently added or used on top, key 0 above every used element, and
+// a heap that stays whole through removals from the middle.
 #include "CacheFixture.h"
 
-#include "support/StderrCapture.h"
+#include "storage/NR_LRUQueue.h"
 
 #include <gtest/gtest.h>
 
+#include <map>
+#include <random>
+#include <string>
+
 namespace {
 
-using storagetest::CacheTest;
-using storagetest::inOrder;
-using storagetest::kBlockSize;
+using namespace storagetest;
 
 class PolicySizing : public CacheTest {
 protected:
@@ -20,18 +24,13 @@ protected:
 TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
     ovtest::StderrCapture capture;
     NR_ContentCachePolicy* p = policy();
-    EXPECT_EQ(kBlockSize, p->getBlockSize());
+    EXPECT_EQ(4096, p->getBlockSize());
     EXPECT_EQ(1230, p->maxCacheBlocks()); // 10 x (12345 / 100)
     EXPECT_EQ(1230 * 4, p->cacheSize());
     EXPECT_EQ(1230 * 4, p->cacheFree());
     EXPECT_EQ(1230 * 4, p->cacheRemaining());
     EXPECT_EQ(1230, p->cacheBlocksFree());
     EXPECT_EQ("0\n", ovtest::readFile(ovplatform::devicePath("/tmp/ref.txt")));
-    EXPECT_EQ(p, NR_ContentCachePolicy::mInstance);
-    EXPECT_EQ(10, NR_ContentCachePolicy::mPercentSize);
-    EXPECT_EQ(8, NR_ContentCachePolicy::blockMultiplier);
-    EXPECT_EQ(mDir, NR_ContentCache::cache_dir);
-    EXPECT_FALSE(NR_ContentCache::isFull);
     EXPECT_TRUE(inOrder(capture.text(),
                         {"\t[e13361] NR_ContentCachePolicy::NR_ContentCachePolicy(): write "
                          "mReferencedUsed 0 to /tmp/ref.txt\n\n",
@@ -42,22 +41,22 @@ TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
 class Policy : public CacheTest {
 protected:
     Policy() : CacheTest(1000) {} // 100 blocks
+    void SetUp() override { p = policy(); }
+
+    NR_ContentCachePolicy* p = nullptr;
 };
 
 TEST_F(Policy, AFileCountsOneBlockMoreThanItsSizeFills) {
-    NR_ContentCachePolicy* p = policy();
     for (auto c : {std::make_pair(0, 1), {4095, 1}, {4096, 2}, {2 * 4096 + 1, 3}})
         EXPECT_EQ(c.second, p->blocksFor(c.first)) << c.first;
     account("exact", 9, 4096);
-    EXPECT_EQ(2, p->blocksUsed());
     account("small", 9, 10);
     EXPECT_EQ(3, p->blocksUsed());
     EXPECT_EQ(97, p->cacheBlocksFree());
     EXPECT_EQ(97 * 4, p->cacheFree());
-    // Accounting a name again replaces its earlier figure.
+    // Accounting a name again replaces its earlier figure; a file that is not there is not
+    // accounted.
     account("small", 9, 5000);
-    EXPECT_EQ(4, p->blocksUsed());
-    // A file that is not there is not accounted.
     EXPECT_EQ(0, p->addDiskUsage("absent", 9, false));
     EXPECT_EQ(4, p->blocksUsed());
     EXPECT_EQ(-1, p->addDiskUsage("small", 11, false));
@@ -67,7 +66,6 @@ TEST_F(Policy, AFileCountsOneBlockMoreThanItsSizeFills) {
 // an exact multiple of the block size (counted one more), a sparse file (occupying nothing), a
 // file that grew behind the cache's back.
 TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
-    NR_ContentCachePolicy* p = policy();
     account("other", 9, 100);
     p->addRef("x.itm", "exact");
     account("exact", 9, 4096);
@@ -76,21 +74,19 @@ TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
     ASSERT_EQ(0, p->addDiskUsage("sparse", 9, false));
     account("grown", 9, 100);
     ASSERT_TRUE(ovtest::writeFile(path("grown"), std::string(40000, 'g')));
-    EXPECT_EQ(1 + 2 + 25601 + 1, p->blocksUsed());
-    EXPECT_EQ(2, p->referencedUsed());
+    EXPECT_EQ("25605 used, 2 referenced", usage()); // 1 + 2 + 25601 + 1
     EXPECT_EQ(0, p->cacheBlocksFree()) << "never below 0";
 
     EXPECT_EQ(0, p->removeFile("exact"));
     EXPECT_EQ(0, p->referencedUsed());
     ovtest::StderrCapture capture;
     EXPECT_EQ(0, p->removeFile("sparse"));
-    EXPECT_NE(std::string::npos,
-              capture.text().find("\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n"))
+    EXPECT_TRUE(
+        inOrder(capture.text(), {"\tNR_ContentCachePolicy.hasReferences(): Has no references\n\n"}))
         << "the referenced total is reduced only after asking";
     EXPECT_EQ(0, p->removeFile("grown"));
-    EXPECT_EQ(1, p->blocksUsed());
-    EXPECT_FALSE(exists("exact"));
     EXPECT_EQ(-1, p->removeFile("exact"));
+    EXPECT_EQ("other", listing());
     EXPECT_EQ(1, p->blocksUsed());
     EXPECT_EQ(0, p->delDiskUsage("other", 9));
     EXPECT_EQ(0, p->blocksUsed());
@@ -100,9 +96,9 @@ TEST_F(Policy, RemovingAFileTakesWhatWasCountedIn) {
 
 // While nothing references a file it carries key 0, whatever the third argument of
 // addDiskUsage said, so the first pass of eviction finds it on top of its queue (queue 0 too)
-// before any referenced file of a lower class. Its first parent gives it the counter.
+// before any referenced file of a lower class. Its first parent gives it the counter; a used
+// file no longer carries key 0, so an older referenced one goes before it.
 TEST_F(Policy, UnreferencedFilesCarryKeyZeroAndGoFirstFromAnyQueue) {
-    NR_ContentCachePolicy* p = policy();
     p->addRef("x.itm", "ref1");
     account("ref1.gif", 1, 100, true);
     account("loose.gif", 9, 100, true);
@@ -112,54 +108,27 @@ TEST_F(Policy, UnreferencedFilesCarryKeyZeroAndGoFirstFromAnyQueue) {
     EXPECT_EQ(0, keyOf(9, "plain.gif"));
 
     ovtest::StderrCapture capture;
-    EXPECT_EQ("unreferenced", evict());
-    EXPECT_FALSE(exists("loose.gif"));
-    EXPECT_TRUE(exists("ref1.gif"));
+    EXPECT_EQ("unreferenced loose.gif", evict());
     account("zero.gif", 0, 100, true);
-    EXPECT_EQ("unreferenced", evict());
-    EXPECT_FALSE(exists("zero.gif"));
+    EXPECT_EQ("unreferenced zero.gif", evict());
     EXPECT_TRUE(inOrder(capture.text(), {"\tfound unreferenced object loose.gif on queue 9\n\n",
                                          "\tfound unreferenced object zero.gif on queue 0\n\n"}));
 
     p->addRef("y.itm", "plain");
     EXPECT_GT(keyOf(9, "plain.gif"), 0);
-    EXPECT_EQ("referenced", evict()) << "nothing unreferenced is left";
-    EXPECT_FALSE(exists("plain.gif")) << "the highest class goes first";
-    EXPECT_TRUE(exists("ref1.gif"));
-    EXPECT_EQ("referenced", evict());
+    EXPECT_EQ("referenced plain.gif", evict()) << "the highest class goes first";
+    EXPECT_EQ("referenced ref1.gif", evict());
     EXPECT_EQ("none", evict());
-    EXPECT_EQ(0, p->blocksUsed());
-    EXPECT_EQ(0, p->referencedUsed());
+    EXPECT_EQ("0 used, 0 referenced", usage());
 
-    // A used file no longer carries key 0: an older referenced one goes before it.
     p->addRef("x.itm", "kept");
     account("kept.gif", 9);
     account("used.gif", 9);
     p->accessedCacheObj("used.gif");
-    EXPECT_EQ("referenced", evict());
-    EXPECT_FALSE(exists("kept.gif"));
-    EXPECT_TRUE(exists("used.gif"));
-}
-
-// A file deleted behind the cache's back leaves the accounting, and the references it held,
-// when eviction comes to it: the cache is not left fuller than it is until the next sync.
-TEST_F(Policy, AVanishedFileLeavesTheAccountingWhenEvictionReachesIt) {
-    NR_ContentCachePolicy* p = policy();
-    p->addRef("gone.itm", "img");
-    for (const char* name : {"gone.itm", "img.gif", "next.gif"})
-        account(name, 9);
-    EXPECT_EQ(1, p->referencedUsed());
-    ASSERT_EQ(0, std::remove(path("gone.itm").c_str()));
-    EXPECT_EQ("unreferenced", evict());
-    EXPECT_EQ(2, p->blocksUsed());
-    EXPECT_EQ(0, p->referencedUsed());
-    EXPECT_TRUE(p->childrenOf("gone.itm").empty());
-    EXPECT_TRUE(exists("img.gif"));
-    EXPECT_TRUE(exists("next.gif"));
+    EXPECT_EQ("referenced kept.gif", evict());
 }
 
 TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
-    NR_ContentCachePolicy* p = policy();
     for (const char* id : {"t4", "i5", "t6", "i7"})
         p->addRef("x.itm", id);
     account("t4.xhtml", 4);
@@ -168,26 +137,19 @@ TEST_F(Policy, ReferencedFilesGoOnlyFromClassesTheCallerMayDisplace) {
     account("i7.gif", 7);
     for (int type : {9, 8, 11})
         EXPECT_EQ("none", evict(type)) << type;
-    EXPECT_EQ(4, p->blocksUsed());
 
-    // Highest class first, and no lower than the caller's.
-    EXPECT_EQ("referenced", evict(6));
-    EXPECT_FALSE(exists("i7.gif"));
-    EXPECT_EQ("referenced", evict(6));
-    EXPECT_FALSE(exists("t6.xhtml"));
+    // Highest class first, and no lower than the caller's; any caller takes an unreferenced
+    // top, even one above 10.
+    EXPECT_EQ("referenced i7.gif", evict(6));
+    EXPECT_EQ("referenced t6.xhtml", evict(6));
     EXPECT_EQ("none", evict(6));
-    EXPECT_EQ("referenced", evict(0));
-    EXPECT_FALSE(exists("i5.gif"));
-    EXPECT_TRUE(exists("t4.xhtml"));
-
-    // Any caller takes an unreferenced top, even one above 10.
+    EXPECT_EQ("referenced i5.gif", evict(0));
     account("loose.gif", 9);
-    EXPECT_EQ("unreferenced", evict(11));
-    EXPECT_FALSE(exists("loose.gif"));
+    EXPECT_EQ("unreferenced loose.gif", evict(11));
+    EXPECT_EQ("t4.xhtml", listing());
 }
 
 TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
-    NR_ContentCachePolicy* p = policy();
     // Reference first, file later: counted as referenced when it arrives.
     p->addRef("a.itm", "logoZpng");
     account("logo.png", 9, 5000); // 2 blocks
@@ -199,28 +161,24 @@ TEST_F(Policy, ReferencedTotalFollowsParentsBeforeAndAfterTheFile) {
     EXPECT_EQ(3, p->referencedUsed());
     p->addRef("b.itm", "pic"); // a second parent changes nothing
     EXPECT_EQ(3, p->referencedUsed());
-    EXPECT_EQ(3, NR_ContentCachePolicy::mReferencedUsed);
-    EXPECT_EQ(3, NR_ContentCachePolicy::mCacheUsed);
-    EXPECT_EQ(2u, NR_ContentCachePolicy::references.at("pic").size());
-    EXPECT_EQ(2u, NR_ContentCachePolicy::mQueueArr[9].size());
     EXPECT_EQ(4 * 1000 / 10 - 3 * 4, p->cacheRemaining());
-    EXPECT_TRUE(referenced("pic.gif"));
 
     p->delRef("a.itm", "pic", 0);
     EXPECT_EQ(3, p->referencedUsed());
     p->delRef("b.itm", "pic", 0);
     EXPECT_EQ(2, p->referencedUsed());
-    EXPECT_FALSE(referenced("pic.gif"));
+    EXPECT_EQ("pic.gif:9", classes({"pic.gif"}));
     EXPECT_EQ(0, p->queue(9).top()->key) << "a file that lost its last parent goes first";
 
     p->delRefsOf("a.itm");
-    EXPECT_EQ(0, p->referencedUsed());
     EXPECT_TRUE(p->childrenOf("a.itm").empty());
-    EXPECT_EQ(3, p->blocksUsed());
+    EXPECT_EQ("3 used, 0 referenced", usage());
 }
 
-TEST_F(Policy, AnEvictedParentNoLongerProtectsWhatItReferenced) {
-    NR_ContentCachePolicy* p = policy();
+// An evicted parent no longer protects what it referenced. One deleted behind the cache's back
+// leaves the accounting, and the references it held, when eviction comes to it: the cache is
+// not left fuller than it is until the next sync.
+TEST_F(Policy, AnEvictedOrVanishedParentNoLongerProtectsWhatItReferenced) {
     p->addRef("a.itm", "img");
     p->addRef("b.itm", "img");
     p->addRef("a.itm", "tpl");
@@ -228,18 +186,15 @@ TEST_F(Policy, AnEvictedParentNoLongerProtectsWhatItReferenced) {
     account("tpl.xhtml", 6);
     account("img.gif", 7);
     EXPECT_EQ(2, p->referencedUsed());
+    ASSERT_EQ(0, std::remove(path("a.itm").c_str()));
     EXPECT_EQ("unreferenced", evict()); // a.itm, the only unreferenced file
-    EXPECT_FALSE(exists("a.itm"));
+    EXPECT_EQ("2 used, 1 referenced", usage()) << "the template lost its only parent";
     EXPECT_TRUE(p->childrenOf("a.itm").empty());
     EXPECT_EQ(std::set<std::string>({"b.itm"}), p->parentsOf("img"));
-    EXPECT_EQ(1, p->referencedUsed()) << "the template lost its only parent";
-    EXPECT_EQ("unreferenced", evict());
-    EXPECT_FALSE(exists("tpl.xhtml"));
-    EXPECT_TRUE(exists("img.gif"));
+    EXPECT_EQ("unreferenced tpl.xhtml", evict());
 }
 
 TEST_F(Policy, ReferenceTableLinesAndDumps) {
-    NR_ContentCachePolicy* p = policy();
     ovtest::StderrCapture capture;
     p->addRef("a.itm", "img");
     p->addRef("a.itm", "img");
@@ -262,7 +217,6 @@ TEST_F(Policy, ReferenceTableLinesAndDumps) {
 }
 
 TEST_F(Policy, UsedFigureIsReadBackFromTheRefFile) {
-    NR_ContentCachePolicy* p = policy();
     const std::string refFile = ovplatform::devicePath("/tmp/ref.txt");
     p->addRef("a.itm", "img");
     account("img.gif", 9, 3 * 4096); // 4 blocks
@@ -275,6 +229,110 @@ TEST_F(Policy, UsedFigureIsReadBackFromTheRefFile) {
     EXPECT_EQ(400, p->cacheUsed());
     ASSERT_TRUE(ovtest::writeFile(refFile, "garbage"));
     EXPECT_EQ(0, p->cacheUsed());
+}
+
+// ---- The LRU queue
+
+typedef NR_LRUQueue<std::string> Queue;
+
+// The names of QUEUE in the order pops take them, emptying it.
+std::string drain(Queue& queue) {
+    std::string names;
+    for (; !queue.empty(); queue.pop())
+        names += (names.empty() ? "" : " ") + queue.top()->name;
+    return names;
+}
+
+TEST(LRUQueue, LeastRecentlyAddedOrUsedComesFirst) {
+    Queue queue;
+    EXPECT_EQ(nullptr, queue.top());
+    for (const char* name : {"a", "b", "c"})
+        queue.push(name);
+    EXPECT_TRUE(queue.touch("a"));
+    EXPECT_FALSE(queue.touch("missing"));
+    EXPECT_EQ(3u, queue.size());
+    EXPECT_EQ("b c a", drain(queue));
+    queue.pop(); // popping an empty queue does nothing
+    EXPECT_TRUE(queue.empty());
+}
+
+TEST(LRUQueue, UnusedElementsGoBeforeUsedOnesUntilUsedAgain) {
+    Queue queue;
+    queue.push("old");
+    queue.push("new");
+    queue.push("stale", true);
+    EXPECT_EQ(0, queue.find("stale")->key);
+    EXPECT_EQ("stale", queue.top()->name);
+    queue.push("stale"); // pushing a name again only gives it the new key
+    EXPECT_EQ(3u, queue.size());
+    EXPECT_EQ("old", queue.top()->name);
+    EXPECT_TRUE(queue.setUnused("new"));
+    EXPECT_EQ("new old stale", drain(queue));
+}
+
+// Of equal keys, the element nearer the top stays there: a new one does not rise past an
+// equal parent, and the last element moved up by a pop does not sink below an equal child.
+// An eviction passes over names it could not delete: the element of smallest key among the
+// rest (nearer the top on equal keys), and the heap stays as it was.
+TEST(LRUQueue, OnEqualKeysTheElementOnTopStays) {
+    Queue queue;
+    for (const char* name : {"first", "second", "third"})
+        queue.push(name, true);
+    EXPECT_EQ("first third second", drain(queue));
+
+    for (const char* name : {"a", "b", "c", "d"})
+        queue.push(name, true);
+    queue.touch("a");
+    EXPECT_EQ("b", queue.topExcept({})->name);
+    EXPECT_EQ("d", queue.topExcept({"b"})->name); // heap: b, d, c, a
+    EXPECT_EQ("a", queue.topExcept({"b", "c", "d"})->name);
+    EXPECT_EQ(nullptr, queue.topExcept({"a", "b", "c", "d"}));
+    EXPECT_EQ("b", queue.top()->name);
+}
+
+// Random pushes, uses, key resets and removals checked against a plain map of keys: the top is
+// always an element with the smallest key, every element knows its heap index, and popping
+// everything yields non-decreasing keys.
+TEST(LRUQueue, HeapStaysConsistentUnderRandomChanges) {
+    Queue queue;
+    std::map<std::string, int32_t> keys;
+    std::mt19937 random(7);
+    for (int step = 0; step < 5000; ++step) {
+        std::string name = "f" + std::to_string(random() % 200);
+        switch (random() % 4) {
+        case 0:
+            queue.push(name, random() % 3 == 0);
+            break;
+        case 1:
+            EXPECT_EQ(keys.count(name) != 0, queue.touch(name));
+            break;
+        case 2:
+            EXPECT_EQ(keys.count(name) != 0, queue.setUnused(name));
+            break;
+        default:
+            EXPECT_EQ(keys.count(name) != 0, queue.remove(name));
+            keys.erase(name);
+            break;
+        }
+        if (queue.contains(name))
+            keys[name] = queue.find(name)->key;
+        ASSERT_EQ(keys.size(), queue.size());
+        if (!keys.empty()) {
+            int32_t smallest = INT32_MAX;
+            for (const auto& entry : keys)
+                smallest = std::min(smallest, entry.second);
+            ASSERT_EQ(smallest, queue.top()->key) << "step " << step;
+        }
+    }
+    std::vector<const Queue::Element*> elements = queue.elements();
+    for (size_t i = 0; i < elements.size(); ++i) {
+        ASSERT_EQ(int32_t(i + 1), elements[i]->index);
+        ASSERT_EQ(keys[elements[i]->name], elements[i]->key);
+    }
+    for (int32_t last = -1; !queue.empty(); queue.pop()) {
+        ASSERT_GE(queue.top()->key, last);
+        last = queue.top()->key;
+    }
 }
 
 } // namespace

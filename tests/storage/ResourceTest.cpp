@@ -1,8 +1,9 @@
 // Resources through the cache's streams: names on disk, lookups, the policy's accounting of
-// what was written, the class rule when room is made for a resource, and the events.
+// what was written, the class rule when room is made for a resource, and the events. And how
+// content IDs name files: the "Z" extension rule, the MIME table with its missing "image/png",
+// the final name of a stored resource, lookups that ignore the extension unless the ID names
+// one, and the IDs that may never name a file.
 #include "CacheFixture.h"
-
-#include "support/StderrCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -10,9 +11,7 @@
 
 namespace {
 
-using storagetest::CacheTest;
-using storagetest::expectOneFullEvent;
-using storagetest::inOrder;
+using namespace storagetest;
 
 class ResourceTest : public CacheTest {
 protected:
@@ -20,7 +19,7 @@ protected:
     void TearDown() override { OV_EventAndStatusFacade::destroy(); }
 };
 
-TEST_F(ResourceTest, StoredUnderTheirFinalNamesWithoutTemporaryFiles) {
+TEST_F(ResourceTest, StoredUnderTheirFinalNamesAndNothingOfAFailedStream) {
     const struct {
         const char* id;
         const char* type;
@@ -30,38 +29,37 @@ TEST_F(ResourceTest, StoredUnderTheirFinalNamesWithoutTemporaryFiles) {
                  {"raw", "image/png", "raw.dat"},
                  {"iconZpng", "image/png", "icon.png"}};
     ovtest::StderrCapture capture;
+    // A stream that failed, as a failed write leaves it, stores nothing.
+    std::ofstream* broken = cache()->getOutputStream("broken", 10);
+    ASSERT_NE(nullptr, broken);
+    broken->setstate(std::ios::badbit);
+    EXPECT_EQ(-1, cache()->closeOutputStream("broken", broken, "image/gif"));
+    EXPECT_EQ(-1, cache()->closeOutputStream("broken", nullptr, "image/gif"));
     for (const auto& c : cases)
         ASSERT_EQ(0, putResource(c.id, "bytes", c.type)) << c.id;
-    for (const auto& c : cases) {
-        EXPECT_TRUE(exists(c.name)) << c.name;
-        EXPECT_FALSE(exists(std::string(c.id) + ".tmp")) << c.id;
-        // Every file written is accounted under its name on disk, so it can be evicted.
-        bool referenced = true;
-        EXPECT_EQ(9, queueOf(c.name, &referenced)) << c.name;
-        EXPECT_FALSE(referenced);
-    }
-    std::string text = capture.text();
-    EXPECT_NE(std::string::npos, text.find("{4} NR_ContentCache.cpp:")); // stream lines: level 4
-    EXPECT_TRUE(inOrder(text, {"\tCloseOutputStream : logoZpng, with type:image/x-png\n\n",
-                               "\tNew path:" + path("logo.png") + "\n\n"}));
+    EXPECT_EQ("icon.png logo.png pic.gif raw.dat", listing());
+    // Every file written is accounted under its name on disk, unreferenced, so it can be evicted.
+    EXPECT_EQ("logo.png:9 pic.gif:9 raw.dat:9 icon.png:9",
+              classes({"logo.png", "pic.gif", "raw.dat", "icon.png"}));
+    // Stream lines are of level 4; the name is told before the move is tried.
+    EXPECT_TRUE(inOrder(capture.text(),
+                        {"{4} NR_ContentCache.cpp:", "\tNew path:" + path("broken.gif") + "\n\n",
+                         "\tCloseOutputStream : logoZpng, with type:image/x-png\n\n",
+                         "\tNew path:" + path("logo.png") + "\n\n"}));
     EXPECT_EQ(4, policy()->blocksUsed());
-    for (int i = 0; i < 4; ++i)
-        EXPECT_EQ("unreferenced", evict());
-    EXPECT_FALSE(exists("raw.dat"));
-    EXPECT_FALSE(exists("icon.png"));
+    // All of key 0: the heap's order of equal keys.
+    for (const char* name : {"logo.png", "icon.png", "raw.dat", "pic.gif"})
+        EXPECT_EQ("unreferenced " + std::string(name), evict());
     EXPECT_EQ(0, policy()->blocksUsed());
 }
 
 TEST_F(ResourceTest, LookupsFindTheFileWithOrWithoutItsExtension) {
     ASSERT_EQ(0, putResource("logoZpng", "PNG-BYTES", "image/x-png"));
-    std::string name, where;
-    EXPECT_EQ(0, cache()->getFileName("logo", name));
-    EXPECT_EQ("logo.png", name);
-    name.clear();
-    EXPECT_EQ(0, cache()->getFileName("logoZpng", name));
-    EXPECT_EQ("logo.png", name);
+    EXPECT_EQ("logo.png", fileOf("logo"));
+    EXPECT_EQ("logo.png", fileOf("logoZpng"));
+    std::string name = "kept", where;
     EXPECT_EQ(-1, cache()->getFileName("logoZgif", name));
-    EXPECT_EQ("logo.png", name) << "unchanged on failure";
+    EXPECT_EQ("kept", name) << "unchanged on failure";
     EXPECT_EQ(0, cache()->getPath("logoZpng", where));
     EXPECT_EQ(path("logo.png"), where);
     EXPECT_EQ(-1, cache()->getPath("missing", where));
@@ -78,13 +76,11 @@ TEST_F(ResourceTest, LookupsFindTheFileWithOrWithoutItsExtension) {
     // Another process adds and removes files; the directory's time tells the cache.
     ASSERT_TRUE(ovtest::writeFile(path("b.gif"), "B"));
     ASSERT_EQ(0, std::remove(path("logo.png").c_str()));
-    EXPECT_EQ(0, cache()->getFileName("b", name));
-    EXPECT_EQ("b.gif", name);
-    EXPECT_EQ(-1, cache()->getFileName("logo", name));
+    EXPECT_EQ("b.gif", fileOf("b"));
+    EXPECT_EQ("<none>", fileOf("logo"));
     // The cache's own writes keep the index in step without reading the directory.
     ASSERT_EQ(0, putResource("c", "C", "text/css"));
-    EXPECT_EQ(0, cache()->getFileName("c", name));
-    EXPECT_EQ("c.css", name);
+    EXPECT_EQ("c.css", fileOf("c"));
 }
 
 TEST_F(ResourceTest, AnInputStreamCountsAsAUse) {
@@ -94,9 +90,7 @@ TEST_F(ResourceTest, AnInputStreamCountsAsAUse) {
     policy()->addRef("x.itm", "second");
     // first is the older; reading it makes second the least recently used.
     cache()->closeInputStream(cache()->getInputStream("first"));
-    EXPECT_EQ("referenced", evict());
-    EXPECT_TRUE(exists("first.gif"));
-    EXPECT_FALSE(exists("second.gif"));
+    EXPECT_EQ("referenced second.gif", evict());
 }
 
 TEST_F(ResourceTest, StatusEventCarriesKilobyteFigures) {
@@ -147,18 +141,106 @@ TEST_F(ResourceTest, StorageFullIsSentOnce) {
     expectOneFullEvent(errors);
 }
 
-TEST_F(ResourceTest, AFailedStreamLeavesNoFile) {
-    std::ofstream* out = cache()->getOutputStream("broken", 10);
-    ASSERT_NE(nullptr, out);
-    out->setstate(std::ios::badbit); // as a failed write leaves it
+// ---- Naming
+
+TEST(CacheNaming, SplitsAZExtensionOnlyWhenTheTableHasIt) {
+    // Only the text after the last Z counts, and it must be a table extension as it stands.
+    const struct {
+        const char* id;
+        const char* split; // "stem ext", or null when the ID has no Z extension
+    } cases[] = {{"logoZpng", "logo png"}, {"aZbZgif", "aZb gif"}, {"Zmpa2", " mpa2"},
+                 {"logoZpngZ", nullptr},   {"logoZPNG", nullptr},  {"logozpng", nullptr},
+                 {"logoZdat", nullptr},    {"logo.png", nullptr}};
+    for (const auto& c : cases) {
+        std::string stem, ext;
+        bool split = NR_CacheDirectory::splitExtension(c.id, stem, ext);
+        EXPECT_EQ(c.split != nullptr, split) << c.id;
+        if (split && c.split) {
+            EXPECT_EQ(c.split, stem + " " + ext);
+        }
+    }
+    EXPECT_TRUE(NR_CacheDirectory::isTableExtension("png"));
+    EXPECT_FALSE(NR_CacheDirectory::isTableExtension("dat"));
+    EXPECT_FALSE(NR_CacheDirectory::isTableExtension("itm"));
+}
+
+TEST(CacheNaming, LookupsIgnoreTheExtensionUnlessTheIDNamesOne) {
+    const struct {
+        const char* id;
+        const char* name;
+        bool matches;
+    } cases[] = {
+        {"logo", "logo.png", true},
+        {"logoZpng", "logo.png", true},
+        {"logoZpng", "logoZpng.png", true},
+        {"logoZgif", "logo.png", false},
+        {"logoZpng", "logo.dat", false},
+        {"logo", "logo.dat", true},
+        {"x", "x.itm", true},
+        {"noext", "noext", true},
+        {"logo", "logo2.png", false},
+        {"a.b", "a.b.png", true}, // the name is cut at its last dot only
+        {"a", "a.b.png", false},
+        {"pic.gif", "pic.gif", false},
+        {"x", "x.tmp", false}, // a file still being written is never an answer
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.matches, NR_CacheDirectory::names(c.id, c.name)) << c.id << " " << c.name;
+
+    typedef std::vector<std::string> Names;
+    EXPECT_EQ(Names({"logo.png", "logo", "logoZpng"}), NR_CacheDirectory::namesOf("logo.png"));
+    EXPECT_EQ(Names({"x.itm", "x"}), NR_CacheDirectory::namesOf("x.itm"));
+    // The ID aZgif names only .gif files.
+    EXPECT_EQ(Names({"aZgif.png", "aZgifZpng"}), NR_CacheDirectory::namesOf("aZgif.png"));
+}
+
+TEST(CacheNaming, IDsThatCouldLeaveTheDirectoryAreUnsafe) {
+    for (const std::string& bad :
+         {std::string(), std::string("."), std::string(".."), std::string("../x"),
+          std::string("a/b"), std::string("/"), std::string("x\0y", 3)})
+        EXPECT_FALSE(NR_CacheDirectory::isSafeID(bad)) << bad;
+    for (const char* good : {"x", "...", ".hidden", "a..b", "logoZpng", "dc:icon.png"})
+        EXPECT_TRUE(NR_CacheDirectory::isSafeID(good)) << good;
+}
+
+// The table in its order without "image/png", as the constructor logs it, and the final name of
+// a stored resource.
+TEST_F(ResourceTest, FinalNameOfAStoredResource) {
     ovtest::StderrCapture capture;
-    EXPECT_EQ(-1, cache()->closeOutputStream("broken", out, "image/gif"));
-    EXPECT_NE(std::string::npos, capture.text().find("\tNew path:" + path("broken.gif") + "\n\n"))
-        << "the name is told before the move is tried";
-    EXPECT_FALSE(exists("broken.gif"));
-    EXPECT_FALSE(exists("broken.tmp"));
-    EXPECT_EQ(-1, cache()->closeOutputStream("broken", nullptr, "image/gif"));
-    EXPECT_EQ(0, policy()->blocksUsed());
+    cache();
+    const std::string suffix = "NR_ContentCache: ";
+    std::string text = capture.text();
+    EXPECT_TRUE(inOrder(text, {suffix + "application/xhtml+xml type will have suffix of xhtml\n\n",
+                               suffix + "image/x-png type will have suffix of png\n\n",
+                               suffix + "application/x-tcl type will have suffix of tcl\n\n"}));
+    EXPECT_EQ(std::string::npos, text.find("image/png type"));
+    EXPECT_NE(std::string::npos, text.find("{5} NR_ContentCache.cpp:"));
+    ASSERT_EQ(35u, NR_CacheDirectory::MIME_TABLE_SIZE);
+    EXPECT_STREQ("image/x-png", NR_CacheDirectory::MIME_TABLE[8].type);
+
+    const struct {
+        const char* id;
+        const char* type;
+        const char* name;
+    } cases[] = {
+        {"logoZpng", "image/x-png", "logo.png"},
+        {"logoZpng", "image/png", "logo.png"},
+        {"logo", "image/png", "logo.dat"},
+        {"logo", "image/x-png", "logo.png"},
+        {"pic.gif", "image/gif", "pic.gif"},
+        {"picZgif", "image/gif", "pic.gif"},
+        {"gif", "image/gif", "gif.gif"},
+        {"Zgif", "image/gif", ".gif"},
+        {"aZjpg", "image/gif", "aZjpg.gif"},
+        {"page", "application/xhtml+xml", "page.xhtml"},
+        {"s", "text/css", "s.css"},
+        {"x", "", "x.dat"},
+        {"tZtxt", "", "t.txt"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.name, cache()->finalName(c.id, c.type)) << c.id << " " << c.type;
+    EXPECT_EQ("png", cache()->extensionOf("image/x-png"));
+    EXPECT_EQ("", cache()->extensionOf("image/png"));
 }
 
 } // namespace

@@ -1,0 +1,531 @@
+// Default content: the index file as read and written (the layout byte by byte, the reader's
+// quirks, hostile files that must deliver nothing without costing more memory than the file),
+// the manager on a device root (which index files a look-up reads and in what order, the
+// plain-file fallback and the names it refuses, what a change of profile or language does to
+// the next look-up), and the cache that keeps its index lists per language.
+#include "DefaultContentBytes.h"
+
+#include "OVPlatform.h"
+#include "eventstatuslib/OV_Event.h"
+#include "eventstatuslib/OV_EventAndStatusFacade.h"
+#include "settings/NR_Setting.h"
+#include "settings/NR_SettingMgr.h"
+#include "storage/LRUCache.h"
+#include "storage/NR_DefaultContentMgr.h"
+#include "support/EventRecorder.h"
+#include "support/Files.h"
+#include "support/SettingsFiles.h"
+#include "support/StderrCapture.h"
+#include "support/TempDir.h"
+#include "thread/PtrRef.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <climits>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <memory>
+#include <new>
+#include <regex>
+#include <sstream>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+namespace {
+
+using namespace dctest;
+
+// The captured text holds exactly one line of the index reader, the level-3 line of MESSAGE.
+// Other threads (the timer thread) may write lines of their own meanwhile.
+void expectReaderLine(const std::string& captured, const std::string& message) {
+    const std::regex line("\\{3\\} NR_DefaultContentMgr\\.cpp:[0-9]+\\t(.*)\\n");
+    std::vector<std::string> messages;
+    for (std::sregex_iterator it(captured.begin(), captured.end(), line), end; it != end; ++it)
+        messages.push_back((*it)[1]);
+    EXPECT_EQ(std::vector<std::string>{message}, messages) << captured;
+}
+
+class DefaultContentIndexTest : public ::testing::Test {
+protected:
+    // Writes BYTES to a fresh index file and reads it.
+    DefaultContentIndex load(const std::string& bytes) {
+        EXPECT_TRUE(ovtest::writeFile(path(), bytes));
+        return DefaultContentIndex(path());
+    }
+
+    // Every entry of the index read from BYTES as "name=bytes" in name order, "<none>" for the
+    // bytes of an entry that delivers nothing.
+    std::string contents(const std::string& bytes) {
+        DefaultContentIndex index = load(bytes);
+        std::string text;
+        for (const auto& entry : index.getItems()) {
+            std::string delivered = "<none>";
+            DefaultContentIndex::readResource(index.getPath(), entry.second, &delivered);
+            text += (text.empty() ? "" : " ") + entry.first + "=" + delivered;
+        }
+        return text;
+    }
+
+    std::string path() const { return mDir.file("dynport.dc"); }
+
+    ovtest::TempDir mDir;
+};
+
+TEST_F(DefaultContentIndexTest, DirectoriesAndTheBytesTheyDeliver) {
+    const std::string one = entry("a", 1, 0);
+    // 142 directory bytes and 4 resource bytes: 146 in all.
+    const std::string outside =
+        header(7) + entry("whole", 4, 142) + entry("short", 5, 142) + entry("past", 1, 146) +
+        entry("negative length", 0xFFFFFFFF, 142) + entry("negative offset", 1, 0x80000000) +
+        entry("near 2^31", 0x7FFFFFFF, 0) + entry("sum wraps", 0x7FFFFFF0, 0x7FFFFFF0) + "data";
+    const struct {
+        const char* rule;
+        std::string file;
+        std::string contents;
+    } cases[] = {
+        {"three bytes at offset 24",
+         std::string("dc\0\0\0\0\0\0\0\x01", 10) + be16(4) + "logo" + be32(3) + be32(24) +
+             std::string("\x07\x00\x09", 3),
+         std::string("logo=\x07\x00\x09", 8)},
+        // Offsets still count from the start of the file, blank line included.
+        {"white space before the magic", "\n \t\n" + header(1) + entry("a", 2, 25) + "hi", "a=hi"},
+        {"count 1", header(1) + one, "a=d"},
+        {"count 0", header(0) + one, ""},
+        {"negative count", header(0x8001) + one, ""},
+        {"count -1", header(0xFFFF) + one, ""},
+        {"names end at their first zero byte",
+         header(2) + entry(std::string("ab\0c", 4), 1, 0) + entry(std::string("\0x", 2), 1, 1),
+         "=c ab=d"},
+        {"of two entries with one name the later counts",
+         header(3) + entry("x", 3, 47) + entry("y", 1, 47) +
+             entry(std::string("x\0old", 5), 2, 50) + "abcde",
+         "x=de y=a"},
+        // The resource byte after the first entry is read as the start of a second one, which
+        // ends with the file.
+        {"a count far above the entries", header(32767) + entry("a", 1, 21) + "Z", "a=Z"},
+        {"an entry cut short", header(2) + entry("a", 0, 0) + be16(5) + "bc", "a="},
+        {"bytes outside the file", outside,
+         "near 2^31=<none> negative length=<none> negative offset=<none> past=<none> "
+         "short=<none> sum wraps=<none> whole=data"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.contents, contents(c.file)) << c.rule;
+
+    // An entry may end exactly at the end of the file, and an empty one may start there.
+    DefaultContentIndexItem edge;
+    edge.mOffset = 146;
+    std::string bytes = "<none>";
+    EXPECT_TRUE(DefaultContentIndex::readResource(path(), edge, &bytes));
+    EXPECT_EQ("", bytes);
+}
+
+TEST_F(DefaultContentIndexTest, UnreadableOrWrongFilesGiveAnEmptyIndexAndOneLine) {
+    const std::pair<const char*, std::string> cases[] = {
+        {"Couldn't open  def content", ""}, // no file
+        {"magic error(d,C)", "dC" + be16(0) + be32(0) + be16(1) + entry("a", 0, 0)},
+        {"magic error(?,?)", ""}};
+    for (size_t i = 0; i < 3; ++i) {
+        ovtest::StderrCapture capture;
+        DefaultContentIndex index =
+            i == 0 ? DefaultContentIndex(mDir.file("missing.dc")) : load(cases[i].second);
+        EXPECT_TRUE(index.getItems().empty());
+        expectReaderLine(capture.text(), cases[i].first);
+    }
+}
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+#define OVBASE_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
+#define OVBASE_SANITIZED 1
+#endif
+#endif
+
+TEST_F(DefaultContentIndexTest, HostileLengthsCostNoMoreMemoryThanTheFile) {
+#ifdef OVBASE_SANITIZED
+    GTEST_SKIP() << "the sanitizers reserve address space of their own";
+#else
+    DefaultContentIndex index = load(header(2) + entry("huge", 0x7FFFFFFF, 0) +
+                                     entry("wraps", 0x7FFFFFFF, 0x7FFFFFFF) + "tiny");
+    // The address-space limit lowered to what the process uses now and a margin, so that an
+    // allocation of a hostile length fails instead of passing unseen.
+    rlimit saved;
+    ASSERT_EQ(0, getrlimit(RLIMIT_AS, &saved));
+    size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    rlimit lowered = saved;
+    lowered.rlim_cur = pages * static_cast<size_t>(sysconf(_SC_PAGESIZE)) + (256u << 20);
+    ASSERT_TRUE(pages > 0 && setrlimit(RLIMIT_AS, &lowered) == 0);
+    bool delivered = true;
+    size_t promised = 0;
+    try {
+        std::string bytes;
+        delivered = DefaultContentIndex::readResource(path(), *index.find("huge"), &bytes) ||
+                    DefaultContentIndex::readResource(path(), *index.find("wraps"), &bytes);
+        // Every index a count can promise, read under the same limit.
+        promised = load(header(32767) + entry("a", 1, 0)).getItems().size();
+    } catch (const std::bad_alloc&) {
+        ADD_FAILURE() << "a hostile length was allocated";
+    }
+    setrlimit(RLIMIT_AS, &saved);
+    EXPECT_FALSE(delivered);
+    EXPECT_EQ(1u, promised);
+#endif
+}
+
+TEST(DefaultContentNumbersTest, BigEndianWithSignAndZerosPastTheEnd) {
+    std::istringstream in(std::string("\x01\x02\xFF\xFE\x80\x00\x00\x00\x12\x34\x56\x78\xAB", 13));
+    EXPECT_EQ(0x0102, readShort(in));
+    EXPECT_EQ(-2, readShort(in));
+    EXPECT_EQ(INT_MIN, readInt(in));
+    EXPECT_EQ(0x12345678, readInt(in));
+    EXPECT_TRUE(in.good());
+    EXPECT_EQ(static_cast<int>(0xAB000000), readInt(in)) << "missing bytes read as 0";
+    EXPECT_TRUE(in.fail());
+
+    std::ostringstream out;
+    writeShort(out, 0xBEEF);
+    writeInt(out, -2);
+    EXPECT_EQ(std::string("\xBE\xEF\xFF\xFF\xFF\xFE", 6), out.str());
+}
+
+TEST(DefaultContentWriterTest, WritesTheLayoutTheReaderReads) {
+    const DefaultContentResources resources = {
+        {"zeta.png", std::string("\x89PNG\0\x01", 6)}, {"alpha", ""}, {"a b", "text"}};
+    std::ostringstream out;
+    ASSERT_TRUE(writeDefaultContentIndex(out, resources));
+    // The order given is kept, in the directory and in the bytes.
+    EXPECT_EQ(dctest::index(
+                  {{"zeta.png", std::string("\x89PNG\0\x01", 6)}, {"alpha", ""}, {"a b", "text"}}),
+              out.str());
+}
+
+DefaultContentResources manyResources(int count) {
+    DefaultContentResources resources;
+    for (int i = 0; i < count; ++i)
+        resources.emplace_back("r" + std::to_string(i), "");
+    return resources;
+}
+
+TEST(DefaultContentWriterTest, RefusesWhatTheReaderCouldNotTellApart) {
+    const std::vector<DefaultContentResources> refused = {
+        {{"", "x"}},
+        {{std::string("a\0b", 3), "x"}},
+        {{"same", "1"}, {"other", "2"}, {"same", "3"}},
+        {{std::string(65536, 'n'), "x"}},
+        manyResources(32768),
+    };
+    for (size_t i = 0; i < refused.size(); ++i) {
+        std::ostringstream out;
+        EXPECT_FALSE(writeDefaultContentIndex(out, refused[i])) << i;
+        EXPECT_TRUE(out.str().empty()) << i;
+    }
+    std::ostringstream longest;
+    EXPECT_TRUE(writeDefaultContentIndex(longest, {{std::string(65535, 'n'), "x"}}));
+    std::ostringstream most;
+    EXPECT_TRUE(writeDefaultContentIndex(most, manyResources(32767)));
+}
+
+// ---- The manager
+
+using Resources = std::vector<std::pair<std::string, std::string>>;
+
+class DefaultContentMgrTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        NR_DefaultContentMgr::dispose();
+        mRoot = ovplatform::devicePath(NR_DefaultContentMgr::DEFAULT_RESOURCE_PATH);
+        ovplatform::setLanguageCode("de");
+    }
+
+    // The facade is left alone: a setting-changed event may still be on its way through it
+    // on the bus's thread, and each test runs in a process of its own.
+    void TearDown() override { NR_DefaultContentMgr::dispose(); }
+
+    // Settings are read once per process: written before the first look-up.
+    void settings(const std::string& text) { ASSERT_TRUE(ovtest::writeMainSettings(text)); }
+
+    // Writes an index file at RELATIVE under the default-content directory.
+    void index(const std::string& relative, const Resources& resources) {
+        ASSERT_TRUE(ovtest::writeFile(mRoot + "/" + relative, dctest::index(resources)));
+    }
+
+    void plain(const std::string& name, const std::string& bytes) {
+        ASSERT_TRUE(ovtest::writeFile(mRoot + "/" + name, bytes));
+    }
+
+    // Changes KEY of GROUP through the setting manager, as a settings tool would.
+    static void set(int group, const char* key, const std::string& value) {
+        ASSERT_EQ(0, OrvelSettingMgr::getSettingMgrInstance()->setString(
+                         group, key, ovTypes::String(ovTypes::ID(value))));
+    }
+
+    // Publishes a setting-changed event for KEY, as the setting manager of another process does.
+    static void publishChange(const std::string& key, const std::string& value) {
+        OV_Event changed(OrvelSetting::SETTING_CHANGED_TOPIC);
+        changed.setProperty(key, value);
+        OV_EventAndStatusFacade::instance()->publish(changed);
+    }
+
+    // What get delivers for ID, or "<none>" when it delivers nothing (checking that nothing
+    // was written then).
+    static std::string fetch(const ovTypes::ID& id) {
+        std::stringstream out;
+        if (NR_DefaultContentMgr::get(id, out))
+            return out.str();
+        EXPECT_EQ("", out.str()) << id;
+        return "<none>";
+    }
+
+    // What get delivers for each of IDS, separated by " | ".
+    static std::string fetchAll(const std::vector<ovTypes::ID>& ids) {
+        std::string text;
+        for (const ovTypes::ID& id : ids)
+            text += (text.empty() ? "" : " | ") + fetch(id);
+        return text;
+    }
+
+    ovtest::TempDeviceRoot mDevice;
+    std::string mRoot;
+};
+
+// Plain files serve what no index holds, under names that stay inside the folder; nothing
+// outside, no folder, no FIFO (in place of a file or of a language's index), and no failed
+// stream counts as a delivery.
+TEST_F(DefaultContentMgrTest, PlainFilesServeWhatNoIndexHoldsInsideTheFolder) {
+    settings("");
+    plain("icon.png", "plain icon");
+    plain("both.png", "plain both");
+    plain("icons/news.png", "one level down");
+    plain("a", "the file a");
+    ASSERT_TRUE(ovtest::writeFile(mRoot + "/../secret", "outside"));
+    ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/folder"));
+    ASSERT_TRUE(std::filesystem::create_directories(mRoot + "/de"));
+    ASSERT_EQ(0, mkfifo((mRoot + "/pipe").c_str(), 0600));
+    ASSERT_EQ(0, mkfifo((mRoot + "/de/dynport.dc").c_str(), 0600));
+    index("dynport.dc", {{"both.png", "packed both"},
+                         {"packed.png", "packed"},
+                         {"packed/name", "from the index"},
+                         {"", "nameless"}});
+
+    const std::pair<ovTypes::ID, std::string> served[] = {
+        {"dc:icon.png", "plain icon"},
+        {"dc:both.png", "packed both"},
+        {"dc:packed.png", "packed"},
+        {"icon.png", "plain icon"}, // an ID without the prefix is the name
+        {"dc:a", "the file a"},
+        {"dc:icons/news.png", "one level down"},
+        {"dc:packed/name", "from the index"}, // a slash inside an index's own name
+    };
+    for (const auto& s : served) {
+        EXPECT_EQ(s.second, fetch(s.first)) << s.first;
+        EXPECT_TRUE(NR_DefaultContentMgr::exists(s.first)) << s.first;
+    }
+    // One ID per word, and three that no word holds.
+    std::istringstream words("dc:missing.png dc:folder dc:pipe dc:../secret dc:icons/../../secret "
+                             "dc:icons/.. dc:/etc/hostname dc:.. dc:. dc:icons dc:");
+    std::vector<ovTypes::ID> refused(std::istream_iterator<std::string>(words), {});
+    refused.insert(refused.end(), {"", std::string("dc:a\0b", 6), std::string("a\0", 2)});
+    ASSERT_EQ(14u, refused.size());
+    for (const ovTypes::ID& id : refused) {
+        EXPECT_FALSE(NR_DefaultContentMgr::exists(id)) << id;
+        EXPECT_EQ("<none>", fetch(id)) << id;
+    }
+    std::stringstream failed;
+    failed.setstate(std::ios::badbit);
+    EXPECT_FALSE(NR_DefaultContentMgr::get("dc:icon.png", failed));
+}
+
+TEST_F(DefaultContentMgrTest, TheCurrentProfileAndLanguageFilesComeFirst) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/de/dynport.dc", {{"x", "op1 de"}, {"a", "A"}});
+    index("profiles/op1/dynport.dc", {{"x", "op1"}, {"b", "B"}});
+    index("de/dynport.dc", {{"x", "de"}, {"c", "C"}});
+    index("dynport.dc", {{"x", "all"}, {"d", "D"}});
+    index("profiles/op2/dynport.dc", {{"e", "other profile"}});
+    index("fr/dynport.dc", {{"f", "other language"}});
+
+    ovtest::StderrCapture capture;
+    EXPECT_EQ("op1 de | A | B | C | D | <none> | <none>",
+              fetchAll({"dc:x", "dc:a", "dc:b", "dc:c", "dc:d", "dc:e", "dc:f"}));
+    const std::string log = capture.text();
+    EXPECT_NE(std::string::npos, log.find(", open()\tSet resource path to " + mRoot + "\n")) << log;
+    EXPECT_NE(std::string::npos,
+              log.find("\tSet sProfileSpecificFilePath to " + mRoot + "/profiles\n"))
+        << log;
+
+    // The profile setting is read at each look-up, so no event needs to arrive first.
+    set(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile", "op2");
+    EXPECT_EQ("other profile | <none>", fetchAll({"dc:e", "dc:b"}));
+    set(OrvelSettingMgr::GROUP_INIT_SETTING, "CurrentProfile", "");
+    EXPECT_EQ("<none> | de", fetchAll({"dc:e", "dc:x"}));
+}
+
+TEST_F(DefaultContentMgrTest, DynportdcNamesTheProfileFolder) {
+    ovtest::TempDir elsewhere;
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n[OVCore.Storage]\nDynportdc=operators\n");
+    index("operators/op1/dynport.dc", {{"x", "relative"}});
+    ASSERT_TRUE(
+        ovtest::writeFile(elsewhere.file("op1/dynport.dc"), dctest::index({{"x", "absolute"}})));
+    EXPECT_EQ("relative", fetch("dc:x"));
+
+    set(OrvelSettingMgr::GROUP_STORAGE, "Dynportdc", elsewhere.path());
+    NR_DefaultContentMgr::dispose();
+    EXPECT_EQ("absolute", fetch("dc:x"));
+}
+
+TEST_F(DefaultContentMgrTest, TheLanguageChoosesTheListAndAReplacedIndexIsReadAgain) {
+    settings("");
+    index("de/dynport.dc", {{"hello", "Hallo"}});
+    index("fr/dynport.dc", {{"hello", "Bonjour"}});
+    index("en-us/dynport.dc", {{"hello", "Hello"}});
+    index("dynport.dc", {{"logo", "before"}, {"other", "OTHER"}});
+
+    // A language the facade cannot tell is "en-us"; one that would climb out of the folder
+    // names no file.
+    const std::pair<const char*, const char*> languages[] = {
+        {"de", "Hallo"}, {"fr", "Bonjour"}, {"de", "Hallo"}, {nullptr, "Hello"}, {"..", "<none>"}};
+    for (const auto& language : languages) {
+        ovplatform::setCallFails("UTIL_Language_getSystemLanguageCode", !language.first);
+        if (language.first)
+            ovplatform::setLanguageCode(language.first);
+        EXPECT_EQ(language.second, fetch("dc:hello")) << language.second;
+    }
+
+    // A content update replaces an index file (a new one renamed over it, its resources at
+    // other offsets): the next look-up reads the new directory and serves the new bytes.
+    ovplatform::setLanguageCode("de");
+    EXPECT_EQ("before", fetch("dc:logo"));
+    ASSERT_TRUE(
+        ovtest::writeFile(mRoot + "/new.dc", dctest::index({{"a", "A"}, {"logo", "after"}})));
+    ASSERT_EQ(0, std::rename((mRoot + "/new.dc").c_str(), (mRoot + "/dynport.dc").c_str()));
+    EXPECT_EQ("after | <none>", fetchAll({"dc:logo", "dc:other"}));
+}
+
+// The kept lists stay until the profile changes: a more specific index file that appears
+// meanwhile is read only once a change of the profile setting has arrived.
+TEST_F(DefaultContentMgrTest, AProfileEventDropsTheKeptLists) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/dynport.dc", {{"logo", "profile"}});
+    EXPECT_EQ("profile", fetch("dc:logo"));
+    // Subscribed after the manager's handler, so it hears each event after the handler did.
+    auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
+    index("profiles/op1/de/dynport.dc", {{"logo", "language"}});
+    EXPECT_EQ("profile", fetch("dc:logo"));
+
+    publishChange("OVCore.UI.ScreenSaverTimeout", "30");
+    ASSERT_TRUE(recorder->waitFor(1));
+    EXPECT_EQ("profile", fetch("dc:logo"));
+
+    publishChange("OVCore.InitSetting.CurrentProfile", "op1");
+    ASSERT_TRUE(recorder->waitFor(2));
+    EXPECT_EQ("language", fetch("dc:logo"));
+    recorder.reset();
+}
+
+TEST_F(DefaultContentMgrTest, LookUpsOnSeveralThreadsWhileProfileEventsArrive) {
+    settings("[OVCore.InitSetting]\nCurrentProfile=op1\n");
+    index("profiles/op1/dynport.dc", {{"logo", "op1 logo"}});
+    plain("plain.txt", "plain");
+    ASSERT_EQ("op1 logo", fetch("dc:logo"));
+    auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
+
+    const int kEvents = 20;
+    std::atomic<int> wrong{0};
+    auto lookUps = [&wrong] {
+        for (int i = 0; i < 200; ++i) {
+            std::stringstream out;
+            if (!NR_DefaultContentMgr::get("dc:logo", out) || out.str() != "op1 logo")
+                ++wrong;
+            if (!NR_DefaultContentMgr::exists("dc:plain.txt"))
+                ++wrong;
+        }
+    };
+    std::thread first(lookUps);
+    std::thread second(lookUps);
+    // Each event drops the lists on the bus's thread while the look-ups rebuild them.
+    for (int i = 0; i < kEvents; ++i)
+        publishChange("OVCore.InitSetting.CurrentProfile", "op1");
+    first.join();
+    second.join();
+    EXPECT_TRUE(recorder->waitFor(kEvents));
+    EXPECT_EQ(0, wrong.load());
+    recorder.reset();
+}
+
+TEST_F(DefaultContentMgrTest, AShortResourceDeliversNothingAndHidesThePlainFile) {
+    settings("");
+    // "logo" claims ten bytes, the file holds three after its directory.
+    ASSERT_TRUE(
+        ovtest::writeFile(mRoot + "/dynport.dc", header(1) + entry("logo", 10, 24) + "abc"));
+    plain("logo", "plain logo");
+    EXPECT_TRUE(NR_DefaultContentMgr::exists("dc:logo"));
+    EXPECT_EQ("<none>", fetch("dc:logo"));
+}
+
+TEST_F(DefaultContentMgrTest, TheResourcePathSettingIsUsedWhenItsFolderOpens) {
+    ovtest::TempDir configured;
+    ASSERT_TRUE(ovtest::writeFile(configured.file("icon.png"), "configured"));
+    settings("[OVCore.Storage]\nDefaultContent=" + configured.path() + "\n");
+    plain("icon.png", "built in");
+
+    ovtest::StderrCapture capture;
+    EXPECT_EQ("configured", fetch("dc:icon.png"));
+    EXPECT_NE(std::string::npos,
+              capture.text().find(", open()\tSet resource path to " + configured.path() + "\n"));
+
+    // Kept until dispose; a folder that does not open gives the built-in one.
+    set(OrvelSettingMgr::GROUP_STORAGE, "DefaultContent", configured.file("missing"));
+    EXPECT_EQ("configured", fetch("dc:icon.png"));
+    NR_DefaultContentMgr::dispose();
+    EXPECT_EQ("built in", fetch("dc:icon.png"));
+}
+
+// ---- The cache of index lists
+
+TEST(LRUCacheTest, DropsTheEntryUsedLeastRecently) {
+    LRUCache<std::string, int> cache(2);
+    cache.put("de", 1);
+    cache.put("fr", 2);
+    int value = 0;
+    ASSERT_TRUE(cache.get("de", &value)); // "fr" is now the least recently used
+    EXPECT_EQ(1, value);
+    cache.put("en", 3);
+
+    EXPECT_FALSE(cache.get("fr", &value));
+    EXPECT_TRUE(cache.get("de", &value));
+    EXPECT_TRUE(cache.get("en", &value));
+    EXPECT_EQ(2u, cache.size());
+
+    // Replacing a value refreshes the entry without growing the cache.
+    cache.put("de", 4); // "en" is now the least recently used
+    cache.put("it", 5);
+    EXPECT_FALSE(cache.get("en", &value));
+    ASSERT_TRUE(cache.get("de", &value));
+    EXPECT_EQ(4, value);
+
+    cache.erase("de");
+    EXPECT_FALSE(cache.get("de", &value));
+    cache.clear();
+    EXPECT_EQ(0u, cache.size());
+    EXPECT_FALSE(cache.get("it", &value));
+}
+
+TEST(LRUCacheTest, AnEvictedSharedValueLivesWhileACopyIsHeld) {
+    LRUCache<std::string, PtrRef<std::string>> cache(0); // taken as 1
+    EXPECT_EQ(1u, cache.capacity());
+    cache.put("de", PtrRef<std::string>(new std::string("lists")));
+    PtrRef<std::string> held;
+    ASSERT_TRUE(cache.get("de", &held));
+    EXPECT_EQ(2, held.refCount());
+    cache.put("fr", PtrRef<std::string>(new std::string("other")));
+    EXPECT_EQ(1, held.refCount());
+    EXPECT_EQ("lists", *held);
+}
+
+} // namespace
