@@ -244,14 +244,20 @@ int NR_ContentCache::clear() {
         return -1;
     }
     int rc = 0;
+    std::vector<std::string> kept;
     for (const std::string& name : names) {
         if (!dir.unlink(name)) {
             OV_LOG(3, "NR_ContentCache.clear(): cannot delete %s: %s\n\n", dir.pathOf(name).c_str(),
                    std::strerror(errno));
             rc = -1;
+            if (!endsWith(name, kTempSuffix))
+                kept.push_back(name);
         }
     }
     resetReferences();
+    // What could not be deleted is still on disk and stays counted, as sync would count it.
+    for (const std::string& name : kept)
+        account(name, false);
     saveRefUsed();
     return rc;
 }

@@ -235,11 +235,13 @@ TEST_F(ObjectTest, AResourceTakesItsClassWhicheverArrivesFirst) {
         ASSERT_EQ(0, cache()->clear());
         Channel channel("ch");
         channel.templateID = "tpl";
-        if (templateFirst)
+        if (templateFirst) {
             ASSERT_EQ(0, putResource("tpl", "<t/>", "application/xhtml+xml"));
+        }
         ASSERT_EQ(0, cache()->save("ch", channel));
-        if (!templateFirst)
+        if (!templateFirst) {
             ASSERT_EQ(0, putResource("tpl", "<t/>", "application/xhtml+xml"));
+        }
         EXPECT_EQ("tpl.xhtml:4+", classes({"tpl.xhtml"}));
         for (int i = 0; i < 20; ++i) { // 20 images of 6 blocks in a cache of 100
             std::string id = std::to_string(i);
