@@ -42,33 +42,6 @@ void put(ovTypes::String& line, size_t& length, wchar_t c) {
 const uint64_t kOnes = 0x0101010101010101u;
 const uint64_t kHighBits = 0x8080808080808080u;
 
-// Of the eight bytes at P, flags (high bit set) the bytes of 0x80 and above and the carriage
-// returns: zero when all eight are plain ASCII. The first flag in memory order is exact; a
-// byte after a carriage return may be flagged too.
-uint64_t stopBytes(const unsigned char* p) {
-    uint64_t w;
-    std::memcpy(&w, p, sizeof w);
-    return (w | ((w ^ (kOnes * '\r')) - kOnes)) & kHighBits;
-}
-
-// How many bytes precede the first flagged one. Only known cheaply in little-endian order
-// (the phone's); elsewhere 0, and the bytes go one at a time.
-int plainBefore(uint64_t stop) {
-#if __BYTE_ORDER__ == __ORDER_LITTLE_ENDIAN__
-    return __builtin_ctzll(stop) / 8;
-#else
-    (void)stop;
-    return 0;
-#endif
-}
-
-// Widens eight bytes to eight code points; the pointers never overlap, which lets the
-// compiler use vector moves.
-void widen8(wchar_t* __restrict out, const unsigned char* __restrict in) {
-    for (int i = 0; i < 8; ++i)
-        out[i] = static_cast<wchar_t>(in[i]);
-}
-
 // The eight bytes at P with the first in the low bits.
 uint64_t load64(const unsigned char* p) {
     uint64_t w;
@@ -77,6 +50,26 @@ uint64_t load64(const unsigned char* p) {
     w = __builtin_bswap64(w);
 #endif
     return w;
+}
+
+// Of the eight bytes at P, flags (high bit set) the bytes of 0x80 and above and the carriage
+// returns: zero when all eight are plain ASCII. The first flag in memory order is exact (a
+// borrow only runs towards later bytes); a byte after a carriage return may be flagged too.
+uint64_t stopBytes(const unsigned char* p) {
+    const uint64_t w = load64(p);
+    return (w | ((w ^ (kOnes * '\r')) - kOnes)) & kHighBits;
+}
+
+// How many bytes precede the first flagged one (STOP not zero).
+int plainBefore(uint64_t stop) {
+    return __builtin_ctzll(stop) / 8;
+}
+
+// Widens eight bytes to eight code points; the pointers never overlap, which lets the
+// compiler use vector moves.
+void widen8(wchar_t* __restrict out, const unsigned char* __restrict in) {
+    for (int i = 0; i < 8; ++i)
+        out[i] = static_cast<wchar_t>(in[i]);
 }
 
 // Decodes four two-byte units from the eight bytes at IN to OUT, when that is what they are
@@ -147,15 +140,17 @@ bool decodeLine(const unsigned char*& p, const unsigned char* feed, const unsign
         // A run of multi-byte units: two- and three-byte sequences inline, anything else
         // through the shared decoder.
         do {
-            if (feed - in >= 8 && decodeFourPairs(in, o)) {
-                in += 8;
-                o += 4;
-                continue;
-            }
-            if (feed - in >= 8 && decodeTwoTriples(in, o)) {
-                in += 6;
-                o += 2;
-                continue;
+            if (feed - in >= 8) {
+                if (decodeFourPairs(in, o)) {
+                    in += 8;
+                    o += 4;
+                    continue;
+                }
+                if (decodeTwoTriples(in, o)) {
+                    in += 6;
+                    o += 2;
+                    continue;
+                }
             }
             if ((cp & 0xE0) == 0xC0 && feed - in > 1 && in[1] >= 0x80) {
                 cp = ((cp & 0x1F) << 6) | (in[1] & 0x3Fu);
