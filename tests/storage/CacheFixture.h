@@ -38,6 +38,15 @@ inline std::string streamOf(const Streamable& object) {
     return out.str();
 }
 
+// Sets the content KEY of MAP, made when there is none yet, to the resource ID of TYPE.
+inline void setContent(std::unique_ptr<NewsObject::ContentMap>& map, const std::string& key,
+                       const std::string& id, const std::string& type = "image/gif") {
+    if (!map)
+        map.reset(new NewsObject::ContentMap);
+    (*map)[key].contextId = id;
+    (*map)[key].type = type;
+}
+
 // TEXT holds LINES in their order, each found after the one before.
 inline ::testing::AssertionResult inOrder(const std::string& text,
                                           const std::vector<std::string>& lines) {
@@ -50,6 +59,14 @@ inline ::testing::AssertionResult inOrder(const std::string& text,
         at = found + line.size();
     }
     return ::testing::AssertionSuccess();
+}
+
+// How often PART occurs in TEXT.
+inline size_t countOf(const std::string& text, const std::string& part) {
+    size_t count = 0;
+    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
+        ++count;
+    return count;
 }
 
 // ERRORS received exactly one storage-full event (value 1): a marker published behind it
@@ -73,11 +90,12 @@ inline std::string cacheDirUnderRoot() {
 
 class CacheTest : public ::testing::Test {
 protected:
-    // TOTALBLOCKS of the simulated file system: the cache may use a tenth.
-    explicit CacheTest(long totalBlocks = 100000) : mDir(cacheDirUnderRoot() + "/") {
+    // TOTALBLOCKS of the simulated file system: the cache may use a tenth (100 blocks by default).
+    explicit CacheTest(long totalBlocks = 1000) : mDir(cacheDirUnderRoot() + "/") {
         std::filesystem::create_directories(mDir);
         EXPECT_TRUE(ovplatform::setSimulatedFileSystem(mDir, 4096, totalBlocks));
     }
+    void TearDown() override { OV_EventAndStatusFacade::destroy(); }
 
     // Made on first use, so a test can capture what the constructors write.
     NR_ContentCache* cache() { return NR_ContentCache::getInstance(); }

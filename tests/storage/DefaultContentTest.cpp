@@ -40,16 +40,6 @@ namespace {
 
 using namespace dctest;
 
-// The captured text holds exactly one line of the index reader, the level-3 line of MESSAGE.
-// Other threads (the timer thread) may write lines of their own meanwhile.
-void expectReaderLine(const std::string& captured, const std::string& message) {
-    const std::regex line("\\{3\\} NR_DefaultContentMgr\\.cpp:[0-9]+\\t(.*)\\n");
-    std::vector<std::string> messages;
-    for (std::sregex_iterator it(captured.begin(), captured.end(), line), end; it != end; ++it)
-        messages.push_back((*it)[1]);
-    EXPECT_EQ(std::vector<std::string>{message}, messages) << captured;
-}
-
 class DefaultContentIndexTest : public ::testing::Test {
 protected:
     // Writes BYTES to a fresh index file and reads it.
@@ -78,11 +68,13 @@ protected:
 
 TEST_F(DefaultContentIndexTest, DirectoriesAndTheBytesTheyDeliver) {
     const std::string one = entry("a", 1, 0);
-    // 142 directory bytes and 4 resource bytes: 146 in all.
+    // 155 directory bytes and 4 resource bytes: 159 in all. An entry may end exactly at the end
+    // of the file, and an empty one may start there.
     const std::string outside =
-        header(7) + entry("whole", 4, 142) + entry("short", 5, 142) + entry("past", 1, 146) +
-        entry("negative length", 0xFFFFFFFF, 142) + entry("negative offset", 1, 0x80000000) +
-        entry("near 2^31", 0x7FFFFFFF, 0) + entry("sum wraps", 0x7FFFFFF0, 0x7FFFFFF0) + "data";
+        header(8) + entry("whole", 4, 155) + entry("short", 5, 155) + entry("past", 1, 159) +
+        entry("end", 0, 159) + entry("negative length", 0xFFFFFFFF, 155) +
+        entry("negative offset", 1, 0x80000000) + entry("near 2^31", 0x7FFFFFFF, 0) +
+        entry("sum wraps", 0x7FFFFFF0, 0x7FFFFFF0) + "data";
     const struct {
         const char* rule;
         std::string file;
@@ -110,31 +102,30 @@ TEST_F(DefaultContentIndexTest, DirectoriesAndTheBytesTheyDeliver) {
         {"a count far above the entries", header(32767) + entry("a", 1, 21) + "Z", "a=Z"},
         {"an entry cut short", header(2) + entry("a", 0, 0) + be16(5) + "bc", "a="},
         {"bytes outside the file", outside,
-         "near 2^31=<none> negative length=<none> negative offset=<none> past=<none> "
+         "end= near 2^31=<none> negative length=<none> negative offset=<none> past=<none> "
          "short=<none> sum wraps=<none> whole=data"},
     };
     for (const auto& c : cases)
         EXPECT_EQ(c.contents, contents(c.file)) << c.rule;
-
-    // An entry may end exactly at the end of the file, and an empty one may start there.
-    DefaultContentIndexItem edge;
-    edge.mOffset = 146;
-    std::string bytes = "<none>";
-    EXPECT_TRUE(DefaultContentIndex::readResource(path(), edge, &bytes));
-    EXPECT_EQ("", bytes);
 }
 
+// Exactly one line of the reader each: other threads (the timer thread) may write lines of their
+// own meanwhile.
 TEST_F(DefaultContentIndexTest, UnreadableOrWrongFilesGiveAnEmptyIndexAndOneLine) {
+    const std::regex line("\\{3\\} NR_DefaultContentMgr\\.cpp:[0-9]+\\t(.*)\\n");
     const std::pair<const char*, std::string> cases[] = {
-        {"Couldn't open  def content", ""}, // no file
+        {"Couldn't open  def content", ""}, // read before any file is written
         {"magic error(d,C)", "dC" + be16(0) + be32(0) + be16(1) + entry("a", 0, 0)},
         {"magic error(?,?)", ""}};
-    for (size_t i = 0; i < 3; ++i) {
+    for (const auto& c : cases) {
         ovtest::StderrCapture capture;
-        DefaultContentIndex index =
-            i == 0 ? DefaultContentIndex(mDir.file("missing.dc")) : load(cases[i].second);
+        DefaultContentIndex index = &c == cases ? DefaultContentIndex(path()) : load(c.second);
         EXPECT_TRUE(index.getItems().empty());
-        expectReaderLine(capture.text(), cases[i].first);
+        const std::string text = capture.text();
+        std::vector<std::string> messages;
+        for (std::sregex_iterator it(text.begin(), text.end(), line), end; it != end; ++it)
+            messages.push_back((*it)[1]);
+        EXPECT_EQ(std::vector<std::string>{c.first}, messages) << text;
     }
 }
 
@@ -213,22 +204,21 @@ DefaultContentResources manyResources(int count) {
 }
 
 TEST(DefaultContentWriterTest, RefusesWhatTheReaderCouldNotTellApart) {
-    const std::vector<DefaultContentResources> refused = {
-        {{"", "x"}},
-        {{std::string("a\0b", 3), "x"}},
-        {{"same", "1"}, {"other", "2"}, {"same", "3"}},
-        {{std::string(65536, 'n'), "x"}},
-        manyResources(32768),
+    // Whether each is written; a refused one writes nothing.
+    const std::pair<DefaultContentResources, bool> cases[] = {
+        {{{"", "x"}}, false},
+        {{{std::string("a\0b", 3), "x"}}, false},
+        {{{"same", "1"}, {"other", "2"}, {"same", "3"}}, false},
+        {{{std::string(65536, 'n'), "x"}}, false},
+        {{{std::string(65535, 'n'), "x"}}, true},
+        {manyResources(32768), false},
+        {manyResources(32767), true},
     };
-    for (size_t i = 0; i < refused.size(); ++i) {
+    for (const auto& c : cases) {
         std::ostringstream out;
-        EXPECT_FALSE(writeDefaultContentIndex(out, refused[i])) << i;
-        EXPECT_TRUE(out.str().empty()) << i;
+        EXPECT_EQ(c.second, writeDefaultContentIndex(out, c.first)) << &c - cases;
+        EXPECT_EQ(c.second, !out.str().empty()) << &c - cases;
     }
-    std::ostringstream longest;
-    EXPECT_TRUE(writeDefaultContentIndex(longest, {{std::string(65535, 'n'), "x"}}));
-    std::ostringstream most;
-    EXPECT_TRUE(writeDefaultContentIndex(most, manyResources(32767)));
 }
 
 // ---- The manager
@@ -414,18 +404,17 @@ TEST_F(DefaultContentMgrTest, AProfileEventDropsTheKeptLists) {
     index("profiles/op1/dynport.dc", {{"logo", "profile"}});
     EXPECT_EQ("profile", fetch("dc:logo"));
     // Subscribed after the manager's handler, so it hears each event after the handler did.
-    auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
+    ovtest::EventRecorder recorder(OrvelSetting::SETTING_CHANGED_TOPIC);
     index("profiles/op1/de/dynport.dc", {{"logo", "language"}});
     EXPECT_EQ("profile", fetch("dc:logo"));
 
     publishChange("OVCore.UI.ScreenSaverTimeout", "30");
-    ASSERT_TRUE(recorder->waitFor(1));
+    ASSERT_TRUE(recorder.waitFor(1));
     EXPECT_EQ("profile", fetch("dc:logo"));
 
     publishChange("OVCore.InitSetting.CurrentProfile", "op1");
-    ASSERT_TRUE(recorder->waitFor(2));
+    ASSERT_TRUE(recorder.waitFor(2));
     EXPECT_EQ("language", fetch("dc:logo"));
-    recorder.reset();
 }
 
 TEST_F(DefaultContentMgrTest, LookUpsOnSeveralThreadsWhileProfileEventsArrive) {
@@ -433,9 +422,7 @@ TEST_F(DefaultContentMgrTest, LookUpsOnSeveralThreadsWhileProfileEventsArrive) {
     index("profiles/op1/dynport.dc", {{"logo", "op1 logo"}});
     plain("plain.txt", "plain");
     ASSERT_EQ("op1 logo", fetch("dc:logo"));
-    auto recorder = std::make_unique<ovtest::EventRecorder>(OrvelSetting::SETTING_CHANGED_TOPIC);
-
-    const int kEvents = 20;
+    ovtest::EventRecorder recorder(OrvelSetting::SETTING_CHANGED_TOPIC);
     std::atomic<int> wrong{0};
     auto lookUps = [&wrong] {
         for (int i = 0; i < 200; ++i) {
@@ -449,13 +436,12 @@ TEST_F(DefaultContentMgrTest, LookUpsOnSeveralThreadsWhileProfileEventsArrive) {
     std::thread first(lookUps);
     std::thread second(lookUps);
     // Each event drops the lists on the bus's thread while the look-ups rebuild them.
-    for (int i = 0; i < kEvents; ++i)
+    for (int i = 0; i < 20; ++i)
         publishChange("OVCore.InitSetting.CurrentProfile", "op1");
     first.join();
     second.join();
-    EXPECT_TRUE(recorder->waitFor(kEvents));
+    EXPECT_TRUE(recorder.waitFor(20));
     EXPECT_EQ(0, wrong.load());
-    recorder.reset();
 }
 
 TEST_F(DefaultContentMgrTest, AShortResourceDeliversNothingAndHidesThePlainFile) {
@@ -488,32 +474,31 @@ TEST_F(DefaultContentMgrTest, TheResourcePathSettingIsUsedWhenItsFolderOpens) {
 
 // ---- The cache of index lists
 
+// The value of each of KEYS in CACHE ("-" for none), in turn, each get counting as a use.
+std::string lookUp(LRUCache<std::string, int>& cache, const std::vector<std::string>& keys) {
+    std::string text;
+    for (const std::string& key : keys) {
+        int value = 0;
+        text += cache.get(key, &value) ? std::to_string(value) : "-";
+    }
+    return text + " of " + std::to_string(cache.size());
+}
+
 TEST(LRUCacheTest, DropsTheEntryUsedLeastRecently) {
     LRUCache<std::string, int> cache(2);
     cache.put("de", 1);
     cache.put("fr", 2);
-    int value = 0;
-    ASSERT_TRUE(cache.get("de", &value)); // "fr" is now the least recently used
-    EXPECT_EQ(1, value);
+    EXPECT_EQ("1 of 2", lookUp(cache, {"de"})); // "fr" is now the least recently used
     cache.put("en", 3);
-
-    EXPECT_FALSE(cache.get("fr", &value));
-    EXPECT_TRUE(cache.get("de", &value));
-    EXPECT_TRUE(cache.get("en", &value));
-    EXPECT_EQ(2u, cache.size());
-
+    EXPECT_EQ("-13 of 2", lookUp(cache, {"fr", "de", "en"}));
     // Replacing a value refreshes the entry without growing the cache.
     cache.put("de", 4); // "en" is now the least recently used
     cache.put("it", 5);
-    EXPECT_FALSE(cache.get("en", &value));
-    ASSERT_TRUE(cache.get("de", &value));
-    EXPECT_EQ(4, value);
-
+    EXPECT_EQ("-45 of 2", lookUp(cache, {"en", "de", "it"}));
     cache.erase("de");
-    EXPECT_FALSE(cache.get("de", &value));
+    EXPECT_EQ("-5 of 1", lookUp(cache, {"de", "it"}));
     cache.clear();
-    EXPECT_EQ(0u, cache.size());
-    EXPECT_FALSE(cache.get("it", &value));
+    EXPECT_EQ("- of 0", lookUp(cache, {"it"}));
 }
 
 TEST(LRUCacheTest, AnEvictedSharedValueLivesWhileACopyIsHeld) {

@@ -6,8 +6,6 @@
 
 #include "storage/NR_LRUQueue.h"
 
-#include <gtest/gtest.h>
-
 #include <map>
 #include <random>
 #include <string>
@@ -40,7 +38,6 @@ TEST_F(PolicySizing, TenPercentInWholePercentSteps) {
 
 class Policy : public CacheTest {
 protected:
-    Policy() : CacheTest(1000) {} // 100 blocks
     void SetUp() override { p = policy(); }
 
     NR_ContentCachePolicy* p = nullptr;
