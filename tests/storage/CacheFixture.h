@@ -110,6 +110,11 @@ protected:
         std::string name;
         return cache()->getFileName(id, name) == 0 ? name : "<none>";
     }
+    // The stream form of the T the cache reads for ID, or "<none>" when it reads none.
+    template <class T> std::string readBack(const std::string& id) {
+        T object(id);
+        return cache()->get(id, object) == 0 ? streamOf(object) : "<none>";
+    }
     bool exists(const std::string& name) const { return ovtest::fileExists(path(name)); }
 
     std::set<std::string> names() const {

@@ -41,24 +41,20 @@ TEST_F(ObjectTest, ObjectsAreSavedReadBackRemovedAndCleared) {
                          "\tNR_ContentCache::saveRefUsed(): mReferencedUsed is saved 0\n\n"}));
     ASSERT_TRUE(status.waitFor(1));
 
-    Item back("x");
-    ASSERT_EQ(0, cache()->get("x", back));
-    EXPECT_EQ(streamOf(*item), streamOf(back));
-    Channel notAChannel("x");
-    EXPECT_EQ(-1, cache()->get("x", notAChannel));
+    EXPECT_EQ(streamOf(*item), readBack<Item>("x"));
+    EXPECT_EQ("<none>", readBack<Channel>("x"));
 
     ASSERT_EQ(0, putResource("img", "i"));
-    Channel channel("ch"), channelBack("ch");
+    Channel channel("ch");
     channel.itemIDs = {"x", "y"};
     setContent(channel.contentMap, "image", "chimg");
     setContent(channel.excerptContentMap, "primaryxhtml", "page", "application/xhtml+xml");
-    Container news("news"), newsBack("news");
+    Container news("news");
     news.channelIDs = {"ch"};
     ASSERT_EQ(0, cache()->save("ch", channel));
     ASSERT_EQ(0, cache()->save("news", news));
-    ASSERT_EQ(0, cache()->get("ch", channelBack));
-    ASSERT_EQ(0, cache()->get("news", newsBack));
-    EXPECT_EQ(streamOf(channel) + streamOf(news), streamOf(channelBack) + streamOf(newsBack));
+    EXPECT_EQ(streamOf(channel) + streamOf(news),
+              readBack<Channel>("ch") + readBack<Container>("news"));
     // The channel listed by the container, the item by its channel.
     EXPECT_EQ("news.cnt:0 ch.chn:2+ x.itm:3+ img.gif:9+",
               classes({"news.cnt", "ch.chn", "x.itm", "img.gif"}));

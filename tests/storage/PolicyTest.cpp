@@ -240,31 +240,24 @@ std::string drain(Queue& queue) {
     return names;
 }
 
-TEST(LRUQueue, LeastRecentlyAddedOrUsedComesFirst) {
+// Least recently added or used on top; an element pushed unused (key 0), or set unused again,
+// goes before every used one until it is used again.
+TEST(LRUQueue, LeastRecentlyUsedFirstAndUnusedBeforeUsed) {
     Queue queue;
     EXPECT_EQ(nullptr, queue.top());
     for (const char* name : {"a", "b", "c"})
         queue.push(name);
     EXPECT_TRUE(queue.touch("a"));
     EXPECT_FALSE(queue.touch("missing"));
-    EXPECT_EQ(3u, queue.size());
-    EXPECT_EQ("b c a", drain(queue));
-    queue.pop(); // popping an empty queue does nothing
-    EXPECT_TRUE(queue.empty());
-}
-
-TEST(LRUQueue, UnusedElementsGoBeforeUsedOnesUntilUsedAgain) {
-    Queue queue;
-    queue.push("old");
-    queue.push("new");
     queue.push("stale", true);
     EXPECT_EQ(0, queue.find("stale")->key);
     EXPECT_EQ("stale", queue.top()->name);
     queue.push("stale"); // pushing a name again only gives it the new key
-    EXPECT_EQ(3u, queue.size());
-    EXPECT_EQ("old", queue.top()->name);
-    EXPECT_TRUE(queue.setUnused("new"));
-    EXPECT_EQ("new old stale", drain(queue));
+    EXPECT_EQ(4u, queue.size());
+    EXPECT_TRUE(queue.setUnused("c"));
+    EXPECT_EQ("c b a stale", drain(queue));
+    queue.pop(); // popping an empty queue does nothing
+    EXPECT_TRUE(queue.empty());
 }
 
 // Of equal keys, the element nearer the top stays there: a new one does not rise past an
@@ -295,30 +288,28 @@ TEST(LRUQueue, HeapStaysConsistentUnderRandomChanges) {
     std::map<std::string, int32_t> keys;
     std::mt19937 random(7);
     for (int step = 0; step < 5000; ++step) {
-        std::string name = "f" + std::to_string(random() % 200);
-        switch (random() % 4) {
-        case 0:
+        const std::string name = "f" + std::to_string(random() % 200);
+        const bool held = keys.count(name) != 0;
+        const int change = random() % 4;
+        bool found = held;
+        if (change == 0)
             queue.push(name, random() % 3 == 0);
-            break;
-        case 1:
-            EXPECT_EQ(keys.count(name) != 0, queue.touch(name));
-            break;
-        case 2:
-            EXPECT_EQ(keys.count(name) != 0, queue.setUnused(name));
-            break;
-        default:
-            EXPECT_EQ(keys.count(name) != 0, queue.remove(name));
+        else if (change == 1)
+            found = queue.touch(name);
+        else if (change == 2)
+            found = queue.setUnused(name);
+        else
+            found = queue.remove(name);
+        EXPECT_EQ(held, found) << "step " << step;
+        if (change == 3)
             keys.erase(name);
-            break;
-        }
         if (queue.contains(name))
             keys[name] = queue.find(name)->key;
         ASSERT_EQ(keys.size(), queue.size());
-        if (!keys.empty()) {
-            int32_t smallest = INT32_MAX;
-            for (const auto& entry : keys)
-                smallest = std::min(smallest, entry.second);
-            ASSERT_EQ(smallest, queue.top()->key) << "step " << step;
+        auto smallest = std::min_element(keys.begin(), keys.end(),
+                                         [](auto& a, auto& b) { return a.second < b.second; });
+        if (smallest != keys.end()) {
+            ASSERT_EQ(smallest->second, queue.top()->key) << "step " << step;
         }
     }
     std::vector<const Queue::Element*> elements = queue.elements();
