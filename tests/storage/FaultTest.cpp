@@ -100,9 +100,7 @@ TEST_F(FaultTest, EvictionPassesOverAFileThatCannotBeDeleted) {
         EXPECT_EQ("none", evict());
         EXPECT_TRUE(p->roomMakingStuck());
     }
-    EXPECT_TRUE(exists("stuck.gif"));
     EXPECT_EQ(1, p->blocksUsed());
-    EXPECT_EQ("stuck.gif", p->queue(9).top()->name);
     p->beginRoomMaking();
     ASSERT_EQ("unreferenced stuck.gif", evict());
     EXPECT_EQ(0, p->blocksUsed());
@@ -204,26 +202,21 @@ TEST_F(FaultTest, DamagedObjectFilesLoadWithDefaults) {
         ASSERT_TRUE(ovtest::writeFile(path(name), garbage));
     ASSERT_TRUE(ovtest::writeFile(path("empty.itm"), ""));
 
-    Item item("garbage");
-    ASSERT_EQ(0, cache()->get("garbage", item));
-    EXPECT_EQ(1000, item.priority);
-    EXPECT_EQ(INT32_MAX, item.displayCountLimit);
+    EXPECT_NE("<none>", readBack<Item>("garbage"));
     EXPECT_EQ(streamOf(Item("empty")), readBack<Item>("empty"));
     EXPECT_NE("<none>", readBack<Channel>("garbage"));
     EXPECT_NE("<none>", readBack<Container>("news"));
 
     EXPECT_EQ(0, cache()->sync());
     EXPECT_EQ(3 * 2 + 1, policy()->blocksUsed()) << "every file is accounted";
-    Item whole("x");
-    whole.title = L"a title";
+    const Item whole("x");
     ASSERT_EQ(0, cache()->save("garbage", whole));
     EXPECT_EQ(streamOf(whole), ovtest::readFile(path("garbage.itm")));
 }
 
 // A file-size limit makes writes fail as a full file system does (EFBIG in place of ENOSPC).
 TEST_F(FaultTest, AFullFileSystemFailsTheSaveAndKeepsEarlierFiles) {
-    Item small("x");
-    small.title = L"small";
+    const Item small("x");
     ASSERT_EQ(0, cache()->save("x", small));
     ASSERT_EQ(0, putResource("img", "GIF"));
     long blocks = policy()->blocksUsed();
@@ -236,15 +229,14 @@ TEST_F(FaultTest, AFullFileSystemFailsTheSaveAndKeepsEarlierFiles) {
     limited.rlim_cur = 16 * 1024;
     auto previous = std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &limited));
-    int savedBig = cache()->save("x", big);
-    int storedBig = putResource("img", std::string(64 * 1024, 'g'));
-    int savedOther = cache()->save("other", big);
+    // Replacing an object, storing a resource, writing a new object.
+    const std::string results = std::to_string(cache()->save("x", big)) + " " +
+                                std::to_string(putResource("img", std::string(64 * 1024, 'g'))) +
+                                " " + std::to_string(cache()->save("other", big));
     ASSERT_EQ(0, setrlimit(RLIMIT_FSIZE, &saved));
     std::signal(SIGXFSZ, previous);
 
-    EXPECT_NE(0, savedBig);
-    EXPECT_EQ(-1, storedBig);
-    EXPECT_NE(0, savedOther);
+    EXPECT_EQ("-1 -1 -1", results);
     EXPECT_EQ(streamOf(small), ovtest::readFile(path("x.itm")));
     EXPECT_EQ("GIF", ovtest::readFile(path("img.gif")));
     EXPECT_EQ("img.gif x.itm", listing());
@@ -278,9 +270,7 @@ class SecurityTest : public CacheTest {
 protected:
     SecurityTest() : mOutside(mRoot.file("/qbxlocal/download/appwrite/")) {
         // Files beside the cache directory that a "../" ID would reach.
-        Item victim("victim");
-        victim.title = L"outside";
-        EXPECT_TRUE(ovtest::writeFile(mOutside + "evil.itm", streamOf(victim)));
+        EXPECT_TRUE(ovtest::writeFile(mOutside + "evil.itm", streamOf(Item("victim"))));
         Channel channel("evil");
         channel.itemIDs = {"victim"};
         EXPECT_TRUE(ovtest::writeFile(mOutside + "evil.chn", streamOf(channel)));

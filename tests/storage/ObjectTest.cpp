@@ -167,10 +167,8 @@ TEST_F(ObjectTest, ASaveMakesJustEnoughRoomInClassOrder) {
     ASSERT_EQ(0, cache()->save("ch", channel));
     ASSERT_EQ(0, cache()->save("a", *makeItem("a", "", "ia")));
     ASSERT_EQ(0, cache()->save("b", *makeItem("b", "", "ib")));
-    ASSERT_EQ(0, putResource("ci", ofBlocks(30)));
-    ASSERT_EQ(0, putResource("ia", ofBlocks(20)));
-    ASSERT_EQ(0, putResource("ib", ofBlocks(20)));
-    ASSERT_EQ(0, putResource("loose", ofBlocks(20)));
+    for (const auto& r : {std::make_pair("ci", 30), {"ia", 20}, {"ib", 20}, {"loose", 20}})
+        ASSERT_EQ(0, putResource(r.first, ofBlocks(r.second)));
     ASSERT_EQ(93, policy()->blocksUsed());
 
     auto saveBig = [this](const std::string& id, int blocks) {

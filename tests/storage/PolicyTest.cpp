@@ -8,7 +8,6 @@
 
 #include <map>
 #include <random>
-#include <string>
 
 namespace {
 
