@@ -76,9 +76,8 @@ inline void expectOneFullEvent(ovtest::EventRecorder& errors) {
     marker.mValue = 99;
     OV_EventAndStatusFacade::instance()->publish(marker);
     ASSERT_TRUE(errors.waitFor(2));
-    std::vector<ovtest::RecordedEvent> events = errors.events();
-    EXPECT_EQ(1, events[0].value);
-    EXPECT_EQ(99, events[1].value);
+    EXPECT_EQ(1, errors.events()[0].value);
+    EXPECT_EQ(99, errors.events()[1].value);
 }
 
 // The cache directory under the current device root, without its final '/'.

@@ -3,37 +3,26 @@
 // the manager on a device root (which index files a look-up reads and in what order, the
 // plain-file fallback and the names it refuses, what a change of profile or language does to
 // the next look-up), and the cache that keeps its index lists per language.
+// The fixture header of this folder brings the device root, files, captures and recorders.
 #include "CacheFixture.h"
 #include "DefaultContentBytes.h"
 
-#include "OVPlatform.h"
-#include "eventstatuslib/OV_Event.h"
-#include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "settings/NR_Setting.h"
 #include "settings/NR_SettingMgr.h"
 #include "storage/LRUCache.h"
 #include "storage/NR_DefaultContentMgr.h"
-#include "support/EventRecorder.h"
-#include "support/Files.h"
 #include "support/SettingsFiles.h"
-#include "support/StderrCapture.h"
-#include "support/TempDir.h"
 #include "thread/PtrRef.h"
-
-#include <gtest/gtest.h>
 
 #include <atomic>
 #include <climits>
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <regex>
-#include <sstream>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -73,43 +62,27 @@ private:
     bool mSet = false;
 };
 
-class DefaultContentIndexTest : public ::testing::Test {
-protected:
-    // Writes BYTES to a fresh index file and reads it.
-    DefaultContentIndex load(const std::string& bytes) {
-        EXPECT_TRUE(ovtest::writeFile(path(), bytes));
-        return DefaultContentIndex(path());
+// Every entry of the index read from FILE as "name=bytes" in name order, "<none>" for the
+// bytes of an entry that delivers nothing; then each level-3 line the reader wrote, in
+// brackets (lines of other threads, such as the timer thread, are left out).
+std::string contentsOf(const std::string& file) {
+    const std::regex line("\\{3\\} NR_DefaultContentMgr\\.cpp:[0-9]+\\t(.*)\\n");
+    ovtest::StderrCapture capture;
+    DefaultContentIndex index(file);
+    const std::string log = capture.text();
+    std::string text;
+    for (const auto& entry : index.getItems()) {
+        std::string delivered = "<none>";
+        DefaultContentIndex::readResource(index.getPath(), entry.second, &delivered);
+        text += (text.empty() ? "" : " ") + entry.first + "=" + delivered;
     }
+    for (std::sregex_iterator it(log.begin(), log.end(), line), end; it != end; ++it)
+        text += (text.empty() ? "[" : " [") + (*it)[1].str() + "]";
+    return text;
+}
 
-    // Every entry of the index read from FILE as "name=bytes" in name order, "<none>" for the
-    // bytes of an entry that delivers nothing; then each level-3 line the reader wrote, in
-    // brackets (lines of other threads, such as the timer thread, are left out).
-    std::string contentsOf(const std::string& file) {
-        const std::regex line("\\{3\\} NR_DefaultContentMgr\\.cpp:[0-9]+\\t(.*)\\n");
-        ovtest::StderrCapture capture;
-        DefaultContentIndex index(file);
-        const std::string log = capture.text();
-        std::string text;
-        for (const auto& entry : index.getItems()) {
-            std::string delivered = "<none>";
-            DefaultContentIndex::readResource(index.getPath(), entry.second, &delivered);
-            text += (text.empty() ? "" : " ") + entry.first + "=" + delivered;
-        }
-        for (std::sregex_iterator it(log.begin(), log.end(), line), end; it != end; ++it)
-            text += (text.empty() ? "[" : " [") + (*it)[1].str() + "]";
-        return text;
-    }
-    std::string contents(const std::string& bytes) {
-        EXPECT_TRUE(ovtest::writeFile(path(), bytes));
-        return contentsOf(path());
-    }
-
-    std::string path() const { return mDir.file("dynport.dc"); }
-
-    ovtest::TempDir mDir;
-};
-
-TEST_F(DefaultContentIndexTest, DirectoriesAndTheBytesTheyDeliver) {
+TEST(DefaultContentIndexTest, DirectoriesAndTheBytesTheyDeliver) {
+    ovtest::TempDir dir;
     const std::string one = entry("a", 1, 0);
     // 155 directory bytes and 4 resource bytes: 159 in all. An entry may end exactly at the end
     // of the file, and an empty one may start there.
@@ -153,9 +126,11 @@ TEST_F(DefaultContentIndexTest, DirectoriesAndTheBytesTheyDeliver) {
     };
     // Hostile lengths cost no more memory than the file.
     AddressSpaceLimit limit;
-    for (const auto& c : cases)
-        EXPECT_EQ(c.contents, contents(c.file)) << c.rule;
-    EXPECT_EQ("[Couldn't open  def content]", contentsOf(mDir.file("missing.dc")));
+    for (const auto& c : cases) {
+        ASSERT_TRUE(ovtest::writeFile(dir.file("dynport.dc"), c.file));
+        EXPECT_EQ(c.contents, contentsOf(dir.file("dynport.dc"))) << c.rule;
+    }
+    EXPECT_EQ("[Couldn't open  def content]", contentsOf(dir.file("missing.dc")));
 }
 
 TEST(DefaultContentNumbersTest, BigEndianWithSignAndZerosPastTheEnd) {

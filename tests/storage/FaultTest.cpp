@@ -349,8 +349,7 @@ TEST_F(SecurityTest, StoredObjectsCarryingUnsafeIDsReachNothingOutside) {
     EXPECT_EQ(std::set<std::string>({"fine"}), policy()->childrenOf("item.itm"));
 
     // Evicting and clearing everything deletes only the cache's own files.
-    bool evictedReferenced = false;
-    while (policy()->removeNext(0, evictedReferenced) == 0) {
+    while (evict() != "none") {
     }
     EXPECT_EQ(0, cache()->clear());
 }
