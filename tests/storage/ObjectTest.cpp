@@ -1,5 +1,6 @@
 // News objects in the cache: stream files under their suffixes, the references they register
-// and the classes getType gives, removal, and sync rebuilding everything from the files.
+// and the classes getType gives, the class rule and the storage-full event when room is made,
+// removal, and sync rebuilding everything from the files.
 #include "CacheFixture.h"
 
 namespace {

@@ -1,8 +1,7 @@
-// Resources through the cache's streams: names on disk, lookups, the policy's accounting of
-// what was written, the class rule when room is made for a resource, and the events. And how
-// content IDs name files: the "Z" extension rule, the MIME table with its missing "image/png",
-// the final name of a stored resource, lookups that ignore the extension unless the ID names
-// one, and the IDs that may never name a file.
+// Resources through the cache's streams: names on disk, lookups and the uses they count, the
+// policy's accounting of what was written. And how content IDs name files: the "Z" extension rule,
+// the MIME table with its missing "image/png", the final name of a stored resource, lookups that
+// ignore the extension unless the ID names one, and the IDs that may never name a file.
 #include "CacheFixture.h"
 
 #include <iterator>
