@@ -65,27 +65,6 @@ void report(const std::string& line) {
     std::fflush(stdout);
 }
 
-// Prints every event; at event number DIEAT (1 for the first) it kills its process from
-// inside the delivery, as a crash would.
-class PrintingHandler : public OV_EventHandler {
-public:
-    PrintingHandler(const std::string& topic, int dieAt)
-        : OV_EventHandler(topic, DeliverLater()), mDieAt(dieAt) {
-        startDelivery();
-    }
-    ~PrintingHandler() override { endRegistration(); }
-    void handleEvent(OV_Event& event) override {
-        int count = ++mCount; // before the report, which the test may answer at once
-        report("event " + std::to_string(event.mValue));
-        if (count == mDieAt)
-            ::kill(::getpid(), SIGKILL);
-    }
-    std::atomic<int> mCount{0};
-
-private:
-    int mDieAt;
-};
-
 std::string waitForInput() {
     std::string line;
     std::getline(std::cin, line);
@@ -110,38 +89,39 @@ void runPeer(const std::string& role) {
         report("late " + std::to_string(ovplatform::useBusAddress(std::getenv(kAddressVariable))));
         return;
     }
-    bool connected = ovplatform::useBusAddress(std::getenv(kAddressVariable), &reason);
-    if (args[0] == "connect") {
-        report("connect " + std::to_string(connected) + " " + reason);
-        return;
-    }
-    ASSERT_TRUE(connected) << reason;
+    ASSERT_TRUE(ovplatform::useBusAddress(std::getenv(kAddressVariable), &reason)) << reason;
 
     if (args[0] == "flip") {
         report("sent " + std::to_string(ovplatform::setFlipOpen(args[1] == "open")));
     } else if (args[0] == "roaming") {
         report("sent " + std::to_string(ovplatform::setRoaming(args[1] == "on")));
     } else if (args[0] == "listen") {
-        PrintingHandler handler(args[1], args.size() > 2 ? std::stoi(args[2]) : 0);
+        // Prints every event; at event number DIEAT (1 for the first) it kills its process
+        // from inside the delivery, as a crash would.
+        const int dieAt = args.size() > 2 ? std::stoi(args[2]) : 0;
+        std::atomic<int> count{0};
+        ovtest::EventRecorder handler(args[1]);
+        handler.mOnEvent = [&count, dieAt](OV_Event& event) {
+            int number = ++count; // before the report, which the test may answer at once
+            report("event " + std::to_string(event.mValue));
+            if (number == dieAt)
+                ::kill(::getpid(), SIGKILL);
+        };
         report("ready");
         waitForInput(); // until the test closes our input
-        report("count " + std::to_string(handler.mCount.load()));
-        OV_EventAndStatusFacade::instance()->unsubscribe(args[1], &handler);
+        report("count " + std::to_string(count.load()));
     } else if (args[0] == "bus-loss") {
         ovtest::EventRecorder events(args[1]);
         ovtest::EventRecorder flips(Adapter::EVENT_FLIP_STATUS_CHANGED);
         report("ready");
         waitForInput(); // the daemon is gone by now
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(5);
         ES_Event probe(args[1]);
         int status = ES_OK;
-        while (status == ES_OK && std::chrono::steady_clock::now() < deadline) {
-            status = ES_EventPublisher::publish(probe);
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        }
+        ovtest::waitUntil([&] { return (status = ES_EventPublisher::publish(probe)) != ES_OK; },
+                          5000);
         NullBusHandler raw;
-        const std::string otherTopic = "/test/dbus/other"; // outlives its handler
-        ovtest::EventRecorder other(otherTopic);           // the facade's subscribe fails quietly
+        // Outlives its handler; the facade's subscribe fails quietly.
+        ovtest::EventRecorder other("/test/dbus/other");
         std::string results = "publish " + std::to_string(status) + " subscribe " +
                               std::to_string(ES_EventSubscriber::subscribe("/test/dbus/raw", &raw));
         results += " channel " + std::to_string(QCopChannel::send(SYSTEM_CHANNEL, "FlipOpened"));
@@ -302,15 +282,10 @@ TEST_F(MultiProcessTest, ChoosingTheBusAgainOrTooLateIsRefused) {
     EXPECT_NE(reason.find("already connected"), std::string::npos) << reason;
     EXPECT_EQ(ovplatform::busName(), mDaemon->address());
 
-    ovtest::ChildProcess late, nowhere;
+    ovtest::ChildProcess late;
     startPeer(late, "late");
     EXPECT_EQ(reply(late), "late 0");
     EXPECT_TRUE(endsWell(late));
-    startPeer(nowhere, "connect", "", "unix:path=" + mRoot.file("no-daemon-here"));
-    std::string result = reply(nowhere);
-    EXPECT_EQ(result.substr(0, 10), "connect 0 ") << result;
-    EXPECT_GT(result.size(), 10u) << "a failed connection must say why";
-    EXPECT_TRUE(endsWell(nowhere));
 }
 
 // A phone signal and a system-channel message sent by another process arrive on the Qt event
@@ -371,12 +346,8 @@ TEST_F(MultiProcessTest, ListenersInOtherProcessesComeAndGoAndOneDyingStopsNoOth
     EXPECT_TRUE(endsWell(surviving));
     EXPECT_EQ(here->events().back().value, count - 1);
     here.reset();
-    int result = ES_OK;
-    for (int i = 0; i < 5000 && result == ES_OK; ++i) {
-        result = ES_EventPublisher::publish(probe);
-        std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }
-    EXPECT_EQ(result, ES_ERR_NO_SUBSCRIBER);
+    EXPECT_TRUE(ovtest::waitUntil(
+        [&] { return ES_EventPublisher::publish(probe) == ES_ERR_NO_SUBSCRIBER; }, 5000));
 }
 
 TEST_F(MultiProcessTest, TheDaemonGoingAwayGivesFailuresNotAHang) {
@@ -419,9 +390,6 @@ TEST_F(MultiProcessTest, MalformedSignalsFromOtherClientsAreDroppedAndReported) 
         {"Event",
          {qtopic, QString("7"), QVariantMap()},
          "its arguments are (ssa{sv}), not (sia{sv})"},
-        {"Event",
-         {qtopic, QByteArray(4, 0), QByteArray()},
-         "its arguments are (sayay), not (sia{sv})"},
         {"Event",
          {qtopic, 7, QVariantMap{{"n", 5}}},
          "property \"n\" holds a value of type i, not s or ay"},
