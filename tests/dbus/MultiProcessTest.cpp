@@ -29,6 +29,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <iterator>
 #include <memory>
 #include <mutex>
 #include <set>
@@ -43,14 +44,6 @@ typedef OV_WBEventStatusAdapter Adapter;
 const char* const kRoleVariable = "OVTEST_DBUS_PEER";
 const char* const kAddressVariable = "OVTEST_DBUS_ADDRESS";
 const char* const kRootVariable = "OVTEST_DBUS_ROOT";
-
-std::vector<std::string> words(const std::string& text) {
-    std::istringstream in(text);
-    std::vector<std::string> out;
-    for (std::string word; in >> word;)
-        out.push_back(word);
-    return out;
-}
 
 void publish(const std::string& topic, int value) {
     OV_Event event(topic);
@@ -78,7 +71,8 @@ public:
 };
 
 void runPeer(const std::string& role) {
-    std::vector<std::string> args = words(role);
+    std::istringstream words(role);
+    const std::vector<std::string> args{std::istream_iterator<std::string>(words), {}};
     ovtest::ensureQtApp();
     ovplatform::setDeviceRoot(std::getenv(kRootVariable) ? std::getenv(kRootVariable) : "");
     std::string reason;
