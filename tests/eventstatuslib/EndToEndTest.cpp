@@ -38,18 +38,15 @@ protected:
 };
 
 TEST_F(EndToEndTest, PublishedEventsComeBackInOrderOnTheBusThread) {
-    ovtest::EventRecorder first(kTopic);
-    ovtest::EventRecorder second(kTopic);
+    ovtest::EventRecorder recorder(kTopic);
     for (int i = 0; i < 200; ++i)
         publish(kTopic, i);
-    ASSERT_TRUE(first.waitFor(200));
-    ASSERT_TRUE(second.waitFor(200));
-    std::vector<ovtest::RecordedEvent> events = first.events();
+    ASSERT_TRUE(recorder.waitFor(200));
+    std::vector<ovtest::RecordedEvent> events = recorder.events();
     for (int i = 0; i < 200; ++i) {
         EXPECT_EQ(events[i].value, i);
         EXPECT_NE(events[i].thread, std::this_thread::get_id()); // never inside publish
     }
-    EXPECT_EQ(second.events().back().value, 199);
 }
 
 // Holds the delivery thread until opened. Made with COUNT events published to its topic, it
@@ -180,9 +177,6 @@ TEST_F(EndToEndTest, FlipHandlerMadeOnTheBusThreadHearsFlipsOnTheQtThread) {
     EXPECT_EQ(flips->events()[0].value, OV_FLIP_OPEN);
     EXPECT_EQ(flips->events()[1].value, OV_FLIP_CLOSED);
     EXPECT_EQ(flips->events()[0].thread, std::this_thread::get_id()); // the Qt loop's thread
-    OV_FLIP_STATUS status = OV_FLIP_OPEN;
-    EXPECT_EQ(OV_EventAndStatusFacade::instance()->getFlipStatus(status), 0);
-    EXPECT_EQ(status, OV_FLIP_CLOSED);
 
     publish(kTopic, 2);
     ASSERT_TRUE(ovtest::waitUntil([&] { return handled == 2; }));

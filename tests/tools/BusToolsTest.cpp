@@ -42,11 +42,11 @@ std::string onPath(const std::string& program) {
     return "";
 }
 
-// Reads PROCESS's lines until one holds PART; all of them, that one last, in *LINES.
-bool readUntil(ovtest::ChildProcess& process, const std::string& part,
-               std::vector<std::string>* lines) {
+// Reads PROCESS's lines until one holds PART; all of them, that one last, each ended by a line
+// feed, in *LINES.
+bool readUntil(ovtest::ChildProcess& process, const std::string& part, std::string* lines) {
     for (std::string line; process.readLine(&line);) {
-        lines->push_back(line);
+        *lines += line + "\n";
         if (contains(line, part))
             return true;
     }
@@ -132,8 +132,8 @@ TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
         {"dbus-monitor", "--address", bus, "type='signal',interface='org.ovbase.Platform'"}, {},
         ovtest::ChildProcess::TO_STDOUT, &reason))
         << reason;
-    std::vector<std::string> seen;
-    ASSERT_TRUE(readUntil(wire, "member=NameLost", &seen)) << "dbus-monitor did not start";
+    std::string shown;
+    ASSERT_TRUE(readUntil(wire, "member=NameLost", &shown)) << "dbus-monitor did not start";
 
     // The listening process describes the interface.
     ovtest::ToolResult described =
@@ -146,12 +146,11 @@ TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
         EXPECT_TRUE(contains(described.out, part)) << part << " in\n" << described.out;
 
     // An event from dbus-send, which writes properties as a{ss}.
-    auto send = [&bus, &dbusSend](std::vector<std::string> args) {
-        args.insert(args.begin(), {"--bus=" + bus, "--type=signal", "/org/ovbase/Platform",
-                                   "org.ovbase.Platform.Event", "string:/x/probe"});
-        return ovtest::runTool(dbusSend, args).exitCode;
-    };
-    EXPECT_EQ(send({"int32:7", "dict:string:string:name,va"}), 0);
+    EXPECT_EQ(ovtest::runTool(dbusSend, {"--bus=" + bus, "--type=signal", "/org/ovbase/Platform",
+                                         "org.ovbase.Platform.Event", "string:/x/probe", "int32:7",
+                                         "dict:string:string:name,va"})
+                  .exitCode,
+              0);
     std::string line;
     ASSERT_TRUE(listener.waitForLine("/x/probe ", &line));
     EXPECT_EQ(line, "/x/probe value=7 name=va");
@@ -164,11 +163,8 @@ TEST_F(BusToolsTest, StandardToolsSendReadAndDescribeEvents) {
     ASSERT_TRUE(listener.waitForLine("/x/probe ", &line));
     EXPECT_EQ(line, "/x/probe value=8 bin=\\xff name=vb");
     EXPECT_TRUE(exitedWith(listener.wait(), 0));
-    seen.clear();
-    ASSERT_TRUE(readUntil(wire, "string \"vb\"", &seen));
-    std::string shown;
-    for (const std::string& field : seen)
-        shown += field + "\n";
+    shown.clear();
+    ASSERT_TRUE(readUntil(wire, "string \"vb\"", &shown));
     size_t at = shown.find("   string \"/x/probe\"\n   int32 8\n   array [\n");
     ASSERT_NE(at, std::string::npos) << shown;
     for (const char* part :
@@ -222,7 +218,11 @@ TEST_F(BusToolsTest, ExitStatusesTellWhatHappened) {
         int code;
         std::string err; // a part of standard error
     } runs[] = {
-        {OVEVENTS, {"--bus", nowhere, "listen"}, 69, nowhere},
+        // The reason comes from the D-Bus library.
+        {OVEVENTS,
+         {"--bus", nowhere, "listen"},
+         69,
+         "cannot use the bus " + nowhere + ": Failed to connect to socket "},
         {OVSETTINGS, {"--bus", nowhere, root, "groups"}, 69, ""},
         {OVPHONE, {"--bus"}, 64, ""},
         {OVPHONE, {"--bus", bus, root, "set", "flip", "sideways"}, 64, ""},

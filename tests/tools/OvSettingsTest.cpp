@@ -78,7 +78,6 @@ TEST_F(OvSettings, ADirectoryWhereAFileBelongsIsNamedWithTheReason) {
 // while what the library itself reads as a number or a boolean is one.
 TEST_F(OvSettings, TypedValuesAreCheckedBothWays) {
     init();
-    runs({{{"set", "9", "N", "7", "--int"}, 0, "", ""}});
     const std::string before = ovtest::readFile(mSettings);
     std::vector<Step> table;
     for (const char* value : {"99999999999", "2147483648", "-2147483649", "010", "0x10", "12abc",
@@ -109,7 +108,6 @@ TEST_F(OvSettings, TypedValuesAreCheckedBothWays) {
            "ovsettings: get: OVCore.UI: Word holds \"abc\", which is not an integer\n"},
           {{"get", "9", "Big", "--int"}, 65, "", "which is not an integer"},
           {{"get", "9", "Yes", "--bool"}, 65, "", "neither true nor false"},
-          {{"get", "9", "Word", "--bool"}, 65, "", "neither true nor false"},
           {{"get", "9", "Hex", "--int"}, 0, "31\n", ""},
           {{"get", "9", "Flag", "--bool"}, 0, "true\n", ""},
           {{"get", "9", "Nothing", "--int"}, 3, "", "ovsettings: get: "}});
@@ -164,7 +162,6 @@ TEST_F(OvSettings, ReadingNeedsOnlyReadAccess) {
     if (!frozen.ok())
         GTEST_SKIP() << "the immutable flag cannot be set here";
     runs({{{"get", "9", "K"}, 0, "v\n", ""},
-          {{"get", "OVCore.UI", "K"}, 0, "v\n", ""},
           {{"list", "9"}, 0, "K=v\n", ""},
           {{"cat"}, 0, std::nullopt, ""},
           {{"set", "9", "K", "w"},
@@ -182,7 +179,6 @@ TEST_F(OvSettings, OutputAndDiagnostics) {
     full.stdoutFile = "/dev/full";
     ovtest::ToolOptions closed;
     closed.closedStdout = true;
-    closed.ignoreSigpipe = true;
     std::vector<Step> table;
     for (const std::vector<std::string>& args :
          {std::vector<std::string>{"groups"}, {"get", "9", "K"}, {"list", "9"}, {"cat"}}) {
@@ -192,12 +188,10 @@ TEST_F(OvSettings, OutputAndDiagnostics) {
         table.push_back(
             {args, 74, "", "ovsettings: cannot write standard output: Broken pipe\n", closed});
     }
-    table.push_back({{"set", "9", "K", "w"}, 0, "", ""});
     runs(table);
     ovtest::ToolResult verbose =
         ovtest::runTool(OVTOOL_OVSETTINGS, {"--verbose", mRoot.path(), "set", "9", "K", "x"});
     EXPECT_EQ(0, verbose.exitCode);
-    EXPECT_TRUE(ovtest::hasDiagnostics(verbose.err));
     EXPECT_TRUE(tooltest::contains(verbose.err, "OrvelSetting publish setting change event"))
         << verbose.err;
 }
