@@ -36,22 +36,19 @@ protected:
     void onEndDocument() override { mEvents.push_back("end-document"); }
     void onStartElement(const MString& name, const AttributeList& attributes) override {
         std::string event = "<" + name;
-        for (const DPTemplate::Attribute& attribute : attributes) {
+        for (const DPTemplate::Attribute& attribute : attributes)
             event += " " + attribute.mName + "=" + attribute.mValue;
-        }
         mEvents.push_back(event + ">");
-        if (name == mThrowOnElement) {
+        if (name == mThrowOnElement)
             throw std::runtime_error("refused " + name);
-        }
     }
     void onEndElement(const MString& name) override { mEvents.push_back("</" + name + ">"); }
     void onCharacters(const MString& text) override {
         // libxml2 may split a text run; join neighbouring pieces.
-        if (!mEvents.empty() && mEvents.back().compare(0, 5, "text:") == 0) {
+        if (!mEvents.empty() && mEvents.back().compare(0, 5, "text:") == 0)
             mEvents.back() += text;
-        } else {
+        else
             mEvents.push_back("text:" + text);
-        }
     }
     void onComment(const MString& text) override { mEvents.push_back("comment:" + text); }
     void onCdataBlock(const MString& text) override { mEvents.push_back("cdata:" + text); }
@@ -127,9 +124,8 @@ void parseAlong(Path path, SaxParser& parser, const std::string& text) {
     }
     case Path::Chunks:
         // Small uneven pieces cut through tags and texts.
-        for (std::string::size_type at = 0; at < text.size(); at += 7) {
+        for (std::string::size_type at = 0; at < text.size(); at += 7)
             parser.parseChunk(text.substr(at, 7));
-        }
         parser.finishChunkParsing();
         break;
     }
@@ -238,15 +234,13 @@ TEST(SaxParser, EntityHookOnlyWhenAskedFor) {
 // document of several blocks cut inside tags, attribute values, references and text.
 TEST(SaxParser, StreamEventsDoNotDependOnHowTheBytesArrive) {
     std::vector<std::string> texts;
-    for (std::string::size_type length = 4090; length <= 4100; ++length) {
+    for (std::string::size_type length = 4090; length <= 4100; ++length)
         for (const char* end : {"", "\n"})
             texts.push_back("<r>" + std::string(length - 7, 'x') + "</r>" + end);
-    }
     std::string text = "<?xml version=\"1.0\"?>\n<r>\n";
-    for (int i = 0; text.size() < 40 * 1024; ++i) {
+    for (int i = 0; text.size() < 40 * 1024; ++i)
         text += "  <leaf n=\"" + std::to_string(i) + "\" v=\"a value &amp; more\">text " +
                 std::to_string(i) + " &lt;here&gt;</leaf><!--c--><e/>\n";
-    }
     texts.push_back(text + "</r>");
     for (const std::string& text : texts) {
         SCOPED_TRACE(text.size());
