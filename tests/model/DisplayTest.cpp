@@ -116,33 +116,9 @@ TEST_F(DisplayTest, EachRuleFailsWithItsOwnLine) {
     EXPECT_FALSE(item.isDisplayable());
 }
 
-TEST_F(DisplayTest, AnItemFollowsItsChannel) {
-    Item item("i1");
-    EXPECT_TRUE(item.getEffectiveTemplateID().empty());
-
-    Channel channel("c1");
-    channel.itemTemplateID = "tpl";
-    prepare(channel, "img-2");
-    channel.templateID.clear();
-    item.setChannel(&channel);
-    // No template or image of its own: the channel's are used; its own come first.
-    EXPECT_EQ("tpl", item.getEffectiveTemplateID());
-    EXPECT_EQ("img-2", item.getImageContent("image")->contextId);
-    EXPECT_TRUE(item.isDisplayable());
-    item.templateID = "own";
-    EXPECT_EQ("own", item.getEffectiveTemplateID());
-    item.templateID.clear();
-
-    ovtest::StderrCapture err;
-    channel.expirationDate = 1;
-    EXPECT_FALSE(item.isDisplayable());
-    EXPECT_THAT(err.text(), HasSubstr("i1 channel outside of date range\n"));
-    channel.expirationDate = NewsObject::NO_EXPIRATION_DATE;
-    channel.activationDate = INT32_MAX; // not yet active
-    EXPECT_FALSE(item.isDisplayable());
-}
-
-TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
+// A channel without a stored image shows the default channel icon; an item follows its
+// channel for the template and the image.
+TEST_F(DisplayTest, ItemsFollowTheirChannelAndChannelsTheDefaultIcon) {
     Channel channel("c1");
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
     EXPECT_EQ("dc:default-channel-icon.png", NewsObject::DEFAULT_CHANNEL_ICON.contextId);
@@ -174,9 +150,27 @@ TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
     EXPECT_FALSE(ImageHolder::imageExists("dc:logo"));
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
 
+    // An item with no template or image of its own uses its channel's; its own come first.
     Item item("i1");
+    EXPECT_TRUE(item.getEffectiveTemplateID().empty());
     item.setChannel(&channel);
+    channel.itemTemplateID = "tpl";
     prepare(channel, "img-2");
+    channel.templateID.clear();
+    EXPECT_EQ("tpl", item.getEffectiveTemplateID());
+    EXPECT_EQ("img-2", item.getImageContent("image")->contextId);
+    EXPECT_TRUE(item.isDisplayable());
+    item.templateID = "own";
+    EXPECT_EQ("own", item.getEffectiveTemplateID());
+    item.templateID.clear();
+    ovtest::StderrCapture err;
+    channel.expirationDate = 1;
+    EXPECT_FALSE(item.isDisplayable());
+    EXPECT_THAT(err.text(), HasSubstr("i1 channel outside of date range\n"));
+    channel.expirationDate = NewsObject::NO_EXPIRATION_DATE;
+    channel.activationDate = INT32_MAX; // not yet active
+    EXPECT_FALSE(item.isDisplayable());
+
     prepare(item, "img-1");
     EXPECT_EQ("img-1", item.getImageContent("image")->contextId); // its own first
     prepare(item, "not-stored");
