@@ -223,8 +223,6 @@ TEST(AttrMapGet, NumbersClampLikeWcstol) {
         EXPECT_EQ(row.asInt, map.getInt("k", 5, &found)) << ID(String(row.text));
         EXPECT_TRUE(found);
         EXPECT_EQ(row.asLong, map.getLong("k", 5)) << ID(String(row.text));
-        EXPECT_EQ(6, map.getInt("k", 6, &found, "other"));
-        EXPECT_FALSE(found);
     }
 }
 
@@ -243,9 +241,8 @@ TEST(AttrMapGet, BoolsAndTimestamps) {
     map.putTimestamp("five", 5);
     map.putTimestamp("zero", 0);
     map.putTimestamp("neg", -2);
-    EXPECT_EQ(map.getString("five"), L"5000");
+    EXPECT_EQ(stored(map), "empty=\nf=false\nfive=5000\nneg=-2000\nt=true\nupper=TRUE\nzero=0\n");
     EXPECT_EQ(map.getTimestamp("five"), 5);
-    EXPECT_EQ(map.getString("zero"), L"0");
     EXPECT_EQ(map.getTimestamp("zero", 9), 0);
     EXPECT_EQ(map.getTimestamp("neg"), -2);
     EXPECT_EQ(map.getTimestamp("absent", 9), 9);
@@ -298,7 +295,6 @@ TEST(AttrMapNested, PutAndGetAttrMap) {
     outer.getAttrMap("nothing", none, &found);
     EXPECT_FALSE(found);
     ASSERT_NE(none.categoryAt(AttrMap::DEFAULT_CATEGORY), nullptr);
-    EXPECT_TRUE(none.defaultCategory()->empty());
     EXPECT_EQ(stored(none), ""); // the default category never gets a header
     AttrMap header(true);
     outer.putString("k", L"v", "sec");
