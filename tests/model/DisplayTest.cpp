@@ -236,16 +236,12 @@ TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
     EXPECT_EQ("img-2", item.getImage("imageSmall").getID());
     EXPECT_EQ("image", item.getImage("image").getID()); // no channel to fall back on
 
+    // The excerpt page is the excerpt map's content named "primaryxhtml".
+    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
     item.excerptContentMap.reset(new NewsObject::ContentMap);
-    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
-    (*item.excerptContentMap)["other"].contextId = "page";
-    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
-    // Found by its name as well as by its key, and by key first.
-    (*item.excerptContentMap)["other"].name = "primaryxhtml";
+    (*item.excerptContentMap)["other"] = {"", "", "primaryxhtml", "page", L"", L""};
     ASSERT_NE(nullptr, item.getExcerptXHTMLContent());
     EXPECT_EQ("page", item.getExcerptXHTMLContent()->contextId);
-    (*item.excerptContentMap)["primaryxhtml"].contextId = "keyed";
-    EXPECT_EQ("keyed", item.getExcerptXHTMLContent()->contextId);
 }
 
 TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
