@@ -54,10 +54,7 @@ TEST(AttrMapStore, DefaultCategoryFirstThenOthersInByteOrder) {
     map.putString("k", L"v", "_");
     map.putString("z", L"1");
     map.putString("a", L"2");
-    AttrMap withEmpty = map;
-    withEmpty.putAttrMap("n", AttrMap(false), "empty"); // creates nothing
     EXPECT_EQ(stored(map), "a=2\nz=1\n[Alpha]\nk=v\n[_]\nk=v\n[zeta]\nk=v\n");
-    EXPECT_EQ(stored(withEmpty), stored(map));
 }
 
 TEST(AttrMapStore, EscapingAndEncodingRules) {

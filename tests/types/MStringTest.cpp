@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(MStringUtf8, EncodesCodePointsAndDropsBeyondUnicode) {
+TEST(MStringUtf8, ConvertsBetweenWideAndUtf8) {
     EXPECT_EQ(MString(std::wstring(L"A\u00E9\u20AC\U0010FFFF")),
               "A\xC3\xA9\xE2\x82\xAC\xF4\x8F\xBF\xBF");
     MString s;
@@ -17,6 +17,15 @@ TEST(MStringUtf8, EncodesCodePointsAndDropsBeyondUnicode) {
     MString assigned("old");
     EXPECT_EQ(assigned = std::wstring(L"\u20AC"), "\xE2\x82\xAC");
     EXPECT_EQ(assigned.assign(std::wstring(L"x")), "x");
+
+    // Back to wide: a round trip, stray bytes skipped, a cut sequence read byte by byte.
+    std::wstring wide = L"k=\u00E9t\u00E9 \u4E2D\u6587 \U0001F600";
+    EXPECT_EQ(MString(wide).toWide(), wide);
+    EXPECT_EQ(MString("a\x80"
+                      "b\xE2\x82")
+                  .toWide(),
+              L"ab\u00E2\u0082");
+    EXPECT_EQ(MString(std::string("a\0b", 3)).toWide(), std::wstring(L"a\0b", 3));
 }
 
 TEST(MStringUtf8, ReadIsLenientAndNeverPassesTheEnd) {
@@ -48,16 +57,6 @@ TEST(MStringUtf8, ReadIsLenientAndNeverPassesTheEnd) {
     const char* foreign = "\xE2\x82";
     EXPECT_EQ(text.read(foreign, length), 0xE2);
     EXPECT_EQ(length, 1u);
-}
-
-TEST(MStringUtf8, ToWideRoundTripsAndSkipsStrayBytes) {
-    std::wstring wide = L"k=\u00E9t\u00E9 \u4E2D\u6587 \U0001F600";
-    EXPECT_EQ(MString(wide).toWide(), wide);
-    EXPECT_EQ(MString("a\x80"
-                      "b\xE2\x82")
-                  .toWide(),
-              L"ab\u00E2\u0082");
-    EXPECT_EQ(MString(std::string("a\0b", 3)).toWide(), std::wstring(L"a\0b", 3));
 }
 
 TEST(MStringConvert, HexIntReadsLeadingHexDigitsOnly) {

@@ -107,14 +107,6 @@ TEST(LineReader, LinesOfAnyBytes) {
             EXPECT_TRUE(ended);
         }
     }
-
-    std::string huge(3 << 20, 'x');
-    huge[1000] = '\xC3';
-    huge[1001] = '\xA9';
-    std::vector<String> big = readAll(huge);
-    ASSERT_EQ(big.size(), 1u);
-    EXPECT_EQ(big[0].size(), huge.size() - 1);
-    EXPECT_EQ(big[0][1000], L'\u00E9');
 }
 
 // Lines are the whole text decoded at once, split at line feeds (overlong ones included),

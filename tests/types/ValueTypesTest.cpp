@@ -99,16 +99,7 @@ TEST(TypesFunctions, UtcAndLocalForms) {
     EXPECT_EQ(t.toString(), "Sun Jan 28 16:00:00 2007\n");
 }
 
-TEST(TypesFunctions, StreamOperators) {
-    std::ostringstream narrowed;
-    narrowed << String(L"a\u20ACb");
-    EXPECT_EQ(narrowed.str(), "a\xAC"
-                              "b");
-
-    std::ostringstream iso;
-    iso << Time(0);
-    EXPECT_EQ(iso.str(), Time(0).toISO8601());
-
+TEST(TypesFunctions, ReadingATimeTakesABlockAndGivesTheEpoch) {
     // Whatever the text, reading yields the epoch; up to 256 bytes are consumed.
     std::istringstream in(" 107- 0-28T16- 0- 0" + std::string(300, 'x'));
     Time t(12345);
