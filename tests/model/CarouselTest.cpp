@@ -133,7 +133,6 @@ TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
     ovtest::StderrCapture err;
     EXPECT_EQ(row.showingChannels, NewsObject::showingChannelItems());
-    EXPECT_EQ(row.showingChannels, NewsObject::showingChannelItems());
 
     Feed feed;
     Carousel carousel(feed.container);

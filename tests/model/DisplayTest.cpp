@@ -225,16 +225,16 @@ TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
     EXPECT_EQ(nullptr, item.contentMap->contentNamed("none"));
 
     // getImage: names beginning with "image" go through the image rules, others through the map.
-    ImageHolder thumb = item.getImage("thumb");
-    EXPECT_EQ("img-1", thumb.getID());
-    EXPECT_EQ("image/gif", thumb.getType());
-    EXPECT_TRUE(thumb.exists());
-    ImageHolder unknown = item.getImage("banner");
-    EXPECT_EQ("banner", unknown.getID());
-    EXPECT_TRUE(unknown.getType().empty());
+    // As "ID type", then "+" when the image exists.
+    auto image = [&item](const ID& name) {
+        ImageHolder holder = item.getImage(name);
+        return holder.getID() + " " + holder.getType() + (holder.exists() ? "+" : "");
+    };
+    EXPECT_EQ("img-1 image/gif+", image("thumb"));
+    EXPECT_EQ("banner ", image("banner"));
     (*item.contentMap)["imageSmall"].contextId = "img-2";
-    EXPECT_EQ("img-2", item.getImage("imageSmall").getID());
-    EXPECT_EQ("image", item.getImage("image").getID()); // no channel to fall back on
+    EXPECT_EQ("img-2 +", image("imageSmall"));
+    EXPECT_EQ("image ", image("image")); // no channel to fall back on
 
     // The excerpt page is the excerpt map's content named "primaryxhtml".
     EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
