@@ -92,7 +92,8 @@ TEST(MStringConvert, NumbersBoolsAndAssignments) {
     EXPECT_EQ(s.size(), 62u);
 }
 
-TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
+// hasToken looks at the first occurrence only.
+TEST(MStringQuery, TokensAndComparisons) {
     EXPECT_FALSE(MString::isSpace('\v'));
     EXPECT_FALSE(MString::isDigit('\0'));
     EXPECT_FALSE(MString("abcab").startsWith("b"));
@@ -107,9 +108,8 @@ TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
     EXPECT_FALSE(MString("abc\tdef").hasToken("abc")) << "only a space ends a token";
     // "de" first occurs followed by "f"; the later exact token is not tried.
     EXPECT_FALSE(MString("def de").hasToken("de"));
-}
 
-TEST(MStringQuery, CompareLikeStrncmpAndStrcmp) {
+    // compare and comparei go to the end of both texts for the largest count.
     const unsigned int all = static_cast<unsigned int>(-1);
     EXPECT_EQ(MString("abcX").compare("abcY", 3), 0);
     EXPECT_LT(MString("abcX").compare("abcY", all), 0);
