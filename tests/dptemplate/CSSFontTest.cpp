@@ -68,7 +68,6 @@ TEST(CSSFontParser, KeywordAndFamilyClasses) {
     } classes[] = {
         {CSSFontParser::isBold, {"600", "bold"}, {"500", "lighter"}},
         {CSSFontParser::isItalic, {"oblique"}, {"normal"}},
-        {CSSFontParser::isUnderlined, {"underline"}, {"overline"}},
         {CSSFontParser::isSize, {"medium", "7whatever"}, {"pt12", ""}},
         // Leading zeros and runs of digits too long for an int.
         {CSSFontParser::isSmall,
@@ -158,8 +157,6 @@ TEST(TokenEnumeration, TokensElementsAndQuotes) {
     EXPECT_EQ("\r x|y|", walk(elements, "ee"));
     TokenEnumeration again("\r x,y", ",");
     EXPECT_EQ("x|", walk(again, "t"));
-    EXPECT_TRUE(again.isSeparator(','));
-    EXPECT_FALSE(again.isSeparator(' '));
 
     // Without quote characters a quote is an ordinary character.
     TokenEnumeration plain("'a b'");

@@ -196,8 +196,7 @@ TEST(SaxParser, ErrorsAreReportedToTheParserAndNothingIsPrinted) {
     parser.parseStream(in);
     EXPECT_NE(std::string::npos, joined(parser.mErrors).find("conversion failed"));
     parser.mEvents.clear(); // an unreadable file is raised
-    ovtest::TempDir dir;
-    EXPECT_THROW(parser.parseFile(dir.file("missing.xml")), SaxParserException);
+    EXPECT_THROW(parser.parseFile("/proc/self/no-such-file.xml"), SaxParserException);
     EXPECT_TRUE(parser.mEvents.empty());
     EXPECT_EQ("", engineOutput(capture.text()));
 
