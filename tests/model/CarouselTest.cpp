@@ -1,12 +1,11 @@
 // The carousel as the news objects use it: back pointers, transient marks, where an object
 // stands ("item-count"), what an object that outlives its carousel still answers, and the
 // news-reader UI settings that decide whether channel entries and excerpts are shown.
-#include "ModelTest.h"
-
-#include "dptemplate/TemplateManager.h"
 #include "model/Carousel.h"
+#include "dptemplate/TemplateManager.h"
 #include "support/SettingsFiles.h"
 #include "support/StderrCapture.h"
+#include "support/TempCache.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -121,8 +120,10 @@ struct GroupSettings {
     const char* readFailures;
 };
 
-class GroupSettingsTest : public modeltest::CacheTest,
-                          public ::testing::WithParamInterface<GroupSettings> {};
+class GroupSettingsTest : public ::testing::TestWithParam<GroupSettings> {
+protected:
+    ovtest::TempCache mCache;
+};
 
 TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     const GroupSettings& row = GetParam();

