@@ -35,6 +35,7 @@ template <typename Step> auto atOneSecond(Step step) {
     }
 }
 
+// A template "tpl" and two stored images, "img-1" and "img-2", on a cache of the test's own.
 class DisplayTest : public ::testing::Test {
 protected:
     void SetUp() override {
