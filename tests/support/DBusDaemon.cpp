@@ -7,7 +7,6 @@
 
 #include <csignal>
 #include <memory>
-#include <sys/wait.h>
 
 namespace ovtest {
 

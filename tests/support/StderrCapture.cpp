@@ -4,7 +4,6 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <fcntl.h>
 #include <filesystem>
 #include <stdexcept>
 #include <unistd.h>
@@ -43,9 +42,5 @@ size_t FdCapture::count(const std::string& part) {
         ++n;
     return n;
 }
-
-StderrCapture::StderrCapture() : FdCapture(STDERR_FILENO) {}
-
-StdoutCapture::StdoutCapture() : FdCapture(STDOUT_FILENO) {}
 
 } // namespace ovtest

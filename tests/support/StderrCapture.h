@@ -28,12 +28,12 @@ private:
 
 class StderrCapture : public FdCapture {
 public:
-    StderrCapture();
+    StderrCapture() : FdCapture(2) {}
 };
 
 class StdoutCapture : public FdCapture {
 public:
-    StdoutCapture();
+    StdoutCapture() : FdCapture(1) {}
 };
 
 } // namespace ovtest

@@ -6,7 +6,7 @@
 
 namespace {
 
-TEST(MStringUtf8, EncodesCodePointsAndDropsBeyondUnicode) {
+TEST(MStringUtf8, ConvertsBetweenWideAndUtf8) {
     EXPECT_EQ(MString(std::wstring(L"A\u00E9\u20AC\U0010FFFF")),
               "A\xC3\xA9\xE2\x82\xAC\xF4\x8F\xBF\xBF");
     MString s;
@@ -15,10 +15,17 @@ TEST(MStringUtf8, EncodesCodePointsAndDropsBeyondUnicode) {
     EXPECT_EQ(s, "");
 
     MString assigned("old");
-    assigned = std::wstring(L"\u20AC");
-    EXPECT_EQ(assigned, "\xE2\x82\xAC");
-    assigned.assign(std::wstring(L"x"));
-    EXPECT_EQ(assigned, "x");
+    EXPECT_EQ(assigned = std::wstring(L"\u20AC"), "\xE2\x82\xAC");
+    EXPECT_EQ(assigned.assign(std::wstring(L"x")), "x");
+
+    // Back to wide: a round trip, stray bytes skipped, a cut sequence read byte by byte.
+    std::wstring wide = L"k=\u00E9t\u00E9 \u4E2D\u6587 \U0001F600";
+    EXPECT_EQ(MString(wide).toWide(), wide);
+    EXPECT_EQ(MString("a\x80"
+                      "b\xE2\x82")
+                  .toWide(),
+              L"ab\u00E2\u0082");
+    EXPECT_EQ(MString(std::string("a\0b", 3)).toWide(), std::wstring(L"a\0b", 3));
 }
 
 TEST(MStringUtf8, ReadIsLenientAndNeverPassesTheEnd) {
@@ -52,16 +59,6 @@ TEST(MStringUtf8, ReadIsLenientAndNeverPassesTheEnd) {
     EXPECT_EQ(length, 1u);
 }
 
-TEST(MStringUtf8, ToWideRoundTripsAndSkipsStrayBytes) {
-    std::wstring wide = L"k=\u00E9t\u00E9 \u4E2D\u6587 \U0001F600";
-    EXPECT_EQ(MString(wide).toWide(), wide);
-    EXPECT_EQ(MString("a\x80"
-                      "b\xE2\x82")
-                  .toWide(),
-              L"ab\u00E2\u0082");
-    EXPECT_EQ(MString(std::string("a\0b", 3)).toWide(), std::wstring(L"a\0b", 3));
-}
-
 TEST(MStringConvert, HexIntReadsLeadingHexDigitsOnly) {
     const std::pair<const char*, int> rows[] = {
         {"1fz", 31}, {"z1", 0},  {"1z", 1},   {"ff  ", 255},        {" ff", 0},
@@ -79,17 +76,12 @@ TEST(MStringConvert, NumbersBoolsAndAssignments) {
     EXPECT_FALSE(MString("0").toBool());
     EXPECT_FALSE(MString("true").toBool());
 
+    // toTypeValue leaves the value as it was when the text does not read, and says true.
     int i = 42;
     EXPECT_TRUE(toTypeValue(MString("nope"), i));
     EXPECT_EQ(i, 42);
     EXPECT_TRUE(toTypeValue(MString("17"), i));
     EXPECT_EQ(i, 17);
-    bool b = true;
-    EXPECT_TRUE(toTypeValue(MString("yes"), b));
-    EXPECT_TRUE(b);
-    double d = 1;
-    EXPECT_TRUE(toTypeValue(MString("0.25"), d));
-    EXPECT_DOUBLE_EQ(d, 0.25);
 
     MString s;
     s = 1.5;
@@ -100,11 +92,10 @@ TEST(MStringConvert, NumbersBoolsAndAssignments) {
     EXPECT_EQ(s.size(), 62u);
 }
 
-TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
+// hasToken looks at the first occurrence only.
+TEST(MStringQuery, TokensAndComparisons) {
     EXPECT_FALSE(MString::isSpace('\v'));
     EXPECT_FALSE(MString::isDigit('\0'));
-    EXPECT_FALSE(MString::isHexDigit('g'));
-    EXPECT_TRUE(MString::isHexDigit('F'));
     EXPECT_FALSE(MString("abcab").startsWith("b"));
 
     MString text("abc def");
@@ -117,19 +108,16 @@ TEST(MStringQuery, HasTokenLooksAtTheFirstOccurrenceOnly) {
     EXPECT_FALSE(MString("abc\tdef").hasToken("abc")) << "only a space ends a token";
     // "de" first occurs followed by "f"; the later exact token is not tried.
     EXPECT_FALSE(MString("def de").hasToken("de"));
-}
 
-TEST(MStringQuery, CompareLikeStrncmpAndStrcmp) {
+    // compare and comparei go to the end of both texts for the largest count.
     const unsigned int all = static_cast<unsigned int>(-1);
     EXPECT_EQ(MString("abcX").compare("abcY", 3), 0);
     EXPECT_LT(MString("abcX").compare("abcY", all), 0);
-    EXPECT_GT(MString("b").compare("a", 1), 0);
-    EXPECT_EQ(MString("ABC").comparei("abc", all), 0);
     EXPECT_EQ(MString("ABCx").comparei("abcy", 3), 0);
     EXPECT_NE(MString("ABCx").comparei("abcy", all), 0);
 }
 
-TEST(MStringEdit, SplitReplaceQuoteTrim) {
+TEST(MStringEdit, SplitReplaceTrim) {
     std::string left, right;
     EXPECT_FALSE(MString("abc").split('=', left, right));
     EXPECT_TRUE(MString("k=v=w").split('=', left, right));
@@ -140,10 +128,6 @@ TEST(MStringEdit, SplitReplaceQuoteTrim) {
     EXPECT_EQ(s.replaceAll("a", "aa"), "aaaaaa");
     MString t("x.y.z");
     EXPECT_EQ(t.replaceAll(".", ""), "xyz");
-    EXPECT_EQ(MString("abc").quote("<", ">"), "<abc>");
-
-    std::string a = "1", b = "2";
-    EXPECT_EQ(MString("0").add(a, b).add('3').add("45", 1), "01234");
 
     EXPECT_EQ(MString("\t a b \r\n").ltrim(), "a b \r\n");
     EXPECT_EQ(MString("\t a b \r\n").rtrim(), "\t a b");
