@@ -55,7 +55,7 @@ ToolResult runTool(const std::string& program, const std::vector<std::string>& a
     pid_t child = spawn(
         argv, {}, fds,
         [&options] {
-            ::signal(SIGPIPE, options.ignoreSigpipe ? SIG_IGN : SIG_DFL);
+            ::signal(SIGPIPE, SIG_DFL); // as from a shell: the tool must ignore it itself
             if (options.fileSizeLimit >= 0) {
                 ::signal(SIGXFSZ, SIG_IGN);
                 rlimit limit;

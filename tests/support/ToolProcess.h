@@ -10,14 +10,13 @@
 namespace ovtest {
 
 struct ToolOptions {
-    std::string input;          // written to standard input, a pipe; at most 64 KiB
-    bool holdInput = false;     // keep that pipe open until the tool ends, as a stalled writer
-    std::string stdoutFile;     // when set, standard output goes to this file (/dev/full)
-    bool closedStdout = false;  // standard output is a pipe whose reading end is closed
-    bool ignoreSigpipe = false; // the tool starts with SIGPIPE ignored, so writes fail instead
-    long fileSizeLimit = -1;    // RLIMIT_FSIZE in bytes; SIGXFSZ ignored, so writes fail
-    std::string workDir;        // the tool's working directory when set
-    int timeoutSeconds = 60;    // after this the tool is killed and the run marked timed out
+    std::string input;         // written to standard input, a pipe; at most 64 KiB
+    bool holdInput = false;    // keep that pipe open until the tool ends, as a stalled writer
+    std::string stdoutFile;    // when set, standard output goes to this file (/dev/full)
+    bool closedStdout = false; // standard output is a pipe whose reading end is closed
+    long fileSizeLimit = -1;   // RLIMIT_FSIZE in bytes; SIGXFSZ ignored, so writes fail
+    std::string workDir;       // the tool's working directory when set
+    int timeoutSeconds = 60;   // after this the tool is killed and the run marked timed out
 };
 
 struct ToolResult {
