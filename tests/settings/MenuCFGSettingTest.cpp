@@ -2,17 +2,9 @@
 // every change is announced under the menu group.
 #include "SettingEvents.h"
 
-#include "OVPlatform.h"
-#include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "settings/NR_MenuCFGSetting.h"
-#include "support/Files.h"
 #include "support/SettingsFiles.h"
 #include "support/StderrCapture.h"
-#include "support/TempDir.h"
-
-#include <gtest/gtest.h>
-
-#include <memory>
 
 namespace {
 
@@ -43,48 +35,32 @@ protected:
     }
 };
 
-// When the language cannot be had, en-us is the section.
-TEST_F(MenuCFGSettingTest, LanguageSelectsTheSectionWithEnglishAsFallback) {
+// The language selects the section, with en-us as the fallback for a key absent there and for
+// a language that cannot be had. A write goes to the language's section and is announced under
+// the menu group; a received change (its own announcement included) is kept under its group, in
+// memory only and not announced again, so the language's value stands; the next write stores
+// it too.
+TEST_F(MenuCFGSettingTest, LanguageSelectsTheSectionAndReceivedChangesGoToTheirGroup) {
     ASSERT_TRUE(ovtest::writeMenuSettings(kMenuFile));
     ovtest::StderrCapture err;
     MenuCFGOrvelSetting& m = menu("fr-fr");
     EXPECT_TRUE(err.has("OS current language code fr-fr"));
     EXPECT_EQ(ovTypes::String(L"fr-fr"), m.languageCode());
-
     EXPECT_EQ(L"0 Actualit\u00e9s", textOf(m, "ignored", "Title"));
     // Absent in fr-fr: looked up again in en-us, for every getter.
     EXPECT_EQ("0 3", intOf(m, nullptr, "Count"));
     EXPECT_EQ("0 0", boolOf(m, "OVCore.Menu", "Shown"));
     char* narrow = nullptr;
     ASSERT_EQ(0, m.getString("OVCore.Menu", "Count", &narrow));
-    EXPECT_STREQ("3", narrow);
-    delete[] narrow;
+    EXPECT_STREQ("3", std::unique_ptr<char[]>(narrow).get());
     EXPECT_EQ(L"3 -", textOf(m, "OVCore.Menu", "Nowhere"));
 
     ovplatform::setCallFails("UTIL_Language_getSystemLanguageCode", true);
     MenuCFGOrvelSetting& english = menu("fr-fr");
     EXPECT_TRUE(err.has("get OS currLang fail, use default en-us"));
     EXPECT_EQ(L"0 News", textOf(english, "OVCore.Menu", "Title"));
-}
 
-TEST_F(MenuCFGSettingTest, MissingFileGives8) {
-    ovtest::StderrCapture err;
-    MenuCFGOrvelSetting& m = menu("en-us");
-    EXPECT_TRUE(err.has("No menu language config file exist " + ovtest::menuSettingsPath()));
-    EXPECT_EQ("8 -1", intOf(m, "OVCore.Menu", "Count"));
-    EXPECT_EQ(8, m.setInt("OVCore.Menu", "Count", 2));
-    EXPECT_EQ(1, m.init());
-    EXPECT_FALSE(ovtest::fileExists(ovtest::menuSettingsPath()));
-}
-
-// A write goes to the language's section and is announced under the menu group; a received
-// change (its own announcement included) is kept under its group, in memory only and not
-// announced again, so the language's value stands; the next write stores it too.
-TEST_F(MenuCFGSettingTest, WritesGoToTheLanguageAndReceivedChangesToTheirGroup) {
-    ASSERT_TRUE(ovtest::writeMenuSettings(kMenuFile));
-    MenuCFGOrvelSetting& m = menu("fr-fr");
     recorder();
-    ovtest::StderrCapture err;
     ASSERT_EQ(0, m.setInt("OVCore.UI", "Count", 5));
     EXPECT_TRUE(err.has("Publish OV setting change event OVCore.Menu.Count, 5"));
     const std::string written = "[en-us]\nCount=3\nShown=false\nTitle=News\n"
@@ -110,6 +86,16 @@ TEST_F(MenuCFGSettingTest, WritesGoToTheLanguageAndReceivedChangesToTheirGroup) 
               ovtest::readFile(ovtest::menuSettingsPath()));
 }
 
+TEST_F(MenuCFGSettingTest, MissingFileGives8) {
+    ovtest::StderrCapture err;
+    MenuCFGOrvelSetting& m = menu("en-us");
+    EXPECT_TRUE(err.has("No menu language config file exist " + ovtest::menuSettingsPath()));
+    EXPECT_EQ("8 -1", intOf(m, "OVCore.Menu", "Count"));
+    EXPECT_EQ(8, m.setInt("OVCore.Menu", "Count", 2));
+    EXPECT_EQ(1, m.init());
+    EXPECT_FALSE(ovtest::fileExists(ovtest::menuSettingsPath()));
+}
+
 // The gzip form, made by a standard gzip writer, of the 12 sections built in the test below.
 const char kGzipMenu[] =
     "\x1f\x8b\x08\x00\x00\x00\x00\x00\x02\xff\x6d\xd0\x3b\x0a\x80\x30\x10\x45\xd1\x3e\xab\xc8"
@@ -119,27 +105,19 @@ const char kGzipMenu[] =
     "\x60\x8b\xc8\x22\x5b\x42\x96\xbe\x76\x38\x86\xfe\x33\x78\x0d\x89\x07\x83\xf1\xf1\x66\x54"
     "\x01\x00\x00";
 
-TEST(MenuCFGSettingUnzip, DecompressesGzipFiles) {
-    ovtest::TempDir dir;
+TEST_F(MenuCFGSettingTest, DecompressesGzipFiles) {
     std::string content;
     for (int i = 0; i < 12; ++i)
         content += "[lang" + std::to_string(i) + "]\nTitle=Text number " + std::to_string(i) + "\n";
-    const std::string source = dir.file("menu.cfg.gz");
+    const std::string source = mRoot.file("menu.cfg.gz");
     ASSERT_TRUE(ovtest::writeFile(source, std::string(kGzipMenu, sizeof kGzipMenu - 1)));
+    MenuCFGOrvelSetting& m = menu("en-us");
+    EXPECT_EQ(0, m.unzipMenuCFGFile(source.c_str(), mRoot.file("menu.cfg").c_str()));
+    EXPECT_EQ(content, ovtest::readFile(mRoot.file("menu.cfg")));
 
-    std::unique_ptr<MenuCFGOrvelSetting> menu;
-    {
-        ovtest::TempDeviceRoot root;
-        menu = std::make_unique<MenuCFGOrvelSetting>();
-    }
-    EXPECT_EQ(0, menu->unzipMenuCFGFile(source.c_str(), dir.file("menu.cfg").c_str()));
-    EXPECT_EQ(content, ovtest::readFile(dir.file("menu.cfg")));
-
-    EXPECT_EQ(1, menu->unzipMenuCFGFile(dir.file("absent.gz").c_str(), dir.file("x").c_str()));
-    EXPECT_EQ(1, menu->unzipMenuCFGFile(source.c_str(), dir.file("no/such/dir/x").c_str()));
-    EXPECT_FALSE(ovtest::fileExists(dir.file("x")));
-    menu.reset();
-    OV_EventAndStatusFacade::destroy();
+    EXPECT_EQ(1, m.unzipMenuCFGFile(mRoot.file("absent.gz").c_str(), mRoot.file("x").c_str()));
+    EXPECT_EQ(1, m.unzipMenuCFGFile(source.c_str(), mRoot.file("no/such/dir/x").c_str()));
+    EXPECT_FALSE(ovtest::fileExists(mRoot.file("x")));
 }
 
 } // namespace

@@ -3,7 +3,9 @@
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "support/Wait.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <map>
 
 namespace settingstest {
 
@@ -27,22 +29,16 @@ SettingRecorder::SettingRecorder() : EventRecorder(OrvelSetting::SETTING_CHANGED
 
 bool SettingRecorder::drain() {
     // Markers of other recorders pass by too; only this recorder's own count.
-    const std::string marker =
-        std::to_string(reinterpret_cast<uintptr_t>(this)) + "/" + std::to_string(++mMarkersSent);
-    publishChange(kMarker, marker);
+    const std::map<std::string, std::string> marker{
+        {kMarker,
+         std::to_string(reinterpret_cast<uintptr_t>(this)) + "/" + std::to_string(++mMarkersSent)}};
+    publishChange(kMarker, marker.begin()->second);
     return ovtest::waitUntil([&] {
-        for (const ovtest::RecordedEvent& event : events()) {
-            const auto& properties = event.properties;
-            if (!properties.empty() && properties.begin()->first == kMarker &&
-                properties.begin()->second == marker)
-                return true;
-        }
-        return false;
+        const std::vector<ovtest::RecordedEvent> all = events();
+        return std::any_of(all.begin(), all.end(), [&](const ovtest::RecordedEvent& event) {
+            return event.properties == marker;
+        });
     });
-}
-
-bool SettingRecorder::waitForChanges(size_t count) {
-    return ovtest::waitUntil([&] { return texts().size() >= count; });
 }
 
 std::vector<std::string> SettingRecorder::texts() {

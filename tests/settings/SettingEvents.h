@@ -27,8 +27,6 @@ public:
     // time-out. Every change published before the marker has then been delivered. Markers
     // have no second dot in their name, so setting sources ignore them.
     bool drain();
-    // Waits until at least COUNT changes (markers excluded) were seen; false on time-out.
-    bool waitForChanges(size_t count);
     // The changes (markers excluded) as "name=value" of their first property, with " +N" for
     // N more properties.
     std::vector<std::string> texts();
