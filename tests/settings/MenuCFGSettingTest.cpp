@@ -28,10 +28,7 @@ protected:
 
     MenuCFGOrvelSetting& menu(const char* language) {
         EXPECT_TRUE(ovplatform::setLanguageCode(language));
-        auto source = std::make_unique<MenuCFGOrvelSetting>();
-        MenuCFGOrvelSetting& result = *source;
-        keep(std::move(source));
-        return result;
+        return make<MenuCFGOrvelSetting>();
     }
 };
 

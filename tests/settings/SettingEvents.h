@@ -52,8 +52,13 @@ protected:
     // Created on first use; subscribed after the sources made before that call, so that
     // when it has seen an event, they have handled it too.
     SettingRecorder& recorder();
-    // Handlers (sources) that must live until TearDown.
-    void keep(std::unique_ptr<OV_EventHandler> handler) { mKept.push_back(std::move(handler)); }
+    // Makes a handler (a source) once no delivery is under way; it lives until TearDown.
+    template <typename Handler, typename... Args> Handler& make(Args&&... args) {
+        EXPECT_TRUE(drainAll());
+        auto* handler = new Handler(std::forward<Args>(args)...);
+        mKept.emplace_back(handler);
+        return *handler;
+    }
     // Returns once every handler has finished with everything published so far, so that no
     // delivery runs while a handler is being built or freed. False on time-out.
     bool drainAll();

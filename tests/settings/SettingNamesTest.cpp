@@ -50,10 +50,8 @@ protected:
     void SetUp() override {
         SettingsTest::SetUp();
         ASSERT_TRUE(ovtest::writeMainSettings(kNeighbours));
-        mWriter = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
-        mReceiver = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
-        keep(std::unique_ptr<OV_EventHandler>(mWriter));
-        keep(std::unique_ptr<OV_EventHandler>(mReceiver));
+        mWriter = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+        mReceiver = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
         recorder();
     }
 
@@ -144,19 +142,16 @@ TEST_F(SettingNamesTest, MenuKeysFollowTheLanguageSection) {
     // stored first without a header, where white space at the start of the file is skipped.
     ASSERT_TRUE(ovtest::writeMenuSettings("[en-us]\nTitle=News\n"));
     ASSERT_TRUE(ovplatform::setLanguageCode("en-us"));
-    auto menu = std::make_unique<MenuCFGOrvelSetting>();
-    EXPECT_EQ(0, menu->setString("ignored", " lead", "v"));
-    EXPECT_EQ(1, menu->setString("ignored", "a=b", "v"));
+    MenuCFGOrvelSetting& menu = make<MenuCFGOrvelSetting>();
+    EXPECT_EQ(0, menu.setString("ignored", " lead", "v"));
+    EXPECT_EQ(1, menu.setString("ignored", "a=b", "v"));
     EXPECT_EQ("[en-us]\n lead=v\nTitle=News\n", ovtest::readFile(ovtest::menuSettingsPath()));
 
     ASSERT_TRUE(ovplatform::setLanguageCode(AttrMap::DEFAULT_CATEGORY));
-    ASSERT_TRUE(drainAll());
-    auto odd = std::make_unique<MenuCFGOrvelSetting>();
-    EXPECT_EQ(1, odd->setString("ignored", " lead", "v"));
-    EXPECT_EQ(1, odd->setString("ignored", "\tlead", "v"));
-    EXPECT_EQ(0, odd->setString("ignored", "lead", "v"));
-    keep(std::move(menu));
-    keep(std::move(odd));
+    MenuCFGOrvelSetting& odd = make<MenuCFGOrvelSetting>();
+    EXPECT_EQ(1, odd.setString("ignored", " lead", "v"));
+    EXPECT_EQ(1, odd.setString("ignored", "\tlead", "v"));
+    EXPECT_EQ(0, odd.setString("ignored", "lead", "v"));
 }
 
 } // namespace

@@ -120,10 +120,8 @@ TEST_F(SharedSettingsTest, ConcurrentWritersLoseNothing) {
     ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
     ovtest::ChildProcess child;
     ASSERT_TRUE(startChild(child, mRoot.path(), "C"));
-    auto* a = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
-    auto* b = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
-    keep(std::unique_ptr<OV_EventHandler>(a));
-    keep(std::unique_ptr<OV_EventHandler>(b));
+    CFGOrvelSetting* a = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+    CFGOrvelSetting* b = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
     auto writeKeys = [](CFGOrvelSetting* source, std::string prefix) {
         for (int i = 0; i < kEach; ++i)
             source->setInt(kUI, (prefix + keyName(i)).c_str(), i);
