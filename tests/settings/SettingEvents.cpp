@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <sstream>
 
 namespace settingstest {
 
@@ -107,6 +108,13 @@ std::wstring textOf(OrvelSetting& s, const char* group, const char* key) {
     ovTypes::String value(L"-");
     int rc = s.getString(group, key, value);
     return std::to_wstring(rc) + L" " + value;
+}
+
+AttrMap loadedMap(const std::string& text) {
+    AttrMap map(false);
+    std::istringstream in(text);
+    map.load(in);
+    return map;
 }
 
 } // namespace settingstest

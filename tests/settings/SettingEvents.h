@@ -7,6 +7,7 @@
 #include "settings/NR_Setting.h"
 #include "support/EventRecorder.h"
 #include "support/TempDir.h"
+#include "types/AttrMap.h"
 
 #include <gtest/gtest.h>
 
@@ -79,6 +80,9 @@ void publishChange(const std::string& name, const std::string& value);
 std::string intOf(OrvelSetting& s, const char* group, const char* key);
 std::string boolOf(OrvelSetting& s, const char* group, const char* key);
 std::wstring textOf(OrvelSetting& s, const char* group, const char* key);
+
+// TEXT loaded as a settings file (an attribute map not in list mode).
+AttrMap loadedMap(const std::string& text);
 
 } // namespace settingstest
 

@@ -82,10 +82,7 @@ TEST_F(SettingMgrTest, ForwardsWithTheGroupNameAndRefusesGroupsAboveTen) {
 }
 
 TEST_F(SettingMgrTest, CategoryOfDottedNames) {
-    struct {
-        const wchar_t* name;
-        int group;
-    } cases[] = {
+    const std::pair<const wchar_t*, int> cases[] = {
         {L"OVCore.UI.Foo", 9},
         {L"OVCore.UI.Foo.Bar", 9},
         {L"OVCore.ConnectionProfiles.Profile1", 0},
@@ -98,15 +95,12 @@ TEST_F(SettingMgrTest, CategoryOfDottedNames) {
         {L"OVCore.U\u0149.Foo", 12}, // U+0149 is not "I", though its low byte is
         {L"", 12},
     };
-    for (const auto& c : cases)
-        EXPECT_EQ(c.group, mgr().getCategory(ovTypes::String(c.name))) << ovTypes::ID(c.name);
+    for (const auto& [name, group] : cases)
+        EXPECT_EQ(group, mgr().getCategory(ovTypes::String(name))) << ovTypes::ID(name);
 }
 
 TEST_F(SettingMgrTest, SettingItemOfDeviceManagementPaths) {
-    struct {
-        const char* path;
-        const char* item;
-    } cases[] = {
+    const std::pair<const char*, const char*> cases[] = {
         {"./DevDetail/Ext", "./DevDetail/Ext"},
         {"./DevDetail/Ext/Conf/Orvel/UI", "/UI"},
         {"./DevDetail/Ext/Conf", "/Conf"},
@@ -114,11 +108,11 @@ TEST_F(SettingMgrTest, SettingItemOfDeviceManagementPaths) {
         {"/a/b/", "/"},
         {"", ""},
     };
-    for (const auto& c : cases) {
+    for (const auto& [path, expected] : cases) {
         // A literal: a write into the path would crash.
-        std::unique_ptr<char[]> item(mgr().convertDMPathToOrvelSettingItemID(c.path));
-        EXPECT_STREQ(c.item, item.get()) << c.path;
-        EXPECT_NE(c.path, item.get()) << "the result is a copy";
+        std::unique_ptr<char[]> item(mgr().convertDMPathToOrvelSettingItemID(path));
+        EXPECT_STREQ(expected, item.get()) << path;
+        EXPECT_NE(path, item.get()) << "the result is a copy";
     }
     EXPECT_EQ(nullptr, mgr().convertDMPathToOrvelSettingItemID(nullptr));
 }

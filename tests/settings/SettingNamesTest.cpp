@@ -5,7 +5,6 @@
 #include "settings/NR_CFGSetting.h"
 #include "settings/NR_MenuCFGSetting.h"
 #include "support/SettingsFiles.h"
-#include "types/AttrMap.h"
 
 #include <algorithm>
 #include <sstream>
@@ -28,16 +27,11 @@ std::vector<std::string> shortTexts(const std::string& alphabet) {
 
 // Whether the attribute map's own text form gives KEY in GROUP back, beside other sections.
 bool textFormCarries(const std::string& group, const std::string& key) {
-    AttrMap map(false);
-    std::istringstream neighbours(kNeighbours);
-    map.load(neighbours);
+    AttrMap map = settingstest::loadedMap(kNeighbours);
     map.putString(key, L"v", group);
     std::ostringstream out;
     map.store(out);
-    AttrMap back(false);
-    std::istringstream in(out.str());
-    back.load(in);
-    return back.categories() == map.categories();
+    return settingstest::loadedMap(out.str()).categories() == map.categories();
 }
 
 // The text with its odd bytes escaped, for the traces.
@@ -72,9 +66,8 @@ protected:
             EXPECT_EQ(announced, recorder().texts().size());
             return rc;
         }
-        AttrMap loaded(false);
-        std::istringstream in(ovtest::readFile(ovtest::mainSettingsPath()));
-        loaded.load(in);
+        const AttrMap loaded =
+            settingstest::loadedMap(ovtest::readFile(ovtest::mainSettingsPath()));
         EXPECT_EQ(ovTypes::String(L"v"), loaded.getString(key, L"", nullptr, group));
         EXPECT_EQ(ovTypes::String(L"z"), loaded.getString("Z", L"", nullptr, "OVCore.Service"));
         EXPECT_EQ(ovTypes::String(L"1"), loaded.getString("A", L"", nullptr, kUI));

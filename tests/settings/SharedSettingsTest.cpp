@@ -7,7 +7,6 @@
 #include "support/ChildProcess.h"
 #include "support/SettingsFiles.h"
 #include "support/Wait.h"
-#include "types/AttrMap.h"
 
 #include <chrono>
 #include <cstdlib>
@@ -80,9 +79,7 @@ TEST(CFGSettingChild, DISABLED_Writes) {
 // Loads the file and checks that it is whole: every key with its value, and exactly the text a
 // rewrite of its own content produces. Returns the counter, or -1 when the file is broken.
 int checkWholeFile(const std::string& content) {
-    AttrMap map(false);
-    std::istringstream in(content);
-    map.load(in);
+    const AttrMap map = settingstest::loadedMap(content);
     for (int i = 0; i < kKeys; ++i) {
         if (map.getString(keyName(i), ovTypes::String(), nullptr, kUI) !=
             ovTypes::String(ovTypes::ID("value " + std::to_string(i))))
@@ -137,9 +134,7 @@ TEST_F(SharedSettingsTest, ConcurrentWritersLoseNothing) {
 
     const std::string content = ovtest::readFile(ovtest::mainSettingsPath());
     EXPECT_NE(std::string::npos, content.find("[OVCore.Storage]\nKeep=1\n"));
-    AttrMap file(false);
-    std::istringstream in(content);
-    file.load(in);
+    const AttrMap file = settingstest::loadedMap(content);
     EXPECT_EQ(0, missingUpdates("ABC", [&](const std::string& key) {
                   return file.getInt(key, -1, nullptr, kUI);
               }));
