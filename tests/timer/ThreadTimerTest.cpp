@@ -81,8 +81,7 @@ TEST(ThreadTimerSlow, EqualDelaysFireInRegistrationOrderInOnePassAfterTheSleep) 
     ASSERT_EQ(TimerMgr::addTimer(0, new RecordingHandler(&firings, "never")), 0);
     int removed = registeredNumber(capture.text(), 2);
     ASSERT_GT(removed, 0);
-    EXPECT_EQ(TimerMgr::removeTimer(removed), 1);
-    EXPECT_EQ(TimerMgr::removeTimer(removed), 0);
+    ASSERT_EQ(TimerMgr::removeTimer(removed), 1);
 
     std::vector<Firing> fired = firings.waitFor(2, std::chrono::seconds(15));
     ASSERT_EQ(fired.size(), 2u);
@@ -105,7 +104,6 @@ TEST(ThreadTimerSlow, EqualDelaysFireInRegistrationOrderInOnePassAfterTheSleep) 
     ASSERT_NE(two, std::string::npos) << text;
     EXPECT_EQ(text.find("Waiting", one), text.find("Waiting", two)) << text;
     EXPECT_EQ(registeredNumber(text, 0), -1);
-    EXPECT_TRUE(capture.has("{3} ITimer.cpp:")) << text;
     EXPECT_TRUE(capture.has("No file the handle:" + std::to_string(removed) + "\n")) << text;
 
     // The zero-delay timer stays stored but is never due.
