@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <tuple>
 #include <unistd.h>
 
 namespace {
@@ -67,7 +68,6 @@ TEST_F(CFGSettingTest, MissingFileGives8ForEverythingUntilInitLoadsIt) {
     CFGOrvelSetting& s = openExisting();
     EXPECT_TRUE(err.has("CFGOrvelSetting cfg file not exist " + ovtest::mainSettingsPath()));
     EXPECT_FALSE(s.isLoaded());
-    recorder();
 
     EXPECT_EQ("8 -1", intOf(s, kUI, "A"));
     EXPECT_EQ(8, s.setInt(kUI, "A", 1));
@@ -78,8 +78,8 @@ TEST_F(CFGSettingTest, MissingFileGives8ForEverythingUntilInitLoadsIt) {
     EXPECT_EQ(8, s.setString(kUI, "A", "x\ny"));
     EXPECT_EQ("8 -1", intOf(s, kUI, nullptr));
 
-    ASSERT_TRUE(recorder().drain());
-    EXPECT_TRUE(recorder().texts().empty());
+    ASSERT_TRUE(drain());
+    EXPECT_TRUE(announced().empty());
     EXPECT_FALSE(ovtest::fileExists(ovtest::mainSettingsPath())) << "a write must not create it";
 
     // A source made without a file loads the main file with init() once there is one, and
@@ -95,7 +95,6 @@ TEST_F(CFGSettingTest, MissingFileGives8ForEverythingUntilInitLoadsIt) {
 
 TEST_F(CFGSettingTest, EachWriteRewritesTheWholeFileAndIsAnnouncedOnce) {
     CFGOrvelSetting& s = open("[OVCore.UI]\nA=1\n[OVCore.Storage]\nZ=z\n");
-    recorder();
     EXPECT_EQ(0, s.setInt(kUI, "N", -42));
     EXPECT_EQ("[OVCore.Storage]\nZ=z\n[OVCore.UI]\nA=1\nN=-42\n", file());
     EXPECT_EQ(0, s.setBoolean(kUI, "T", true));
@@ -104,10 +103,10 @@ TEST_F(CFGSettingTest, EachWriteRewritesTheWholeFileAndIsAnnouncedOnce) {
     EXPECT_EQ("[OVCore.Storage]\nW=wide\nZ=z\n[OVCore.UI]\nA=1\nC=plain\nN=-42\nT=true\n", file());
     EXPECT_EQ("0 -42", intOf(s, kUI, "N"));
 
-    ASSERT_TRUE(recorder().drain());
+    ASSERT_TRUE(drain());
     EXPECT_EQ((std::vector<std::string>{"OVCore.UI.N=-42", "OVCore.UI.T=true", "OVCore.UI.C=plain",
                                         "OVCore.Storage.W=wide"}),
-              recorder().texts());
+              announced());
 }
 
 TEST_F(CFGSettingTest, FailedWriteLeavesTheOldFileWhole) {
@@ -192,14 +191,13 @@ TEST_F(CFGSettingTest, WritesThroughSymbolicLinksWhichStay) {
 // of another topic changes nothing.
 TEST_F(CFGSettingTest, ReceivedChangesGoToMemoryOnlyAndMalformedOnesAreIgnored) {
     CFGOrvelSetting& s = open("[OVCore.UI]\nFoo=1\n");
-    recorder();
     ovtest::StderrCapture err;
     settingstest::publishChange("OVCore.UI.Foo", "7");
     settingstest::publishChange("OVCore.Storage.Deep.Key", "x");
     settingstest::publishChange("OVCore.Menu.Title", "menu text");
     settingstest::publishChange("OVCore.UI.Foo", "8\nForged=1");
     settingstest::publishChange("OVCore.UI", "2");
-    ASSERT_TRUE(recorder().drain());
+    ASSERT_TRUE(drain());
     OV_Event noMap(OrvelSetting::SETTING_CHANGED_TOPIC);
     OV_EventAndStatusFacade::instance()->notify(noMap);
     OV_Event emptyMap(OrvelSetting::SETTING_CHANGED_TOPIC);
@@ -219,7 +217,7 @@ TEST_F(CFGSettingTest, ReceivedChangesGoToMemoryOnlyAndMalformedOnesAreIgnored) 
     // A menu change is kept here too, under its own group.
     EXPECT_EQ(L"0 menu text", textOf(s, "OVCore.Menu", "Title"));
     EXPECT_EQ("[OVCore.UI]\nFoo=1\n", file());
-    EXPECT_EQ(5u, recorder().texts().size()) << "the source must not announce again";
+    EXPECT_EQ(5u, announced().size()) << "the source must not announce again";
 }
 
 // Handlers run in order of subscription: a gate, the source, the recorder. The gate holds
@@ -233,13 +231,15 @@ protected:
             ovtest::waitUntil([this] { return mOpen.load(); });
         };
         mSource = &open("");
-        recorder().onChange = [this] {
+        mNotes = &make<settingstest::SettingRecorder>();
+        mNotes->onChange = [this] {
             int value = -1;
             mSource->getInt(kUI, "K", value);
             mSeen.push_back(value);
         };
     }
     std::atomic<bool> mOpen{false};
+    settingstest::SettingRecorder* mNotes = nullptr;
     CFGOrvelSetting* mSource = nullptr;
     std::vector<int> mSeen;
 };
@@ -255,45 +255,42 @@ TEST_F(CFGSettingEchoTest, OnlyChangesOlderThanAPendingOwnWriteAreDropped) {
     ASSERT_EQ(0, mSource->setInt(kUI, "K", 1));
     ASSERT_EQ(0, mSource->setInt(kUI, "K", 2));
     mOpen = true;
-    ASSERT_TRUE(ovtest::waitUntil([this] { return recorder().texts().size() == 3; }));
+    ASSERT_TRUE(ovtest::waitUntil([this] { return mNotes->texts().size() == 3; }));
 
     ovplatform::setCallFails("ES_EventPublisher::publish", true);
     ASSERT_EQ(0, mSource->setInt(kUI, "K", 5));
     ovplatform::setCallFails("ES_EventPublisher::publish", false);
     settingstest::publishChange("OVCore.UI.K", "6");
     settingstest::publishChange("OVCore.UI.K", "5");
-    ASSERT_TRUE(recorder().drain());
+    ASSERT_TRUE(mNotes->drain());
     EXPECT_EQ((std::vector<int>{2, 2, 2, 6, 5}), mSeen);
 }
 
 // Settings files as they are found in the field: each loads, reads and is rewritten as shown.
 TEST_F(CFGSettingTest, ToleratesBadFiles) {
-    const struct {
-        const char* what;
-        const char* content;
-        const char* read;
-        const wchar_t* value; // the result and value of reading READ
-        const char* set;      // then set to "new"
-        const char* rewritten;
-    } cases[] = {
-        {"CRLF line ends", "[OVCore.UI]\r\nA=5\r\nB=x\r\n", "A", L"0 5", "B",
-         "[OVCore.UI]\nA=5\nB=new\n"},
-        {"no sections", "A=5\nB=6\n", "A", L"3 -", "A", "A=5\nB=6\n[OVCore.UI]\nA=new\n"},
-        {"duplicate keys", "[OVCore.UI]\nA=first\nA=second\n", "A", L"0 first", "A",
-         "[OVCore.UI]\nA=new\n"},
-        // A byte that cuts a sequence short reads as itself: every key loads, and a rewrite
-        // stores such values in UTF-8.
-        {"Latin-1 and invalid UTF-8",
-         "[OVCore.UI]\nGreeting=caf\xe9\nNext=1\nBad=x\xff\xfe\nLast=2\n", "Greeting",
-         L"0 caf\u00e9", "Last",
-         "[OVCore.UI]\nBad=x\xc3\xbf\xc3\xbe\nGreeting=caf\xc3\xa9\nLast=new\nNext=1\n"},
-    };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.what);
-        CFGOrvelSetting& s = open(c.content);
-        EXPECT_EQ(c.value, textOf(s, kUI, c.read));
-        ASSERT_EQ(0, s.setString(kUI, c.set, "new"));
-        EXPECT_EQ(c.rewritten, file());
+    // Each: what, the file, a key read and what reading it gives, a key then set to "new", and
+    // the file the write leaves.
+    const std::tuple<const char*, const char*, const char*, const wchar_t*, const char*,
+                     const char*>
+        cases[] = {
+            {"CRLF line ends", "[OVCore.UI]\r\nA=5\r\nB=x\r\n", "A", L"0 5", "B",
+             "[OVCore.UI]\nA=5\nB=new\n"},
+            {"no sections", "A=5\nB=6\n", "A", L"3 -", "A", "A=5\nB=6\n[OVCore.UI]\nA=new\n"},
+            {"duplicate keys", "[OVCore.UI]\nA=first\nA=second\n", "A", L"0 first", "A",
+             "[OVCore.UI]\nA=new\n"},
+            // A byte that cuts a sequence short reads as itself: every key loads, and a rewrite
+            // stores such values in UTF-8.
+            {"Latin-1 and invalid UTF-8",
+             "[OVCore.UI]\nGreeting=caf\xe9\nNext=1\nBad=x\xff\xfe\nLast=2\n", "Greeting",
+             L"0 caf\u00e9", "Last",
+             "[OVCore.UI]\nBad=x\xc3\xbf\xc3\xbe\nGreeting=caf\xc3\xa9\nLast=new\nNext=1\n"},
+        };
+    for (const auto& [what, content, read, value, set, rewritten] : cases) {
+        SCOPED_TRACE(what);
+        CFGOrvelSetting& s = open(content);
+        EXPECT_EQ(value, textOf(s, kUI, read));
+        ASSERT_EQ(0, s.setString(kUI, set, "new"));
+        EXPECT_EQ(rewritten, file());
     }
     // A directory where the file should be.
     std::filesystem::remove(ovtest::mainSettingsPath());

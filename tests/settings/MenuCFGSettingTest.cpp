@@ -57,7 +57,6 @@ TEST_F(MenuCFGSettingTest, LanguageSelectsTheSectionAndReceivedChangesGoToTheirG
     EXPECT_TRUE(err.has("get OS currLang fail, use default en-us"));
     EXPECT_EQ(L"0 News", textOf(english, "OVCore.Menu", "Title"));
 
-    recorder();
     ASSERT_EQ(0, m.setInt("OVCore.UI", "Count", 5));
     EXPECT_TRUE(err.has("Publish OV setting change event OVCore.Menu.Count, 5"));
     const std::string written = "[en-us]\nCount=3\nShown=false\nTitle=News\n"
@@ -67,13 +66,13 @@ TEST_F(MenuCFGSettingTest, LanguageSelectsTheSectionAndReceivedChangesGoToTheirG
 
     settingstest::publishChange("OVCore.Menu.Title", "Infos");
     settingstest::publishChange("OVCore.UI.Theme", "dark");
-    ASSERT_TRUE(recorder().drain());
+    ASSERT_TRUE(drain());
     EXPECT_TRUE(err.has("MenuCFGOrvelSetting:handleEvent called."));
     EXPECT_EQ(L"0 Actualit\u00e9s", textOf(m, "OVCore.Menu", "Title"));
     EXPECT_EQ(written, ovtest::readFile(ovtest::menuSettingsPath()));
     EXPECT_EQ((std::vector<std::string>{"OVCore.Menu.Count=5", "OVCore.Menu.Title=Infos",
                                         "OVCore.UI.Theme=dark"}),
-              recorder().texts());
+              announced());
 
     ASSERT_EQ(0, m.setString("OVCore.Menu", "Title", "Titre"));
     EXPECT_EQ("[OVCore.Menu]\nCount=5\nTitle=Infos\n"

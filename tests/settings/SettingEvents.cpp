@@ -75,15 +75,8 @@ void SettingsTest::TearDown() {
     EXPECT_TRUE(drainAll());
     freeHandlers();
     mKept.clear();
-    mRecorder.reset();
     mFirst.reset();
     OV_EventAndStatusFacade::destroy();
-}
-
-SettingRecorder& SettingsTest::recorder() {
-    if (!mRecorder)
-        mRecorder = std::make_unique<SettingRecorder>();
-    return *mRecorder;
 }
 
 void publishChange(const std::string& name, const std::string& value) {

@@ -50,9 +50,11 @@ protected:
     void TearDown() override;
     // Frees what a test made besides the handlers it keeps; runs once the bus is drained.
     virtual void freeHandlers() {}
-    // Created on first use; subscribed after the sources made before that call, so that
-    // when it has seen an event, they have handled it too.
-    SettingRecorder& recorder();
+    // Returns once every handler has handled what was published so far (deliveries run one
+    // at a time, in order); false on time-out.
+    bool drain() { return mFirst->drain(); }
+    // The changes published since SetUp, as SettingRecorder::texts().
+    std::vector<std::string> announced() { return mFirst->texts(); }
     // Makes a handler (a source) once no delivery is under way; it lives until TearDown.
     template <typename Handler, typename... Args> Handler& make(Args&&... args) {
         EXPECT_TRUE(drainAll());
@@ -67,7 +69,6 @@ protected:
     ovtest::TempDeviceRoot mRoot;
 
 private:
-    std::unique_ptr<SettingRecorder> mRecorder;
     std::unique_ptr<SettingRecorder> mFirst;
     std::vector<std::unique_ptr<OV_EventHandler>> mKept;
 };

@@ -71,14 +71,13 @@ TEST_F(SettingMgrTest, ForwardsWithTheGroupNameAndRefusesGroupsAboveTen) {
     EXPECT_EQ(3, mgr().getString(OrvelSettingMgr::GROUP_STORAGE, "Name", name));
 
     // A write is announced once, under the group's name and the key.
-    recorder();
     ASSERT_EQ(0, mgr().setInt(OrvelSettingMgr::GROUP_STORAGE, "Max", 500));
     ASSERT_EQ(
         0, mgr().setString(OrvelSettingMgr::GROUP_SYSTEM, "MSISDN", ovTypes::String(L"+15550100")));
-    ASSERT_TRUE(recorder().drain());
+    ASSERT_TRUE(drain());
     EXPECT_EQ(
         (std::vector<std::string>{"OVCore.Storage.Max=500", "OVCore.System.MSISDN=+15550100"}),
-        recorder().texts());
+        announced());
 }
 
 TEST_F(SettingMgrTest, CategoryOfDottedNames) {

@@ -46,7 +46,6 @@ protected:
         ASSERT_TRUE(ovtest::writeMainSettings(kNeighbours));
         mWriter = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
         mReceiver = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
-        recorder();
     }
 
     // Sets GROUP / KEY and checks the outcome against what the text form can carry: stored,
@@ -55,15 +54,15 @@ protected:
     int checkRoundTrip(const std::string& group, const std::string& key) {
         SCOPED_TRACE("group " + printable(group) + ", key " + printable(key));
         const std::string before = ovtest::readFile(ovtest::mainSettingsPath());
-        const size_t announced = recorder().texts().size();
+        const size_t changes = announced().size();
         int rc = mWriter->setString(group.c_str(), key.c_str(), "v");
-        EXPECT_TRUE(recorder().drain());
+        EXPECT_TRUE(drain());
         if (rc != 0) {
             EXPECT_EQ(1, rc);
             // Only the text form may be the reason.
             EXPECT_FALSE(textFormCarries(group, key)) << "refused needlessly";
             EXPECT_EQ(before, ovtest::readFile(ovtest::mainSettingsPath()));
-            EXPECT_EQ(announced, recorder().texts().size());
+            EXPECT_EQ(changes, announced().size());
             return rc;
         }
         const AttrMap loaded =
@@ -113,8 +112,8 @@ TEST_F(SettingNamesTest, TheReportedCorruptionsAreRefusedByEverySetter) {
         EXPECT_EQ(1, mWriter->setString(kUI, key, "v"));
         EXPECT_EQ(1, mWriter->setString(kUI, key, ovTypes::String(L"v")));
     }
-    ASSERT_TRUE(recorder().drain());
-    EXPECT_TRUE(recorder().texts().empty());
+    ASSERT_TRUE(drain());
+    EXPECT_TRUE(announced().empty());
     EXPECT_EQ(before, ovtest::readFile(ovtest::mainSettingsPath()));
 }
 
@@ -124,7 +123,7 @@ TEST_F(SettingNamesTest, ReceivedChangesTheFileCouldNotCarryAreIgnored) {
     settingstest::publishChange("OVCore.UI.a=b", "x");
     settingstest::publishChange("OVCore.U]I.k", "x");
     settingstest::publishChange("OVCore.UI.fine", "x");
-    ASSERT_TRUE(recorder().drain());
+    ASSERT_TRUE(drain());
     ASSERT_EQ(0, mWriter->setInt(kUI, "A", 2));
     EXPECT_EQ("[OVCore.Service]\nZ=z\n[OVCore.UI]\nA=2\nfine=x\n",
               ovtest::readFile(ovtest::mainSettingsPath()));

@@ -130,7 +130,7 @@ TEST_F(SharedSettingsTest, ConcurrentWritersLoseNothing) {
     second.join();
     int status = child.wait(60000);
     EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
-    ASSERT_TRUE(recorder().drain());
+    ASSERT_TRUE(drain());
 
     const std::string content = ovtest::readFile(ovtest::mainSettingsPath());
     EXPECT_NE(std::string::npos, content.find("[OVCore.Storage]\nKeep=1\n"));
