@@ -55,10 +55,6 @@ std::vector<std::string> SettingRecorder::texts() {
     return texts;
 }
 
-void SettingsTest::SetUp() {
-    mFirst = std::make_unique<SettingRecorder>();
-}
-
 bool SettingsTest::drainAll() {
     // A handler must not be built while a delivery may reach it, so first wait on the
     // recorder subscribed before everything else: once it has the marker, every earlier event

@@ -45,8 +45,6 @@ private:
 // then replaces the facade.
 class SettingsTest : public ::testing::Test {
 protected:
-    // Subscribes the first drain recorder while nothing can be in flight yet.
-    void SetUp() override;
     void TearDown() override;
     // Frees what a test made besides the handlers it keeps; runs once the bus is drained.
     virtual void freeHandlers() {}
@@ -69,7 +67,8 @@ protected:
     ovtest::TempDeviceRoot mRoot;
 
 private:
-    std::unique_ptr<SettingRecorder> mFirst;
+    // Subscribed first, while nothing can be in flight yet.
+    std::unique_ptr<SettingRecorder> mFirst = std::make_unique<SettingRecorder>();
     std::vector<std::unique_ptr<OV_EventHandler>> mKept;
 };
 

@@ -26,8 +26,13 @@ protected:
     std::unique_ptr<OrvelSettingMgr> mMgr;
 };
 
-TEST_F(SettingMgrTest, TenGroupsShareOneSourceAndTheMenuHasItsOwn) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.HttpTransport]\nTimeout=30\n"));
+// Ten groups share one source and the menu has its own; group 11 does not exist: 1, with the
+// output and the file left alone.
+TEST_F(SettingMgrTest, GroupsShareSourcesForwardWithTheGroupNameAndEndAtTen) {
+    const std::string content =
+        "[OVCore.Service]\nDownloadOption=2\n"
+        "[OVCore.UI]\nDownloadOption=9\nName=ui\n[OVNewsReader.UI]\nOn=true\n";
+    ASSERT_TRUE(ovtest::writeMainSettings(content));
     OrvelSetting* http = mgr().getSetting(OrvelSettingMgr::GROUP_HTTP_TRANSPORT);
     OrvelSetting* menu = mgr().getSetting(OrvelSettingMgr::GROUP_MENU);
     EXPECT_NE(nullptr, dynamic_cast<CFGOrvelSetting*>(http));
@@ -38,14 +43,7 @@ TEST_F(SettingMgrTest, TenGroupsShareOneSourceAndTheMenuHasItsOwn) {
             << group;
     EXPECT_EQ(nullptr, mgr().getSetting(11));
     // TearDown deletes the manager: the shared source must be freed once (checked under ASan).
-}
 
-// Group 11 does not exist: 1, with the output and the file left alone.
-TEST_F(SettingMgrTest, ForwardsWithTheGroupNameAndRefusesGroupsAboveTen) {
-    const std::string content =
-        "[OVCore.Service]\nDownloadOption=2\n"
-        "[OVCore.UI]\nDownloadOption=9\nName=ui\n[OVNewsReader.UI]\nOn=true\n";
-    ASSERT_TRUE(ovtest::writeMainSettings(content));
     int option = -1;
     EXPECT_EQ(0, mgr().getInt(OrvelSettingMgr::GROUP_SERVICE, "DownloadOption", option));
     EXPECT_EQ(2, option);
