@@ -232,16 +232,12 @@ protected:
         };
         mSource = &open("");
         mNotes = &make<settingstest::SettingRecorder>();
-        mNotes->onChange = [this] {
-            int value = -1;
-            mSource->getInt(kUI, "K", value);
-            mSeen.push_back(value);
-        };
+        mNotes->onChange = [this] { mSeen.push_back(intOf(*mSource, kUI, "K")); };
     }
     std::atomic<bool> mOpen{false};
     settingstest::SettingRecorder* mNotes = nullptr;
     CFGOrvelSetting* mSource = nullptr;
-    std::vector<int> mSeen;
+    std::vector<std::string> mSeen;
 };
 
 // Own announcements of K=0 (lost) and K=1 come back after the newer write of K=2, and another
@@ -263,7 +259,7 @@ TEST_F(CFGSettingEchoTest, OnlyChangesOlderThanAPendingOwnWriteAreDropped) {
     settingstest::publishChange("OVCore.UI.K", "6");
     settingstest::publishChange("OVCore.UI.K", "5");
     ASSERT_TRUE(mNotes->drain());
-    EXPECT_EQ((std::vector<int>{2, 2, 2, 6, 5}), mSeen);
+    EXPECT_EQ((std::vector<std::string>{"0 2", "0 2", "0 2", "0 6", "0 5"}), mSeen);
 }
 
 // Settings files as they are found in the field: each loads, reads and is rewritten as shown.

@@ -12,12 +12,8 @@ using settingstest::boolOf;
 using settingstest::intOf;
 using settingstest::textOf;
 
-const char* const kMenuFile = "[en-us]\n"
-                              "Title=News\n"
-                              "Count=3\n"
-                              "Shown=false\n"
-                              "[fr-fr]\n"
-                              "Title=Actualit\xc3\xa9s\n";
+const char* const kMenuFile = "[en-us]\nTitle=News\nCount=3\nShown=false\n"
+                              "[fr-fr]\nTitle=Actualit\xc3\xa9s\n";
 
 class MenuCFGSettingTest : public settingstest::SettingsTest {
 protected:

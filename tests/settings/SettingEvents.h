@@ -51,7 +51,7 @@ protected:
     // Returns once every handler has handled what was published so far (deliveries run one
     // at a time, in order); false on time-out.
     bool drain() { return mFirst->drain(); }
-    // The changes published since SetUp, as SettingRecorder::texts().
+    // The changes published since the test began, as SettingRecorder::texts().
     std::vector<std::string> announced() { return mFirst->texts(); }
     // Makes a handler (a source) once no delivery is under way; it lives until TearDown.
     template <typename Handler, typename... Args> Handler& make(Args&&... args) {

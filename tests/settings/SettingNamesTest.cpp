@@ -34,11 +34,6 @@ bool textFormCarries(const std::string& group, const std::string& key) {
     return settingstest::loadedMap(out.str()).categories() == map.categories();
 }
 
-// The text with its odd bytes escaped, for the traces.
-std::string printable(const std::string& text) {
-    return ::testing::PrintToString(text);
-}
-
 class SettingNamesTest : public settingstest::SettingsTest {
 protected:
     void SetUp() override {
@@ -52,7 +47,8 @@ protected:
     // loaded back and received as the same key in the same group, or refused with nothing
     // written and nothing announced. Returns the setter's result.
     int checkRoundTrip(const std::string& group, const std::string& key) {
-        SCOPED_TRACE("group " + printable(group) + ", key " + printable(key));
+        SCOPED_TRACE("group " + ::testing::PrintToString(group) + ", key " +
+                     ::testing::PrintToString(key));
         const std::string before = ovtest::readFile(ovtest::mainSettingsPath());
         const size_t changes = announced().size();
         int rc = mWriter->setString(group.c_str(), key.c_str(), "v");
@@ -91,7 +87,7 @@ TEST_F(SettingNamesTest, KeysComeBackAsThemselvesOrAreRefused) {
     }
     // Odd but harmless keys stay allowed.
     for (const char* key : {"", " lead", "a[b]", "mid#", "x.y.z", "caf\xc3\xa9", "\xff", "a\tb"})
-        EXPECT_EQ(0, checkRoundTrip(kUI, key)) << printable(key);
+        EXPECT_EQ(0, checkRoundTrip(kUI, key)) << ::testing::PrintToString(key);
     EXPECT_GT(accepted, 50);
 }
 
@@ -106,7 +102,7 @@ TEST_F(SettingNamesTest, GroupsComeBackAsThemselvesOrAreRefused) {
 TEST_F(SettingNamesTest, TheReportedCorruptionsAreRefusedByEverySetter) {
     const std::string before = ovtest::readFile(ovtest::mainSettingsPath());
     for (const char* key : {"[OVCore.Service]", "a=b", "#x", "x ", "x\r", "x\ny", "="}) {
-        SCOPED_TRACE(printable(key));
+        SCOPED_TRACE(::testing::PrintToString(key));
         EXPECT_EQ(1, mWriter->setInt(kUI, key, 1));
         EXPECT_EQ(1, mWriter->setBoolean(kUI, key, true));
         EXPECT_EQ(1, mWriter->setString(kUI, key, "v"));
