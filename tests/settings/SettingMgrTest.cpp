@@ -116,12 +116,11 @@ TEST_F(SettingMgrTest, SettingItemOfDeviceManagementPaths) {
 
 TEST_F(SettingMgrTest, ProcessNameIsTheProgramPath) {
     ovtest::StderrCapture err;
-    const char* name = mgr().getProcessName();
+    std::unique_ptr<const char[]> name(mgr().getProcessName());
     ASSERT_NE(nullptr, name);
-    EXPECT_STREQ(program_invocation_name, name);
-    EXPECT_TRUE(err.has(std::string("Process full path is ") + name));
+    EXPECT_STREQ(program_invocation_name, name.get());
+    EXPECT_TRUE(err.has(std::string("Process full path is ") + name.get()));
     EXPECT_TRUE(err.has("getpid() returns "));
-    delete[] name;
     EXPECT_FALSE(mgr().isPhoneProcess());
 }
 
