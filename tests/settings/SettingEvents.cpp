@@ -3,7 +3,10 @@
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "support/Wait.h"
 
+#include <algorithm>
 #include <cstdint>
+#include <map>
+#include <sstream>
 
 namespace settingstest {
 
@@ -27,22 +30,16 @@ SettingRecorder::SettingRecorder() : EventRecorder(OrvelSetting::SETTING_CHANGED
 
 bool SettingRecorder::drain() {
     // Markers of other recorders pass by too; only this recorder's own count.
-    const std::string marker =
-        std::to_string(reinterpret_cast<uintptr_t>(this)) + "/" + std::to_string(++mMarkersSent);
-    publishChange(kMarker, marker);
+    const std::map<std::string, std::string> marker{
+        {kMarker,
+         std::to_string(reinterpret_cast<uintptr_t>(this)) + "/" + std::to_string(++mMarkersSent)}};
+    publishChange(kMarker, marker.begin()->second);
     return ovtest::waitUntil([&] {
-        for (const ovtest::RecordedEvent& event : events()) {
-            const auto& properties = event.properties;
-            if (!properties.empty() && properties.begin()->first == kMarker &&
-                properties.begin()->second == marker)
-                return true;
-        }
-        return false;
+        const std::vector<ovtest::RecordedEvent> all = events();
+        return std::any_of(all.begin(), all.end(), [&](const ovtest::RecordedEvent& event) {
+            return event.properties == marker;
+        });
     });
-}
-
-bool SettingRecorder::waitForChanges(size_t count) {
-    return ovtest::waitUntil([&] { return texts().size() >= count; });
 }
 
 std::vector<std::string> SettingRecorder::texts() {
@@ -56,10 +53,6 @@ std::vector<std::string> SettingRecorder::texts() {
             (properties.size() == 1 ? "" : " +" + std::to_string(properties.size() - 1)));
     }
     return texts;
-}
-
-void SettingsTest::SetUp() {
-    mFirst = std::make_unique<SettingRecorder>();
 }
 
 bool SettingsTest::drainAll() {
@@ -78,15 +71,8 @@ void SettingsTest::TearDown() {
     EXPECT_TRUE(drainAll());
     freeHandlers();
     mKept.clear();
-    mRecorder.reset();
     mFirst.reset();
     OV_EventAndStatusFacade::destroy();
-}
-
-SettingRecorder& SettingsTest::recorder() {
-    if (!mRecorder)
-        mRecorder = std::make_unique<SettingRecorder>();
-    return *mRecorder;
 }
 
 void publishChange(const std::string& name, const std::string& value) {
@@ -111,6 +97,13 @@ std::wstring textOf(OrvelSetting& s, const char* group, const char* key) {
     ovTypes::String value(L"-");
     int rc = s.getString(group, key, value);
     return std::to_wstring(rc) + L" " + value;
+}
+
+AttrMap loadedMap(const std::string& text) {
+    AttrMap map(false);
+    std::istringstream in(text);
+    map.load(in);
+    return map;
 }
 
 } // namespace settingstest

@@ -7,6 +7,7 @@
 #include "settings/NR_Setting.h"
 #include "support/EventRecorder.h"
 #include "support/TempDir.h"
+#include "types/AttrMap.h"
 
 #include <gtest/gtest.h>
 
@@ -27,8 +28,6 @@ public:
     // time-out. Every change published before the marker has then been delivered. Markers
     // have no second dot in their name, so setting sources ignore them.
     bool drain();
-    // Waits until at least COUNT changes (markers excluded) were seen; false on time-out.
-    bool waitForChanges(size_t count);
     // The changes (markers excluded) as "name=value" of their first property, with " +N" for
     // N more properties.
     std::vector<std::string> texts();
@@ -46,16 +45,21 @@ private:
 // then replaces the facade.
 class SettingsTest : public ::testing::Test {
 protected:
-    // Subscribes the first drain recorder while nothing can be in flight yet.
-    void SetUp() override;
     void TearDown() override;
     // Frees what a test made besides the handlers it keeps; runs once the bus is drained.
     virtual void freeHandlers() {}
-    // Created on first use; subscribed after the sources made before that call, so that
-    // when it has seen an event, they have handled it too.
-    SettingRecorder& recorder();
-    // Handlers (sources) that must live until TearDown.
-    void keep(std::unique_ptr<OV_EventHandler> handler) { mKept.push_back(std::move(handler)); }
+    // Returns once every handler has handled what was published so far (deliveries run one
+    // at a time, in order); false on time-out.
+    bool drain() { return mFirst->drain(); }
+    // The changes published since the test began, as SettingRecorder::texts().
+    std::vector<std::string> announced() { return mFirst->texts(); }
+    // Makes a handler (a source) once no delivery is under way; it lives until TearDown.
+    template <typename Handler, typename... Args> Handler& make(Args&&... args) {
+        EXPECT_TRUE(drainAll());
+        auto* handler = new Handler(std::forward<Args>(args)...);
+        mKept.emplace_back(handler);
+        return *handler;
+    }
     // Returns once every handler has finished with everything published so far, so that no
     // delivery runs while a handler is being built or freed. False on time-out.
     bool drainAll();
@@ -63,8 +67,8 @@ protected:
     ovtest::TempDeviceRoot mRoot;
 
 private:
-    std::unique_ptr<SettingRecorder> mRecorder;
-    std::unique_ptr<SettingRecorder> mFirst;
+    // Subscribed first, while nothing can be in flight yet.
+    std::unique_ptr<SettingRecorder> mFirst = std::make_unique<SettingRecorder>();
     std::vector<std::unique_ptr<OV_EventHandler>> mKept;
 };
 
@@ -76,6 +80,9 @@ void publishChange(const std::string& name, const std::string& value);
 std::string intOf(OrvelSetting& s, const char* group, const char* key);
 std::string boolOf(OrvelSetting& s, const char* group, const char* key);
 std::wstring textOf(OrvelSetting& s, const char* group, const char* key);
+
+// TEXT loaded as a settings file (an attribute map not in list mode).
+AttrMap loadedMap(const std::string& text);
 
 } // namespace settingstest
 

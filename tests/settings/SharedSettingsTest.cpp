@@ -2,28 +2,20 @@
 // memory, and a writer killed at any moment never leaves a broken file behind.
 #include "SettingEvents.h"
 
-#include "OVPlatform.h"
 #include "eventstatuslib/OV_EventAndStatusFacade.h"
 #include "settings/NR_CFGSetting.h"
 #include "support/ChildProcess.h"
-#include "support/Files.h"
 #include "support/SettingsFiles.h"
-#include "support/TempDir.h"
-#include "types/AttrMap.h"
-
-#include <gtest/gtest.h>
+#include "support/Wait.h"
 
 #include <chrono>
 #include <cstdlib>
-#include <functional>
-#include <memory>
 #include <random>
 #include <signal.h>
 #include <sstream>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
-#include <vector>
 
 namespace {
 
@@ -32,7 +24,7 @@ const char* const kStorage = "OVCore.Storage";
 const char* const kChildRootVariable = "OVBASE_TEST_SETTINGS_CHILD_ROOT";
 const char* const kChildPrefixVariable = "OVBASE_TEST_SETTINGS_CHILD_PREFIX";
 const int kKeys = 200;
-// Keys each of two concurrent writers sets.
+// Keys each concurrent writer sets.
 const int kEach = 100;
 
 std::string keyName(int i) {
@@ -41,41 +33,53 @@ std::string keyName(int i) {
     return name;
 }
 
-// Starts this test program again to run the child test TEST on the device root ROOTDIR, with
-// PREFIX in its environment.
-bool startChild(ovtest::ChildProcess& child, const std::string& rootDir, const char* test,
-                const std::string& prefix = "") {
+// Starts this test program again to run the child test below on the device root ROOTDIR.
+bool startChild(ovtest::ChildProcess& child, const std::string& rootDir,
+                const std::string& prefix) {
     return child.start(
-        {"/proc/self/exe", std::string("--gtest_filter=CFGSettingChild.DISABLED_") + test,
+        {"/proc/self/exe", "--gtest_filter=CFGSettingChild.DISABLED_Writes",
          "--gtest_also_run_disabled_tests"},
         {kChildRootVariable + ("=" + rootDir), kChildPrefixVariable + ("=" + prefix)});
 }
 
-// Run only as the child of the test below: writes the settings file of the device root named
-// in the environment until it is killed.
-TEST(CFGSettingChild, DISABLED_WritesUntilKilled) {
+// Run only as a child of the tests below, on the device root named in the environment. With a
+// prefix: waits until the parent closes its standard input (so that the writers start
+// together), then writes kEach keys of its own, one write each. Without: writes the settings
+// file until it is killed.
+TEST(CFGSettingChild, DISABLED_Writes) {
     const char* rootDir = std::getenv(kChildRootVariable);
-    if (!rootDir)
+    const char* prefix = std::getenv(kChildPrefixVariable);
+    if (!rootDir || !prefix)
         GTEST_SKIP() << "only run as a child process";
     ovplatform::setDeviceRoot(rootDir);
-    CFGOrvelSetting source(ovtest::mainSettingsPath().c_str());
-    ASSERT_TRUE(source.isLoaded());
-    int counter = 0;
-    source.getInt(kStorage, "Counter", counter);
-    for (;;) {
-        ++counter;
-        // A value whose length changes, so that a torn write would show.
-        source.setString(kUI, "Varying", std::string(counter % 300, 'v').c_str());
-        source.setInt(kStorage, "Counter", counter);
+    auto source = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+    ASSERT_TRUE(source->isLoaded());
+    if (!*prefix) {
+        int counter = 0;
+        source->getInt(kStorage, "Counter", counter);
+        for (;;) {
+            ++counter;
+            // A value whose length changes, so that a torn write would show.
+            source->setString(kUI, "Varying", std::string(counter % 300, 'v').c_str());
+            source->setInt(kStorage, "Counter", counter);
+        }
     }
+    auto recorder = std::make_unique<settingstest::SettingRecorder>();
+    char byte;
+    ASSERT_EQ(0, ::read(0, &byte, 1));
+    for (int i = 0; i < kEach; ++i)
+        EXPECT_EQ(0, source->setInt(kUI, (prefix + keyName(i)).c_str(), i));
+    // The source's own announcements must be delivered before it goes.
+    EXPECT_TRUE(recorder->drain());
+    recorder.reset();
+    source.reset();
+    OV_EventAndStatusFacade::destroy();
 }
 
 // Loads the file and checks that it is whole: every key with its value, and exactly the text a
 // rewrite of its own content produces. Returns the counter, or -1 when the file is broken.
 int checkWholeFile(const std::string& content) {
-    AttrMap map(false);
-    std::istringstream in(content);
-    map.load(in);
+    const AttrMap map = settingstest::loadedMap(content);
     for (int i = 0; i < kKeys; ++i) {
         if (map.getString(keyName(i), ovTypes::String(), nullptr, kUI) !=
             ovTypes::String(ovTypes::ID("value " + std::to_string(i))))
@@ -90,122 +94,83 @@ int checkWholeFile(const std::string& content) {
     return counter;
 }
 
-// How many of the updates of the two concurrent writers HOLDS (key, value) lacks.
-int missingUpdates(const std::function<bool(const std::string&, int)>& holds) {
+// How many of the updates of the writers named in PREFIXES lack from what VALUEOF gives for a
+// key of the group kUI.
+int missingUpdates(const std::string& prefixes,
+                   const std::function<int(const std::string&)>& valueOf) {
     int missing = 0;
-    for (const char* prefix : {"A", "B"}) {
+    for (char prefix : prefixes) {
         for (int i = 0; i < kEach; ++i) {
-            if (!holds(prefix + keyName(i), i))
+            if (valueOf(prefix + keyName(i)) != i)
                 ++missing;
         }
     }
     return missing;
 }
 
-// Whether the file at PATH, as it is now, holds a key with its value in the group kUI.
-std::function<bool(const std::string&, int)> fileHolds(const std::string& path) {
-    auto map = std::make_shared<AttrMap>(false);
-    std::istringstream in(ovtest::readFile(path));
-    map->load(in);
-    return [map](const std::string& key, int expected) {
-        bool found = false;
-        return map->getInt(key, -1, &found, kUI) == expected && found;
-    };
-}
-
-// Run only as a child of the test below: waits until the parent closes its standard input (so
-// that both children start together), then writes kEach keys of its own, one write each.
-TEST(CFGSettingChild, DISABLED_WritesItsOwnKeys) {
-    const char* rootDir = std::getenv(kChildRootVariable);
-    const char* prefix = std::getenv(kChildPrefixVariable);
-    if (!rootDir || !prefix)
-        GTEST_SKIP() << "only run as a child process";
-    ovplatform::setDeviceRoot(rootDir);
-    auto source = std::make_unique<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
-    auto recorder = std::make_unique<settingstest::SettingRecorder>();
-    ASSERT_TRUE(source->isLoaded());
-    char byte;
-    ASSERT_EQ(0, ::read(0, &byte, 1));
-    for (int i = 0; i < kEach; ++i)
-        EXPECT_EQ(0, source->setInt(kUI, (prefix + keyName(i)).c_str(), i));
-    // The source's own announcements must be delivered before it goes.
-    EXPECT_TRUE(recorder->drain());
-    recorder.reset();
-    source.reset();
-    OV_EventAndStatusFacade::destroy();
-}
-
 class SharedSettingsTest : public settingstest::SettingsTest {};
 
-// Each write read the file as the other process left it: no update of either is lost.
-TEST_F(SharedSettingsTest, TwoProcessesWritingDistinctKeysLoseNothing) {
+// Another process, and two sources of this one on two threads, write distinct keys at once:
+// each write read the file as the others left it, so no update is lost, and each source of
+// this process took the other's changes from the bus.
+TEST_F(SharedSettingsTest, ConcurrentWritersLoseNothing) {
     ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
-    ovtest::ChildProcess a, b;
-    ASSERT_TRUE(startChild(a, mRoot.path(), "WritesItsOwnKeys", "A"));
-    ASSERT_TRUE(startChild(b, mRoot.path(), "WritesItsOwnKeys", "B"));
-    a.closeInput();
-    b.closeInput();
-    for (ovtest::ChildProcess* child : {&a, &b}) {
-        int status = child->wait(60000);
-        EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
-    }
-    const std::string path = ovtest::mainSettingsPath();
-    EXPECT_EQ(0, missingUpdates(fileHolds(path))) << "of " << 2 * kEach << " updates";
-    EXPECT_NE(std::string::npos, ovtest::readFile(path).find("[OVCore.Storage]\nKeep=1\n"));
-}
-
-// Two sources of one process, written from two threads: the file and both memories end up
-// with every key, each source having taken the other's changes from the bus.
-TEST_F(SharedSettingsTest, TwoSourcesOnTwoThreadsLoseNothing) {
-    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.Storage]\nKeep=1\n"));
-    auto* a = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
-    auto* b = new CFGOrvelSetting(ovtest::mainSettingsPath().c_str());
-    keep(std::unique_ptr<OV_EventHandler>(a));
-    keep(std::unique_ptr<OV_EventHandler>(b));
+    ovtest::ChildProcess child;
+    ASSERT_TRUE(startChild(child, mRoot.path(), "C"));
+    CFGOrvelSetting* a = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
+    CFGOrvelSetting* b = &make<CFGOrvelSetting>(ovtest::mainSettingsPath().c_str());
     auto writeKeys = [](CFGOrvelSetting* source, std::string prefix) {
         for (int i = 0; i < kEach; ++i)
             source->setInt(kUI, (prefix + keyName(i)).c_str(), i);
     };
+    child.closeInput();
     std::thread first(writeKeys, a, "A");
     std::thread second(writeKeys, b, "B");
     first.join();
     second.join();
-    ASSERT_TRUE(recorder().drain());
+    int status = child.wait(60000);
+    EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << "child status " << status;
+    ASSERT_TRUE(drain());
 
-    EXPECT_EQ(0, missingUpdates(fileHolds(ovtest::mainSettingsPath())));
+    const std::string content = ovtest::readFile(ovtest::mainSettingsPath());
+    EXPECT_NE(std::string::npos, content.find("[OVCore.Storage]\nKeep=1\n"));
+    const AttrMap file = settingstest::loadedMap(content);
+    EXPECT_EQ(0, missingUpdates("ABC", [&](const std::string& key) {
+                  return file.getInt(key, -1, nullptr, kUI);
+              }));
     for (CFGOrvelSetting* source : {a, b}) {
-        EXPECT_EQ(0, missingUpdates([&](const std::string& key, int expected) {
+        EXPECT_EQ(0, missingUpdates("AB", [&](const std::string& key) {
                       int value = -1;
-                      return source->getInt(kUI, key.c_str(), value) == 0 && value == expected;
+                      source->getInt(kUI, key.c_str(), value);
+                      return value;
                   }));
     }
 }
 
 TEST(CFGSettingSlow, WriterKilledMidWriteNeverLeavesABrokenFile) {
-    ovtest::TempDir root;
-    ovplatform::setDeviceRoot(root.path());
+    ovtest::TempDeviceRoot root;
     std::string content = "[OVCore.Storage]\nCounter=0\n[OVCore.UI]\n";
     for (int i = 0; i < kKeys; ++i)
         content += keyName(i) + "=value " + std::to_string(i) + "\n";
     ASSERT_TRUE(ovtest::writeMainSettings(content));
     const std::string path = ovtest::mainSettingsPath();
-    ovplatform::setDeviceRoot("");
 
     std::mt19937 random(12345);
     int last = 0;
     for (int round = 0; round < 15; ++round) {
         SCOPED_TRACE("round " + std::to_string(round));
         ovtest::ChildProcess child;
-        ASSERT_TRUE(startChild(child, root.path(), "WritesUntilKilled"));
+        ASSERT_TRUE(startChild(child, root.path(), ""));
         // Wait until this child is writing, then kill it at a random moment.
-        auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
         int seen = last;
-        while (seen <= last && std::chrono::steady_clock::now() < deadline) {
-            std::this_thread::sleep_for(std::chrono::microseconds(500));
-            seen = checkWholeFile(ovtest::readFile(path));
-            ASSERT_GE(seen, 0) << "broken file while the writer runs";
-        }
-        ASSERT_GT(seen, last) << "the writer made no progress";
+        EXPECT_TRUE(ovtest::waitUntil(
+            [&] {
+                seen = checkWholeFile(ovtest::readFile(path));
+                return seen != last;
+            },
+            20000))
+            << "the writer made no progress";
+        ASSERT_GT(seen, last) << "broken file while the writer runs";
         std::this_thread::sleep_for(std::chrono::microseconds(random() % 5000));
         ASSERT_TRUE(child.kill(SIGKILL));
         ASSERT_TRUE(WIFSIGNALED(child.wait())) << "the writer ended on its own";

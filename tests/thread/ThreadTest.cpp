@@ -72,12 +72,10 @@ TEST(Handler, EmptyHandlerReportsInsteadOfCalling) {
     EXPECT_EQ(worker.mRuns, 0);
 
     std::smatch match;
-    std::regex cleared("\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!"
-                       "\\{3\\} Handler\\.h:\\d+, handle\\(\\)\tSomething is empty obj:0, "
-                       "func:0\n"
-                       "\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!"
-                       "\\{3\\} Handler\\.h:\\d+, handle\\(\\)\tSomething is empty obj:0, "
-                       "func:(-?\\d+)\n");
+    const std::string empty =
+        "\\{4\\} Handler\\.h:\\d+, handle\\(\\)\thandle a function!"
+        "\\{3\\} Handler\\.h:\\d+, handle\\(\\)\tSomething is empty obj:0, func:";
+    std::regex cleared(empty + "0\n" + empty + "(-?\\d+)\n");
     ASSERT_TRUE(std::regex_match(text, match, cleared)) << text;
     EXPECT_NE(match[1].str(), "0"); // a set member function does not print as empty
 }

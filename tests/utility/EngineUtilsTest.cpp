@@ -14,6 +14,7 @@
 
 #include <regex>
 #include <string>
+#include <tuple>
 
 namespace {
 
@@ -34,18 +35,12 @@ protected:
         ASSERT_TRUE(ovtest::writeMainSettings(text));
     }
 
-    static void set(int group, const char* key, const std::string& value) {
+    static void set(const char* key, const std::string& value,
+                    int group = OrvelSettingMgr::GROUP_SERVICE) {
         ASSERT_EQ(0, OrvelSettingMgr::getSettingMgrInstance()->setString(
                          group, key, ovTypes::String(ovTypes::ID(value))));
     }
-    static void setService(const char* key, const std::string& value) {
-        set(OrvelSettingMgr::GROUP_SERVICE, key, value);
-    }
-
-    static void setDownloadOption(int option) {
-        ASSERT_EQ(0, OrvelSettingMgr::getSettingMgrInstance()->setInt(
-                         OrvelSettingMgr::GROUP_SERVICE, "DownloadOption", option));
-    }
+    static void setDownloadOption(int option) { set("DownloadOption", std::to_string(option)); }
 
     ovtest::TempDeviceRoot mRoot;
 };
@@ -84,13 +79,7 @@ const char* const kFriendlyList = "FriendlyNetPlmn=,001010,,001020,\n";
 
 TEST_F(NetworkAccessTest, OptionsAtHomeAndRoamingInAndOutOfTheFriendlyNetworks) {
     writeSettings(std::string("DownloadOption=0\n") + kFriendlyList);
-    struct Case {
-        int option;
-        bool roaming;
-        const char* plmn;
-        int status;
-    };
-    const Case cases[] = {
+    const std::tuple<int, bool, const char*, int> cases[] = {
         // Always: nothing restricts.
         {0, false, "001020", 0},
         {0, true, "001020", 0},
@@ -108,34 +97,30 @@ TEST_F(NetworkAccessTest, OptionsAtHomeAndRoamingInAndOutOfTheFriendlyNetworks) 
         {7, true, "00102", 0},
         {-1, true, "00102", 0},
     };
-    for (const Case& c : cases) {
+    for (const auto& [option, roaming, plmn, status] : cases) {
         SCOPED_TRACE(::testing::Message()
-                     << "option " << c.option << (c.roaming ? " roaming" : " home") << " in "
-                     << c.plmn);
-        setDownloadOption(c.option);
-        ASSERT_TRUE(ovplatform::setRoaming(c.roaming));
-        ASSERT_TRUE(ovplatform::setCurrentPlmn(c.plmn));
-        EXPECT_EQ(Result(0, c.status), access());
-        EXPECT_EQ(c.status == 0, NR_EngineUtils::isNetworkAccessAllowed());
-        EXPECT_EQ(c.option == 2, NR_EngineUtils::isDownloadOptionNever());
+                     << "option " << option << (roaming ? " roaming" : " home") << " in " << plmn);
+        setDownloadOption(option);
+        ASSERT_TRUE(ovplatform::setRoaming(roaming));
+        ASSERT_TRUE(ovplatform::setCurrentPlmn(plmn));
+        EXPECT_EQ(Result(0, status), access());
+        EXPECT_EQ(status == 0, NR_EngineUtils::isNetworkAccessAllowed());
+        EXPECT_EQ(option == 2, NR_EngineUtils::isDownloadOptionNever());
     }
 }
 
 TEST_F(NetworkAccessTest, FriendlyCheckLeavesTheStatusAloneUnlessRoamingOutside) {
     writeSettings(kFriendlyList);
-    const struct {
-        bool roaming;
-        const char* plmn;
-        int status;
-    } cases[] = {{false, "99999", 5}, {true, "001010", 5}, {true, "99999", 2}};
-    for (const auto& c : cases) {
-        ASSERT_TRUE(ovplatform::setRoaming(c.roaming));
-        ASSERT_TRUE(ovplatform::setCurrentPlmn(c.plmn));
+    const std::tuple<bool, const char*, int> cases[] = {
+        {false, "99999", 5}, {true, "001010", 5}, {true, "99999", 2}};
+    for (const auto& [roaming, plmn, status] : cases) {
+        ASSERT_TRUE(ovplatform::setRoaming(roaming));
+        ASSERT_TRUE(ovplatform::setCurrentPlmn(plmn));
         ovtest::StderrCapture capture;
-        EXPECT_EQ(Result(0, c.status), friendlyCheck(5)) << c.roaming << " " << c.plmn;
+        EXPECT_EQ(Result(0, status), friendlyCheck(5)) << roaming << " " << plmn;
         const std::string log = capture.text();
-        EXPECT_EQ(!c.roaming, countLines(log, 5, "checkFriendlyNetworkStatus", "Home\n\n"));
-        EXPECT_EQ(c.roaming, countLines(log, 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
+        EXPECT_EQ(!roaming, countLines(log, 5, "checkFriendlyNetworkStatus", "Home\n\n"));
+        EXPECT_EQ(roaming, countLines(log, 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
     }
 
     bool friendly = true;
@@ -144,12 +129,7 @@ TEST_F(NetworkAccessTest, FriendlyCheckLeavesTheStatusAloneUnlessRoamingOutside)
 }
 
 TEST(FriendlyListTest, ItemsMatchWholeAndByteForByte) {
-    struct Case {
-        const char* list;
-        const char* plmn;
-        int found;
-    };
-    const Case cases[] = {
+    const std::tuple<const char*, const char*, int> cases[] = {
         {",001010,,001020,", "001020", 1},
         {",001010,,001020,", "001010", 1},
         {",001010,,001020,", "00102", 0},   // a prefix of an item
@@ -163,9 +143,9 @@ TEST(FriendlyListTest, ItemsMatchWholeAndByteForByte) {
         {"a,b", "a,b", 0},
         {"abc", "ABC", 0},
     };
-    for (const Case& c : cases)
-        EXPECT_EQ(c.found, NR_EngineUtils::isPLMNInFriendlyList(c.plmn, c.list))
-            << "'" << c.plmn << "' in '" << c.list << "'";
+    for (const auto& [list, plmn, found] : cases)
+        EXPECT_EQ(found, NR_EngineUtils::isPLMNInFriendlyList(plmn, list))
+            << "'" << plmn << "' in '" << list << "'";
 }
 
 TEST_F(NetworkAccessTest, MissingDownloadOptionFailsWithItsDiagnostic) {
@@ -213,7 +193,7 @@ TEST_F(NetworkAccessTest, FriendlyListAndCurrentNetworkAreNeededOnlyWhenRoaming)
                             "friendly PLMN list setting. Returning failure status.\n\n"));
     EXPECT_EQ(1, countLines(log, 5, "checkFriendlyNetworkStatus", "Roam\n\n"));
 
-    setService("FriendlyNetPlmn", "001010");
+    set("FriendlyNetPlmn", "001010");
     EXPECT_EQ(Result(1, 0), access());
     EXPECT_EQ(1, countLines(capture.text(), 3, "friendlyNetworkStatus",
                             "NR_EngineUtils::friendlyNetworkStatus: Error occurred retrieving "
@@ -253,12 +233,12 @@ TEST_F(ServerUrlTest, ProtocolVersionFollowsTheLastUsedServer) {
     std::string version = "keep";
     EXPECT_EQ(0, NR_EngineUtils::getProtocolVersionString(version));
     EXPECT_EQ("ovpv20", version);
-    setService("LastUsedServer", "dpp1x");
+    set("LastUsedServer", "dpp1x");
     EXPECT_EQ(0, NR_EngineUtils::getProtocolVersionString(version));
     EXPECT_EQ("ovpv10", version);
     EXPECT_EQ("v=ovpv10", expand("v=@DPP_VERSION@"));
     for (const char* other : {"DPP20", "dpp2", "", "dpp20 ", "dpp30"}) {
-        setService("LastUsedServer", other);
+        set("LastUsedServer", other);
         version = "keep";
         EXPECT_EQ(0, NR_EngineUtils::getProtocolVersionString(version)) << other;
         EXPECT_EQ("keep", version) << other;
@@ -283,61 +263,56 @@ TEST_F(ServerUrlTest, IndexOutsideTheTableFails) {
 // placeholder left as it is to stop an endless expansion.
 TEST_F(ServerUrlTest, PlaceholdersExpandWithTheInsertedTextScannedAgain) {
     struct Case {
-        const char* model; // each null: the phone's own value
-        const char* sw;
-        const char* msisdn;
         const char* url;
         const char* expanded;
-        const char* looping; // the placeholder left as it is once, or ""
+        const char* looping;         // the placeholder left as it is once, or ""
+        const char* model = nullptr; // each null: the phone's own value
+        const char* sw = nullptr;
+        const char* msisdn = nullptr;
     };
     const Case cases[] = {
-        {nullptr, nullptr, nullptr,
-         "http://ov.example.net/feed?m=@DEVICE_MODEL@&sw=@DP_CLIENT_SW_VERSION@&pv=@DPP_VERSION@"
+        {"http://ov.example.net/feed?m=@DEVICE_MODEL@&sw=@DP_CLIENT_SW_VERSION@&pv=@DPP_VERSION@"
          "&n=@MSISDN@&x=1",
          "http://ov.example.net/feed?m=KX-200&sw=4.2.1&pv=ovpv20&n=+15550001&x=1", ""},
-        {nullptr, nullptr, nullptr, "@DEVICE_MODEL@@DEVICE_MODEL@", "KX-200KX-200", ""},
-        {nullptr, nullptr, nullptr, "no placeholder", "no placeholder", ""},
-        {nullptr, nullptr, nullptr, "", "", ""},
+        {"@DEVICE_MODEL@@DEVICE_MODEL@", "KX-200KX-200", ""},
+        {"no placeholder", "no placeholder", ""},
+        {"", "", ""},
         // At signs that start no placeholder stay.
-        {nullptr, nullptr, nullptr, "a@b.c@@MSISDN@@", "a@b.c@+15550001@", ""},
-        {nullptr, nullptr, nullptr, "@msisdn@ @MSISDN @DEVICE_MODEL",
-         "@msisdn@ @MSISDN @DEVICE_MODEL", ""},
-        {nullptr, nullptr, nullptr, "@@@", "@@@", ""},
-        {nullptr, nullptr, nullptr, "@DEVICE@DEVICE_MODEL@", "@DEVICEKX-200", ""},
+        {"a@b.c@@MSISDN@@", "a@b.c@+15550001@", ""},
+        {"@msisdn@ @MSISDN @DEVICE_MODEL", "@msisdn@ @MSISDN @DEVICE_MODEL", ""},
+        {"@@@", "@@@", ""},
+        {"@DEVICE@DEVICE_MODEL@", "@DEVICEKX-200", ""},
         // A value holding a placeholder.
-        {"KX-@DPP_VERSION@", nullptr, nullptr, "m=@DEVICE_MODEL@&n=@MSISDN@",
-         "m=KX-ovpv20&n=+15550001", ""},
+        {"m=@DEVICE_MODEL@&n=@MSISDN@", "m=KX-ovpv20&n=+15550001", "", "KX-@DPP_VERSION@"},
         // A value that completes a placeholder with the text after it, as often as it is met.
-        {"@DEVICE_", nullptr, nullptr, "@DEVICE_MODEL@MODEL@MODEL@", "@DEVICE_", ""},
+        {"@DEVICE_MODEL@MODEL@MODEL@", "@DEVICE_", "", "@DEVICE_"},
         // Several placeholders in one value, and a chain of two.
-        {"@DP_CLIENT_SW_VERSION@/@DP_CLIENT_SW_VERSION@", "@MSISDN@.@MSISDN@", "1",
-         "@DEVICE_MODEL@ @DEVICE_MODEL@", "1.1/1.1 1.1/1.1", ""},
+        {"@DEVICE_MODEL@ @DEVICE_MODEL@", "1.1/1.1 1.1/1.1", "",
+         "@DP_CLIENT_SW_VERSION@/@DP_CLIENT_SW_VERSION@", "@MSISDN@.@MSISDN@", "1"},
         // "@DEVICE_" followed by the value "MODEL@" spells a placeholder, but scanning goes on
         // from where the replaced one began.
-        {nullptr, nullptr, "MODEL@", "@DEVICE_@MSISDN@", "@DEVICE_MODEL@", ""},
+        {"@DEVICE_@MSISDN@", "@DEVICE_MODEL@", "", nullptr, nullptr, "MODEL@"},
         // A value holding its own placeholder is expanded once, growing at either end or not.
-        {"@DEVICE_MODEL@", nullptr, nullptr, "m=@DEVICE_MODEL@&v=@DPP_VERSION@",
-         "m=@DEVICE_MODEL@&v=ovpv20", "@DEVICE_MODEL@"},
-        {"x@DEVICE_MODEL@", nullptr, nullptr, "m=@DEVICE_MODEL@.", "m=x@DEVICE_MODEL@.",
+        {"m=@DEVICE_MODEL@&v=@DPP_VERSION@", "m=@DEVICE_MODEL@&v=ovpv20", "@DEVICE_MODEL@",
          "@DEVICE_MODEL@"},
-        {"@DEVICE_MODEL@x", nullptr, nullptr, "m=@DEVICE_MODEL@.", "m=@DEVICE_MODEL@x.",
-         "@DEVICE_MODEL@"},
+        {"m=@DEVICE_MODEL@.", "m=x@DEVICE_MODEL@.", "@DEVICE_MODEL@", "x@DEVICE_MODEL@"},
+        {"m=@DEVICE_MODEL@.", "m=@DEVICE_MODEL@x.", "@DEVICE_MODEL@", "@DEVICE_MODEL@x"},
         // Cycles through other placeholders end too: model -> MSISDN -> model.
-        {"@MSISDN@", nullptr, "<@DEVICE_MODEL@>", "@DEVICE_MODEL@", "<@DEVICE_MODEL@>",
-         "@DEVICE_MODEL@"},
-        {"@MSISDN@", nullptr, "<@DEVICE_MODEL@>", "@MSISDN@", "<@MSISDN@>", "@MSISDN@"},
+        {"@DEVICE_MODEL@", "<@DEVICE_MODEL@>", "@DEVICE_MODEL@", "@MSISDN@", nullptr,
+         "<@DEVICE_MODEL@>"},
+        {"@MSISDN@", "<@MSISDN@>", "@MSISDN@", "@MSISDN@", nullptr, "<@DEVICE_MODEL@>"},
         // The model placeholder comes back only by completing itself with what is left of its
         // own value: model -> "@MSISDN@MODEL@" -> "@DEVICE_" + "MODEL@" -> model, for ever.
-        {"@MSISDN@MODEL@", nullptr, "@DEVICE_", "[@DEVICE_MODEL@]", "[@DEVICE_MODEL@]",
-         "@DEVICE_MODEL@"},
+        {"[@DEVICE_MODEL@]", "[@DEVICE_MODEL@]", "@DEVICE_MODEL@", "@MSISDN@MODEL@", nullptr,
+         "@DEVICE_"},
         // Repeats side by side are no cycle.
-        {"@MSISDN@@MSISDN@", nullptr, "7", "@DEVICE_MODEL@-@DEVICE_MODEL@", "77-77", ""},
+        {"@DEVICE_MODEL@-@DEVICE_MODEL@", "77-77", "", "@MSISDN@@MSISDN@", nullptr, "7"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.url);
         ASSERT_TRUE(ovplatform::setPhoneModelId(c.model ? c.model : "KX-200"));
         ASSERT_TRUE(ovplatform::setPhoneSwVersion(c.sw ? c.sw : "4.2.1"));
-        set(OrvelSettingMgr::GROUP_SYSTEM, "MSISDN", c.msisdn ? c.msisdn : "+15550001");
+        set("MSISDN", c.msisdn ? c.msisdn : "+15550001", OrvelSettingMgr::GROUP_SYSTEM);
         ovtest::StderrCapture capture;
         EXPECT_EQ(c.expanded, expand(c.url));
         const int loops = *c.looping ? 1 : 0;
