@@ -8,11 +8,14 @@
 #include "support/SettingsFiles.h"
 #include "support/Wait.h"
 
+#include <atomic>
 #include <chrono>
 #include <cstdlib>
+#include <fcntl.h>
 #include <random>
 #include <signal.h>
 #include <sstream>
+#include <sys/file.h>
 #include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
@@ -145,6 +148,24 @@ TEST_F(SharedSettingsTest, ConcurrentWritersLoseNothing) {
                       return value;
                   }));
     }
+}
+
+// Writers of other processes take turns with this one on the directory lock: a write waits,
+// however long, while another open description of the directory holds it.
+TEST_F(SharedSettingsTest, AWriteWaitsWhileAnotherHoldsTheDirectoryLock) {
+    const std::string path = ovtest::mainSettingsPath();
+    ASSERT_TRUE(ovtest::writeMainSettings("[OVCore.UI]\nFoo=1\n"));
+    CFGOrvelSetting& source = make<CFGOrvelSetting>(path.c_str());
+    int dir = ::open(path.substr(0, path.rfind('/')).c_str(), O_RDONLY | O_DIRECTORY);
+    ASSERT_EQ(0, dir < 0 ? -1 : ::flock(dir, LOCK_EX));
+    std::atomic<int> result{99};
+    std::thread writer([&] { result = source.setString(kUI, "Foo", "2"); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(99, result.load()) << "written while the lock was held";
+    ::close(dir);
+    writer.join();
+    EXPECT_EQ(0, result.load());
+    EXPECT_NE(std::string::npos, ovtest::readFile(path).find("Foo=2"));
 }
 
 TEST(CFGSettingSlow, WriterKilledMidWriteNeverLeavesABrokenFile) {
