@@ -61,14 +61,6 @@ inline ::testing::AssertionResult inOrder(const std::string& text,
     return ::testing::AssertionSuccess();
 }
 
-// How often PART occurs in TEXT.
-inline size_t countOf(const std::string& text, const std::string& part) {
-    size_t count = 0;
-    for (size_t at = text.find(part); at != std::string::npos; at = text.find(part, at + 1))
-        ++count;
-    return count;
-}
-
 // ERRORS received exactly one storage-full event (value 1): a marker published behind it
 // arrives next.
 inline void expectOneFullEvent(ovtest::EventRecorder& errors) {

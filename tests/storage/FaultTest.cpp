@@ -309,8 +309,8 @@ TEST_F(SecurityTest, EveryOperationRefusesAnUnsafeID) {
         ovtest::StderrCapture capture;
         EXPECT_EQ("-1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1 -1, unchanged, ''",
                   everyOperation(cache(), id));
-        EXPECT_EQ(12u, countOf(capture.text(), "{3} NR_ContentCache.cpp:"));
-        EXPECT_EQ(12u, countOf(capture.text(), "refused content ID"));
+        EXPECT_EQ(12u, capture.count("{3} NR_ContentCache.cpp:"));
+        EXPECT_EQ(12u, capture.count("refused content ID"));
     }
     EXPECT_TRUE(std::filesystem::is_empty(mDir));
     EXPECT_EQ(0, policy()->blocksUsed());
@@ -335,7 +335,7 @@ TEST_F(SecurityTest, StoredObjectsCarryingUnsafeIDsReachNothingOutside) {
     ASSERT_EQ(0, cache()->save("item", item));
     ASSERT_EQ(0, cache()->save("ch", channel));
     ASSERT_EQ(0, cache()->save("news", news));
-    EXPECT_EQ(6u, countOf(capture.text(), "refused content ID"));
+    EXPECT_EQ(6u, capture.count("refused content ID"));
     // Only the safe references were registered.
     EXPECT_EQ(std::set<std::string>({"fine"}), policy()->childrenOf("item.itm"));
     EXPECT_EQ(std::set<std::string>({"item.itm"}), policy()->childrenOf("ch.chn"));

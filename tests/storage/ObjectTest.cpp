@@ -153,7 +153,7 @@ TEST_F(ObjectTest, AResourceDisplacesOnlyClassesItMay) {
     EXPECT_TRUE(cache()->isStorageFull());
     ASSERT_EQ(0, putResource("ci50", "c")); // 1 block, and 1 free: one more must go
     EXPECT_EQ("ci1.gif:none ci2.gif:5+", classes({"ci1.gif", "ci2.gif"}));
-    EXPECT_EQ(1u, countOf(capture.text(), "\tContent cache just filled up by storing image\n\n"));
+    EXPECT_EQ(1u, capture.count("\tContent cache just filled up by storing image\n\n"));
     expectOneFullEvent(errors);
 }
 
