@@ -112,10 +112,11 @@ bool ChildProcess::start(const std::vector<std::string>& argv, const std::vector
             *reason = std::string("pipe: ") + std::strerror(errno);
         return false;
     }
-    const int devNull = ::open("/dev/null", O_WRONLY | O_CLOEXEC);
+    const int devNull = err == DISCARD ? ::open("/dev/null", O_WRONLY | O_CLOEXEC) : -1;
     const int fds[3] = {in[0], out[1], err == TO_STDOUT ? out[1] : devNull};
     mPid = spawn(argv, env, fds, nullptr, reason);
-    ::close(devNull);
+    if (devNull >= 0)
+        ::close(devNull);
     ::close(in[0]);
     ::close(out[1]);
     mIn = in[1];
